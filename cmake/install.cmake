@@ -1,0 +1,22 @@
+# Installation: the library, its headers, a CMake package and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS tarlink tarsim EXPORT tarlinkTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES include/tarlink.h include/tarlink_platform.h include/tarsim.hpp
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT tarlinkTargets NAMESPACE tarlink:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tarlink)
+
+configure_package_config_file(cmake/tarlinkConfig.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/tarlinkConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tarlink)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/tarlinkConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tarlinkConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/tarlinkConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tarlink)
+
+configure_file(cmake/tarlink.pc.in ${CMAKE_CURRENT_BINARY_DIR}/tarlink.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tarlink.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

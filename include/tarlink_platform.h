@@ -1,0 +1,62 @@
+/*
+ * tarlink_platform.h - the one seam between libtarlink and the operating system.
+ *
+ * Every OS service that the library calls goes through the table below.  The default table calls
+ * the host; a simulated kernel, a test harness or a port installs its own (usually a copy of the
+ * current table with a few entries replaced) with tlk_platform_set.  The table is process-wide
+ * and unlocked: install it before sessions exist and from one thread.
+ */
+#ifndef TARLINK_PLATFORM_H
+#define TARLINK_PLATFORM_H
+
+#include <stddef.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/types.h>
+
+#include "tarlink.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct tlk_platform {
+  /* The routing socket and its I/O. */
+  int (*socket)(int domain, int type, int protocol);
+  ssize_t (*read)(int fd, void *buf, size_t len);
+  ssize_t (*write)(int fd, const void *buf, size_t len);
+  ssize_t (*recv)(int fd, void *buf, size_t len, int flags);
+  int (*close)(int fd);
+  int (*fcntl)(int fd, int cmd, int arg);
+  int (*getsockopt)(int fd, int level, int name, void *value, socklen_t *len);
+  int (*setsockopt)(int fd, int level, int name, const void *value, socklen_t len);
+  /* Kernel values.  The host default answers ENOENT: Linux has no such names. */
+  int (*sysctl)(const int *name, unsigned namelen, void *oldp, size_t *oldlenp, const void *newp,
+                size_t newlen);
+  int (*sysctlbyname)(const char *name, void *oldp, size_t *oldlenp, const void *newp,
+                      size_t newlen);
+  /* Waiting. */
+  int (*select)(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfds,
+                struct timeval *timeout);
+  int (*usleep)(unsigned usec);
+  /* Reporting and ending.  syslog receives the finished text; the host default logs it with a
+   * trailing newline.  exit and assert_fail are expected not to return; if a replacement does
+   * return, exit is taken as survived, and a failed assertion still aborts. */
+  void (*syslog)(int priority, const char *text);
+  void (*print_stderr)(const char *text);
+  void (*exit)(int status);
+  void (*assert_fail)(const char *expr, const char *file, int line, const char *func);
+} tlk_platform;
+
+/* The table in force. */
+TLK_EXPORT const tlk_platform *tlk_platform_get(void);
+/* The host's own table. */
+TLK_EXPORT const tlk_platform *tlk_platform_host(void);
+/* Installs a table (copied); NULL puts the host's table back. */
+TLK_EXPORT void tlk_platform_set(const tlk_platform *table);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TARLINK_PLATFORM_H */

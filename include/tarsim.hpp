@@ -1,0 +1,173 @@
+// tarsim.hpp - an in-process simulated kernel for libtarlink.
+//
+// A Kernel installs itself behind libtarlink's platform seam.  Each routing socket that the
+// library opens becomes one socketpair(AF_UNIX, SOCK_SEQPACKET): the library keeps a real,
+// non-blocking descriptor (so select, poll and any event loop work unchanged), and the kernel
+// keeps the other end.  A write on a session is handed to the kernel synchronously, so that the
+// reply is queued before the write returns, as on the router.  Replies to raw requests carry the
+// request's tlkh_seq.
+//
+// Tests and tools drive it through this class: the version reply, socket options, system
+// controls, programmable responders, pushes of any bytes, fault injection and a record of every
+// message both ways.  One Kernel is active at a time; it runs on the caller's thread.
+#pragma once
+
+#include <stdint.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tarlink_platform.h"
+
+namespace tarsim {
+
+using Bytes = std::vector<uint8_t>;
+
+// One message as the kernel saw it cross the socket.
+struct Recorded {
+  int session;        // the library's descriptor of the session
+  bool to_kernel;     // true: written by the library; false: queued by the kernel
+  uint64_t when_ns;   // CLOCK_REALTIME
+  Bytes bytes;
+};
+
+// A request handed to a responder.
+struct Request {
+  int session;                      // the library's descriptor of the session
+  std::span<const uint8_t> bytes;   // the whole message as written
+  uint8_t type;
+  uint8_t op;
+  uint32_t seq;
+};
+
+class Kernel;
+// Answers a raw request; it calls Kernel::send (or reply_with_seq) as often as it likes.
+using Responder = std::function<void(Kernel &, const Request &)>;
+// Takes a framed (TLV or IDR) message written by a session.
+using FrameHandler = std::function<void(Kernel &, int session, std::span<const uint8_t> frame)>;
+
+// Builds a raw message: a 24-byte header (tlkh_msglen = 24 + body size, tlkh_fixedlen = 24 unless
+// given) followed by the body.
+Bytes raw_message(uint8_t type, uint8_t op, uint32_t seq, std::span<const uint8_t> body = {},
+                  uint8_t version = 0);
+
+class Kernel {
+ public:
+  Kernel();   // installs itself behind the platform seam
+  ~Kernel();  // closes what the sessions left open and puts the previous table back
+  Kernel(const Kernel &) = delete;
+  Kernel &operator=(const Kernel &) = delete;
+
+  // --- Version negotiation ----------------------------------------------------------------
+  // What the library expects: count 110, interface version 98, then one byte per type 1..109.
+  static Bytes default_version_reply();
+  void set_version_reply(Bytes reply);
+  const Bytes &version_reply() const { return version_reply_; }
+
+  // --- System controls --------------------------------------------------------------------
+  void set_sysctl(const std::string &name, Bytes value);
+  void set_sysctl_u32(const std::string &name, uint32_t value);
+  void set_sysctl(const std::vector<int> &mib, Bytes value);
+  void erase_sysctl(const std::string &name);
+
+  // --- Sessions ---------------------------------------------------------------------------
+  std::vector<int> sessions() const;
+  bool has_session(int fd) const;
+  // The last value the session set for an option (level TLK_SOL_ROUTE, or SOL_SOCKET for the
+  // two buffer sizes), or nothing if it never set it.
+  std::optional<Bytes> option(int fd, int level, int name) const;
+  std::optional<uint32_t> option_u32(int fd, int level, int name) const;
+  // Next sequence number of the session's notification stream (what option 3 reads).
+  void set_async_seq(int fd, uint32_t seq);
+  uint32_t async_seq(int fd) const;
+  // Requests the session has written, and messages queued to it.
+  uint64_t requests(int fd) const;
+  uint64_t replies(int fd) const;
+
+  // --- Responders -------------------------------------------------------------------------
+  // Raw requests are answered by (type, op).  Without a responder a request draws no reply,
+  // except the built-in answer to a "tarlink stats" get (type 26, op 4): the session's counters,
+  // four u32 words after the header (requests, replies, open sessions, dropped messages).
+  void on_raw(uint8_t type, uint8_t op, Responder responder);
+  void reply_raw(uint8_t type, uint8_t op, Bytes reply);          // one reply, seq copied
+  void reply_raw_many(uint8_t type, uint8_t op, std::vector<Bytes> replies);
+  void no_reply(uint8_t type, uint8_t op);
+  void on_frame(FrameHandler handler);
+
+  // --- Delivery ---------------------------------------------------------------------------
+  // Queues bytes to a session exactly as given (faults of the next reply applied).  False if the
+  // session is unknown or its receive queue is full.
+  bool send(int fd, std::span<const uint8_t> bytes);
+  // Queues a raw reply after storing `seq` in its tlkh_seq word.
+  bool reply_with_seq(int fd, std::span<const uint8_t> bytes, uint32_t seq);
+  // Queues bytes without applying any fault: a push is what a test asked for to the byte.
+  bool push(int fd, std::span<const uint8_t> bytes);
+  // Takes whatever a client wrote straight onto its descriptor, bypassing the seam.
+  void pump();
+
+  // --- Faults -----------------------------------------------------------------------------
+  void fail_socket(int err);                              // the next socket() fails
+  void fail_fcntl(int cmd, int err);                      // the next fcntl(cmd) fails
+  void fail_option(int level, int name, int err);         // every get and set of it fails
+  void clear_option_failure(int level, int name);
+  void inject_write_errno(int err);                       // the next write fails
+  void inject_short_write(size_t count);                  // the next write takes `count` bytes
+  void inject_read_errno(int err, unsigned after = 0);    // a read fails after `after` good ones
+  void inject_reply_truncate(size_t bytes);               // the next reply is cut to `bytes`
+  void inject_reply_extra(size_t bytes);                  // the next reply has `bytes` more
+  void inject_wrong_seq(uint32_t delta);                  // the next reply's seq is off by delta
+  void clear_faults();
+
+  // --- Traffic record ---------------------------------------------------------------------
+  void record(bool on) { recording_ = on; }
+  const std::vector<Recorded> &recorded() const { return recorded_; }
+  void clear_recorded() { recorded_.clear(); }
+
+  // The seam's entry points; public for the table only.
+  struct Session;
+  Session *find(int fd) const;
+  ssize_t take_write(Session &s, const uint8_t *buf, size_t len);
+  int get_option(Session &s, int level, int name, void *value, socklen_t *len);
+  int set_option(Session &s, int level, int name, const void *value, socklen_t len);
+  int open_session();
+  void close_session(int fd);
+  ssize_t read_session(Session &s, void *buf, size_t len);
+  int fcntl_fault(int cmd);
+  int sysctl_by_name(const char *name, void *oldp, size_t *oldlenp, const void *newp, size_t newlen);
+  int sysctl_by_mib(const int *mib, unsigned len, void *oldp, size_t *oldlenp, const void *newp,
+                    size_t newlen);
+  const tlk_platform &previous() const { return previous_; }
+
+ private:
+  bool deliver(Session &s, std::span<const uint8_t> bytes, bool apply_faults);
+  void answer_builtin(Session &s, const Request &req);
+  void note(int fd, bool to_kernel, std::span<const uint8_t> bytes);
+
+  tlk_platform previous_{};
+  Bytes version_reply_;
+  std::map<std::string, Bytes> sysctl_names_;
+  std::map<std::vector<int>, Bytes> sysctl_mibs_;
+  std::vector<std::unique_ptr<Session>> by_fd_;
+  std::map<uint16_t, Responder> responders_;
+  FrameHandler frame_handler_;
+  std::map<std::pair<int, int>, int> option_faults_;
+  std::map<int, int> fcntl_faults_;
+  int socket_fault_ = 0;
+  int write_errno_ = 0;
+  std::optional<size_t> short_write_;
+  int read_errno_ = 0;
+  unsigned read_errno_after_ = 0;
+  std::optional<size_t> reply_truncate_;
+  std::optional<size_t> reply_extra_;
+  std::optional<uint32_t> wrong_seq_;
+  bool recording_ = false;
+  std::vector<Recorded> recorded_;
+  Bytes scratch_;
+};
+
+}  // namespace tarsim

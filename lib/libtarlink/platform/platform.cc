@@ -1,0 +1,75 @@
+// The host's platform table and the process-wide pointer to the table in force.
+#include "platform/platform.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace tlk::platform {
+namespace {
+
+int host_socket(int domain, int type, int protocol) { return ::socket(domain, type, protocol); }
+ssize_t host_read(int fd, void *buf, size_t len) { return ::read(fd, buf, len); }
+ssize_t host_write(int fd, const void *buf, size_t len) { return ::write(fd, buf, len); }
+ssize_t host_recv(int fd, void *buf, size_t len, int flags) { return ::recv(fd, buf, len, flags); }
+int host_close(int fd) { return ::close(fd); }
+int host_fcntl(int fd, int cmd, int arg) { return ::fcntl(fd, cmd, arg); }
+int host_getsockopt(int fd, int level, int name, void *value, socklen_t *len) {
+  return ::getsockopt(fd, level, name, value, len);
+}
+int host_setsockopt(int fd, int level, int name, const void *value, socklen_t len) {
+  return ::setsockopt(fd, level, name, value, len);
+}
+// Linux keeps none of the kernel values that the library reads by name or number.
+int host_sysctl(const int *, unsigned, void *, size_t *, const void *, size_t) {
+  errno = ENOENT;
+  return -1;
+}
+int host_sysctlbyname(const char *, void *, size_t *, const void *, size_t) {
+  errno = ENOENT;
+  return -1;
+}
+int host_select(int nfds, fd_set *r, fd_set *w, fd_set *e, struct timeval *t) {
+  return ::select(nfds, r, w, e, t);
+}
+int host_usleep(unsigned usec) { return ::usleep(usec); }
+void host_syslog(int priority, const char *text) { ::syslog(priority, "%s\n", text); }
+void host_print_stderr(const char *text) { ::fprintf(stderr, "%s\n", text); }
+void host_exit(int status) { ::exit(status); }
+void host_assert_fail(const char *expr, const char *file, int line, const char *func) {
+  ::fprintf(stderr, "Assertion failed: (%s), function %s, file %s, line %d.\n", expr, func, file,
+            line);
+  ::abort();
+}
+
+constexpr tlk_platform kHost = {
+    host_socket,     host_read,         host_write,  host_recv,        host_close,
+    host_fcntl,      host_getsockopt,   host_setsockopt, host_sysctl,  host_sysctlbyname,
+    host_select,     host_usleep,       host_syslog, host_print_stderr, host_exit,
+    host_assert_fail,
+};
+
+}  // namespace
+
+tlk_platform g_ops = kHost;
+
+void assert_fail(const char *expr, const char *file, int line, const char *func) {
+  g_ops.assert_fail(expr, file, line, func);
+  ::abort();  // a replacement that returns must not let the library run on
+}
+
+}  // namespace tlk::platform
+
+extern "C" {
+
+TLK_EXPORT const tlk_platform *tlk_platform_get(void) { return &tlk::platform::g_ops; }
+TLK_EXPORT const tlk_platform *tlk_platform_host(void) { return &tlk::platform::kHost; }
+TLK_EXPORT void tlk_platform_set(const tlk_platform *table) {
+  tlk::platform::g_ops = table ? *table : tlk::platform::kHost;
+}
+
+}  // extern "C"

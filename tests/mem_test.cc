@@ -1,0 +1,277 @@
+// Memory accounting and diagnostics.  Accounting, once on, stays on for the process; ctest runs
+// each test in a process of its own, and the tests that need a fresh process say so.
+#include <errno.h>
+#include <stdint.h>
+#include <string.h>
+#include <syslog.h>
+
+#include <string>
+
+#include "harness.h"
+
+namespace tlktest {
+namespace {
+
+const tarvik_mem_cnt_t &entry(unsigned memid) { return tarvik_mem_record.cnts[memid]; }
+
+// Accounting on, with its table set up (the first counted event does that).
+void enable() {
+  if (!tarvik_mem_rec_enabled) tarvik_mem_rec_enable(nullptr, nullptr);
+  tarvik_free(1, tarvik_malloc(1, 1));
+}
+
+constexpr size_t kImpossible = SIZE_MAX / 2;  // no allocator can give this
+
+TEST(MemAccounting, OffMeansPlainMallocAndNoTable) {
+  if (tarvik_mem_rec_enabled) GTEST_SKIP() << "accounting already on in this process";
+  void *p = tarvik_malloc(8, 10);
+  ASSERT_NE(p, nullptr);
+  tarvik_free(8, p);
+  p = tarvik_realloc(75, nullptr, 10);
+  tarvik_free(75, p);
+  EXPECT_EQ(tarvik_mem_record.cnts, nullptr);
+  EXPECT_EQ(tarvik_mem_record.cnts_saved, nullptr);
+}
+
+TEST(MemAccounting, FirstCountedAllocationSetsUpTheTable) {
+  if (tarvik_mem_record.cnts != nullptr) GTEST_SKIP() << "table already set up in this process";
+  enable();
+  void *p = tarvik_malloc(8, 1);
+  ASSERT_NE(tarvik_mem_record.cnts, nullptr);
+  EXPECT_EQ(tarvik_mem_record.cnts, tarvik_mem_record.cnts_saved);
+  EXPECT_EQ(tarvik_mem_record.submod_max, 76);
+  EXPECT_EQ(entry(0).allocs, 1u);
+  EXPECT_EQ(entry(0).outstanding, 1);
+  EXPECT_EQ(entry(8).allocs, 1u);
+  EXPECT_EQ(entry(8).outstanding, 1);
+  EXPECT_EQ(entry(8).chk[0], 1);
+  EXPECT_EQ(entry(8).chk[3], 1);
+  EXPECT_EQ(entry(9).chk[0], 0xBE) << "untouched counters start checked as zero";
+  EXPECT_EQ(memcmp(tarvik_mem_record.cnts[76].chk, "\0\0\0\0", 4), 0) << "the spare entry stays zero";
+  tarvik_free(8, p);
+  EXPECT_EQ(entry(8).frees, 1u);
+  EXPECT_EQ(entry(8).outstanding, 0);
+  EXPECT_EQ(entry(8).chk[2], 1);
+  EXPECT_EQ(entry(8).chk[3], 0xBE);
+}
+
+TEST(MemAccounting, CheckByteOfZeroXorIs0xBE) {
+  enable();
+  tarvik_free(20, tarvik_malloc(20, 1));  // make sure the table exists
+  tarvik_mem_record.cnts[20].allocs = 0x01010100;
+  void *p = tarvik_malloc(20, 4);
+  EXPECT_EQ(entry(20).allocs, 0x01010101u);
+  EXPECT_EQ(entry(20).chk[0], 0xBE);
+  tarvik_mem_record.cnts[20].allocs = 0x00000102;
+  tarvik_free(20, tarvik_malloc(20, 4));
+  EXPECT_EQ(entry(20).chk[0], 0x03 ^ 0x01);
+  tarvik_free(20, p);
+}
+
+TEST(MemAccounting, NullFreeIsNotCounted) {
+  enable();
+  tarvik_free(75, tarvik_malloc(75, 1));
+  const tarvik_mem_cnt_t before = entry(75);
+  tarvik_free(75, nullptr);
+  EXPECT_EQ(memcmp(&before, &entry(75), sizeof before), 0);
+}
+
+TEST(MemAccounting, ReallocCountsAllocationAndFree) {
+  enable();
+  void *p = tarvik_malloc(30, 8);
+  const tarvik_mem_cnt_t before = entry(30);
+  p = tarvik_realloc(30, p, 4096);
+  ASSERT_NE(p, nullptr);
+  EXPECT_EQ(entry(30).allocs, before.allocs + 1);
+  EXPECT_EQ(entry(30).frees, before.frees + 1);
+  EXPECT_EQ(entry(30).outstanding, before.outstanding);
+  tarvik_free(30, p);
+}
+
+TEST(MemAccounting, FailedReallocOfLiveBlockCountsFailureAndFree) {
+  enable();
+  void *p = tarvik_malloc(31, 8);
+  const tarvik_mem_cnt_t before = entry(31);
+  EXPECT_EQ(tarvik_realloc(31, p, kImpossible), nullptr);
+  EXPECT_EQ(entry(31).fails, before.fails + 1);
+  EXPECT_EQ(entry(31).frees, before.frees + 1);
+  EXPECT_EQ(entry(31).outstanding, before.outstanding - 1) << "although the block lives on";
+  free(p);  // the block is still ours; give it back behind the accounting's back
+}
+
+TEST(MemAccounting, FailedAllocationsCountAsFailures) {
+  enable();
+  const uint32_t fails = entry(32).fails;
+  const int32_t out = entry(32).outstanding;
+  EXPECT_EQ(tarvik_malloc(32, kImpossible), nullptr);
+  EXPECT_EQ(tarvik_calloc(32, kImpossible, 4), nullptr);
+  EXPECT_EQ(entry(32).fails, fails + 2);
+  EXPECT_EQ(entry(32).outstanding, out);
+}
+
+TEST(MemAccounting, LockFunctionsWrapEveryCounterChange) {
+  static int locks, unlocks;
+  locks = unlocks = 0;
+  tarvik_mem_rec_enable([] { ++locks; }, [] { ++unlocks; });
+  tarvik_free(33, tarvik_malloc(33, 1));
+  EXPECT_GE(locks, 2);
+  EXPECT_EQ(locks, unlocks);
+  tarvik_mem_rec_enable(nullptr, nullptr);
+}
+
+TEST(MemHelpers, MessageBlocksAndDecoderAllocator) {
+  enable();
+  tarvik_cookie *c = tarvik_cookie_create();
+  ASSERT_NE(c, nullptr);
+  const int32_t msgs = entry(75).outstanding;
+  auto *m = static_cast<uint8_t *>(tarvik_msg_malloc(c));
+  ASSERT_NE(m, nullptr);
+  EXPECT_EQ(entry(75).outstanding, msgs + 1);
+  bool zero = true;
+  for (size_t i = 0; i < TLK_MSG_BUF_SIZE; ++i) zero &= (m[i] == 0);
+  EXPECT_TRUE(zero);
+  tarvik_msg_free(c, m);
+  tarvik_msg_free(nullptr, m);  // must not free twice
+  tarvik_msg_free(c, nullptr);
+  EXPECT_EQ(entry(75).outstanding, msgs);
+  EXPECT_EQ(tarvik_size_alloc(nullptr, 8), nullptr);
+  EXPECT_EQ(tarvik_msg_malloc(nullptr), nullptr);
+
+  const int32_t decode = entry(58).outstanding;
+  void *d = tarvik_malloc_cb(100);
+  EXPECT_EQ(entry(58).outstanding, decode + 1);
+  tarvik_free_cb(d);
+  EXPECT_EQ(entry(58).outstanding, decode);
+  tarvik_cookie_destroy(c);
+}
+
+TEST(MemHelpers, ItableAllocatorsAcceptTheirRange) {
+  enable();
+  for (uint16_t id : {uint16_t{62}, memid_tarvik_itable_borrower, memid_tarvik_itable_donor, uint16_t{65}}) {
+    const int32_t before = entry(id).outstanding;
+    void *p = tarvik_malloc_itable(&id, 16);
+    EXPECT_EQ(entry(id).outstanding, before + 1) << id;
+    tarvik_free_itable(&id, p);
+    EXPECT_EQ(entry(id).outstanding, before) << id;
+  }
+  EXPECT_EQ(memid_tarvik_itable_borrower, 63);
+  EXPECT_EQ(memid_tarvik_itable_donor, 64);
+}
+
+TEST(MemDeathTest, ItableAllocatorsStopOutsideTheirRange) {
+  const uint16_t below = 61, above = 66;
+  const char *words =
+      "Assertion failed: \\(\\(MEMID_TARVIK_ITABLE_MIN<=memid\\)&&\\(MEMID_TARVIK_ITABLE_MAX>=memid\\)\\)";
+  EXPECT_DEATH(tarvik_malloc_itable(&below, 4), std::string(words) + ", function tarvik_malloc_itable, file lib/libtarlink/tarvik_mem, line 189");
+  EXPECT_DEATH(tarvik_malloc_itable(&above, 4), words);
+  EXPECT_DEATH(tarvik_free_itable(&above, nullptr), std::string(words) + ", function tarvik_free_itable, file lib/libtarlink/tarvik_mem, line 196");
+}
+
+TEST(MemDeathTest, WrongIdentifierOrDamagedRootStops) {
+  enable();
+  tarvik_free(1, tarvik_malloc(1, 1));
+  EXPECT_DEATH(tarvik_malloc(76, 1), "\\(tarvik_mem_record.submod_max > memid\\), function tarvik_mem_rec, file lib/libtarlink/tarvik_mem, line 154");
+  EXPECT_DEATH(
+      {
+        tarvik_mem_record.cnts_saved = nullptr;
+        tarvik_malloc(1, 1);
+      },
+      "tarvik_mem_record.cnts_saved == tarvik_mem_record.cnts\\), function tarvik_mem_rec, file "
+      "lib/libtarlink/tarvik_mem, line 152");
+  EXPECT_DEATH(
+      {
+        tarvik_mem_record.submod_max = 75;
+        tarvik_malloc(1, 1);
+      },
+      "MEMID_TARVIK_MAX == tarvik_mem_record.submod_max\\), function tarvik_mem_rec, file "
+      "lib/libtarlink/tarvik_mem, line 153");
+}
+
+// --- Diagnostics ---------------------------------------------------------------------------
+
+TEST(Diagnostics, NoCookieGoesToSyslogAtTablePriorities) {
+  OsCapture os;
+  tarvik_err(nullptr, TLK_LEVEL_DEBUG, "d%d", 0);
+  tarvik_err(nullptr, TLK_LEVEL_INFO, "i");
+  tarvik_err(nullptr, TLK_LEVEL_WARNING, "w");
+  tarvik_err(nullptr, TLK_LEVEL_ERROR, "e\n");
+  ASSERT_EQ(os.syslog.size(), 4u);
+  EXPECT_EQ(os.syslog[0].priority, LOG_DEBUG);
+  EXPECT_EQ(os.syslog[0].text, "tarvik: DEBUG d0");
+  EXPECT_EQ(os.syslog[1].priority, LOG_INFO);
+  EXPECT_EQ(os.syslog[1].text, "tarvik: INFO i");
+  EXPECT_EQ(os.syslog[2].priority, LOG_WARNING);
+  EXPECT_EQ(os.syslog[2].text, "tarvik: WARNING w");
+  EXPECT_EQ(os.syslog[3].priority, LOG_ERR);
+  EXPECT_EQ(os.syslog[3].text, "tarvik: ERROR e\n") << "the callback gets the text as it stands";
+  EXPECT_TRUE(os.exits.empty());
+}
+
+TEST(Diagnostics, LevelFourWithoutCookieLogsCriticalAndExits) {
+  tarvik_cookie *c = tarvik_cookie_create();
+  tarvik_lib_error_register(c, nullptr, [](tarvik_cookie *, void *, int, const char *) {});
+  OsCapture os;
+  tarvik_err(nullptr, TLK_LEVEL_FATAL, "broken %s", "contract");
+  ASSERT_EQ(os.syslog.size(), 1u);
+  EXPECT_EQ(os.syslog[0].priority, LOG_CRIT);
+  EXPECT_EQ(os.syslog[0].text, "tarvik: FATAL ERROR broken contract");
+  EXPECT_EQ(os.exits, std::vector<int>{1}) << "whatever any cookie registered";
+  tarvik_cookie_destroy(c);
+}
+
+TEST(DiagnosticsDeathTest, LevelFourEndsTheProcessWithStatusOne) {
+  EXPECT_EXIT(tarvik_err(nullptr, TLK_LEVEL_FATAL, "bye"), ::testing::ExitedWithCode(1), "");
+  tarvik_cookie *c = tarvik_cookie_create();
+  EXPECT_EXIT(tarvik_err(c, TLK_LEVEL_FATAL, "bye"), ::testing::ExitedWithCode(1), "")
+      << "the default callback of a cookie ends the process too";
+  tarvik_cookie_destroy(c);
+}
+
+TEST(Diagnostics, LevelsAboveFourGoToStderr) {
+  OsCapture os;
+  tarvik_err(nullptr, 5, "odd");
+  EXPECT_TRUE(os.syslog.empty());
+  EXPECT_EQ(os.stderr_lines, std::vector<std::string>{"tarvik: odd"});
+}
+
+TEST(Diagnostics, SilencedSessionFormatsNothingAndKeepsErrno) {
+  OsCapture os;
+  tarvik_cookie *c = tarvik_cookie_create();
+  ASSERT_EQ(tarvik_lib_error_register(c, nullptr, nullptr), 0);
+  errno = ENOSPC;
+  // Level 4 with the default would end the process: nothing may even be formatted.
+  tarvik_err(c, TLK_LEVEL_FATAL, "%s", "never formatted");
+  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_TRUE(os.syslog.empty());
+  EXPECT_TRUE(os.exits.empty());
+  tarvik_cookie_destroy(c);
+}
+
+TEST(Diagnostics, ErrnoSurvivesTheCallback) {
+  ErrLog log;
+  tarvik_cookie *c = tarvik_cookie_create();
+  tarvik_lib_error_register(c, &log, [](tarvik_cookie *, void *arg, int level, const char *text) {
+    errno = EBADF;
+    ErrLog::callback(nullptr, arg, level, text);
+  });
+  errno = ETIMEDOUT;
+  tarvik_err(c, TLK_LEVEL_INFO, "x");
+  EXPECT_EQ(errno, ETIMEDOUT);
+  ASSERT_EQ(log.lines.size(), 1u);
+  tarvik_cookie_destroy(c);
+}
+
+TEST(Diagnostics, LongLinesAreCutAt255Characters) {
+  ErrLog log;
+  tarvik_cookie *c = tarvik_cookie_create();
+  tarvik_lib_error_register(c, &log, ErrLog::callback);
+  const std::string body(300, 'x');
+  tarvik_err(c, TLK_LEVEL_WARNING, "%s", body.c_str());
+  ASSERT_EQ(log.lines.size(), 1u);
+  EXPECT_EQ(log.lines[0].text.size(), 255u);
+  EXPECT_EQ(log.lines[0].text, "tarvik: WARNING " + std::string(255 - 16, 'x'));
+  tarvik_cookie_destroy(c);
+}
+
+}  // namespace
+}  // namespace tlktest

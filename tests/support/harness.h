@@ -1,0 +1,76 @@
+// Test harness: a simulated kernel per test, captured diagnostics and process ends, and a leak
+// check on the library's own memory accounting.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "cookie.h"
+#include "tarlink.h"
+#include "tarlink_platform.h"
+#include "tarsim.hpp"
+
+namespace tlktest {
+
+// Captures what the library sends to the system log, to stderr and to exit, through the seam.
+// While installed, a level 4 line does not end the process: the exit is recorded and the library
+// goes on as a process that survived it.
+class OsCapture {
+ public:
+  struct Line {
+    int priority;
+    std::string text;
+  };
+  OsCapture();
+  ~OsCapture();
+  OsCapture(const OsCapture &) = delete;
+  OsCapture &operator=(const OsCapture &) = delete;
+
+  std::vector<Line> syslog;
+  std::vector<std::string> stderr_lines;
+  std::vector<int> exits;
+
+ private:
+  tlk_platform previous_;
+};
+
+// Lines that reach a session's diagnostics callback.
+struct ErrLog {
+  struct Line {
+    int level;
+    std::string text;
+  };
+  std::vector<Line> lines;
+  static void callback(tarvik_cookie *cookie, void *arg, int level, const char *text);
+  size_t count(int level) const;
+  bool contains(const std::string &needle) const;
+};
+
+// Outstanding block counts per memory identifier, for the leak check.
+std::array<int32_t, MEMID_TARVIK_MAX> outstanding();
+
+// The base fixture: accounting on, a fresh simulated kernel, captured OS output, and at the end
+// every outstanding count back where it started.
+class SimTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // A connected session whose diagnostics go to `log`.
+  tarvik_cookie *open_session(uint32_t sender = 7);
+  // Checks that `n` blocks of `memid` are outstanding since the start, and accepts them: for the
+  // paths that deliberately leave blocks behind.
+  void expect_abandoned(unsigned memid, int32_t n);
+
+  tarsim::Kernel kernel;
+  OsCapture os;
+  ErrLog log;
+
+ private:
+  std::array<int32_t, MEMID_TARVIK_MAX> start_{};
+};
+
+}  // namespace tlktest
