@@ -5,7 +5,7 @@ install(TARGETS tarlink tarsim EXPORT tarlinkTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(FILES include/tarlink.h include/tarlink_platform.h include/tarsim.hpp
+install(FILES include/tarlink.h include/tarlink_platform.h include/tarsim.h include/tarsim.hpp
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT tarlinkTargets NAMESPACE tarlink:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tarlink)
 
@@ -18,5 +18,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tarlinkConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/tarlinkConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tarlink)
 
-configure_file(cmake/tarlink.pc.in ${CMAKE_CURRENT_BINARY_DIR}/tarlink.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tarlink.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(pc tarlink tarsim)
+  configure_file(cmake/${pc}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${pc}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${pc}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()

@@ -24,6 +24,8 @@
 
 #include "tarlink_platform.h"
 
+#define TARSIM_EXPORT __attribute__((visibility("default")))
+
 namespace tarsim {
 
 using Bytes = std::vector<uint8_t>;
@@ -53,10 +55,10 @@ using FrameHandler = std::function<void(Kernel &, int session, std::span<const u
 
 // Builds a raw message: a 24-byte header (tlkh_msglen = 24 + body size, tlkh_fixedlen = 24 unless
 // given) followed by the body.
-Bytes raw_message(uint8_t type, uint8_t op, uint32_t seq, std::span<const uint8_t> body = {},
+TARSIM_EXPORT Bytes raw_message(uint8_t type, uint8_t op, uint32_t seq, std::span<const uint8_t> body = {},
                   uint8_t version = 0);
 
-class Kernel {
+class TARSIM_EXPORT Kernel {
  public:
   Kernel();   // installs itself behind the platform seam
   ~Kernel();  // closes what the sessions left open and puts the previous table back

@@ -1,0 +1,89 @@
+// One raw request-reply round trip through libtarlink and the simulated kernel, against the bare
+// floor: write and read on one socketpair end, read and write back on the other, no library.
+#include <benchmark/benchmark.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "tarlink.h"
+#include "tarsim.hpp"
+
+namespace {
+
+constexpr uint8_t kType = 26;  // "tarlink stats", a raw type
+constexpr size_t kRequestBody = 12;
+constexpr size_t kReplyBody = 16;
+
+// The floor: four system calls, the same message sizes as the library's round trip below.
+void BM_BareSocketpairRoundTrip(benchmark::State &state) {
+  int sv[2];
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, sv) != 0) {
+    state.SkipWithError("socketpair failed");
+    return;
+  }
+  std::vector<uint8_t> req(24 + kRequestBody, 1), reply(24 + kReplyBody, 2), buf(16384);
+  for (auto _ : state) {
+    if (write(sv[0], req.data(), req.size()) < 0) break;
+    if (read(sv[1], buf.data(), buf.size()) < 0) break;
+    if (write(sv[1], reply.data(), reply.size()) < 0) break;
+    benchmark::DoNotOptimize(read(sv[0], buf.data(), buf.size()));
+  }
+  close(sv[0]);
+  close(sv[1]);
+}
+BENCHMARK(BM_BareSocketpairRoundTrip);
+
+struct Session {
+  tarsim::Kernel kernel;
+  tarvik_cookie *cookie = nullptr;
+  std::vector<uint8_t> request;
+  Session() {
+    kernel.reply_raw(kType, TLK_OP_GET, tarsim::raw_message(kType, TLK_OP_GET, 0, std::vector<uint8_t>(kReplyBody, 2)));
+    cookie = tarvik_open(2);
+    request = tarsim::raw_message(kType, TLK_OP_GET, 0, std::vector<uint8_t>(kRequestBody, 1));
+  }
+  ~Session() { tarvik_close(cookie); }
+  // Stamps the next sequence number into the request, as a request operation does.
+  void stamp() {
+    uint32_t seq;
+    tarvik_seq_get_next(cookie, &seq);
+    memcpy(&request[12], &seq, 4);
+  }
+};
+
+// tarvik_write + tarvik_msg_read: the fixed read of a reply known to fit 16384 bytes.
+void BM_LibraryRawRoundTrip(benchmark::State &state) {
+  Session s;
+  void *reply = tarvik_msg_malloc(s.cookie);
+  size_t len = 0;
+  for (auto _ : state) {
+    s.stamp();
+    if (tarvik_write(s.cookie, s.request.data(), s.request.size()) != 0) break;
+    if (tarvik_msg_read(s.cookie, reply, &len) != 0) {
+      state.SkipWithError("read failed");
+      break;
+    }
+  }
+  tarvik_msg_free(s.cookie, reply);
+}
+BENCHMARK(BM_LibraryRawRoundTrip);
+
+// tarvik_write + tarvik_long_msg_read: peek, allocate exactly, read, free.
+void BM_LibraryRawRoundTripLongRead(benchmark::State &state) {
+  Session s;
+  for (auto _ : state) {
+    s.stamp();
+    if (tarvik_write(s.cookie, s.request.data(), s.request.size()) != 0) break;
+    void *reply = nullptr;
+    if (tarvik_long_msg_read(s.cookie, &reply, nullptr) != 0) {
+      state.SkipWithError("read failed");
+      break;
+    }
+    tarvik_msg_free(s.cookie, reply);
+  }
+}
+BENCHMARK(BM_LibraryRawRoundTripLongRead);
+
+}  // namespace

@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Builds everything and runs every test: the unit tests (g++), the same tests under AddressSanitizer
+# and UndefinedBehaviorSanitizer (clang), the install test, and the benchmarks once as a smoke run.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/deps.sh
+tarlink_install_deps clang libclang-rt-dev
+start=$(date +%s)
+
+step() { printf '\n==== %s\n' "$*"; }
+
+step "build and test (g++, RelWithDebInfo)"
+cmake --preset default >/dev/null
+cmake --build --preset default
+ctest --preset default
+
+step "build and test under ASan + UBSan (clang)"
+cmake --preset sanitize >/dev/null
+cmake --build --preset sanitize
+ctest --preset sanitize
+
+step "install, then build an example against the installed package"
+prefix=$(mktemp -d)
+trap 'rm -rf "$prefix"' EXIT
+cmake --install build/default --prefix "$prefix" >/dev/null
+tests/install/check_install.sh "$prefix"
+
+step "benchmarks build and run (smoke, not timed)"
+for b in build/default/bench/bench_*; do
+  "$b" --benchmark_min_time=0.01 >/dev/null
+done
+echo "benchmarks ran"
+
+echo
+echo "all tests passed in $(( $(date +%s) - start )) s"
