@@ -7,6 +7,8 @@ install(TARGETS tarlink tarsim EXPORT tarlinkTargets
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES include/tarlink.h include/tarlink_platform.h include/tarsim.h include/tarsim.hpp
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# The records header that tarlink.h includes, generated from the schema at build time.
+install(FILES ${TARLINK_GEN_DIR}/tarlink_records.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT tarlinkTargets NAMESPACE tarlink:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tarlink)
 
 configure_package_config_file(cmake/tarlinkConfig.cmake.in

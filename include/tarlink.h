@@ -130,23 +130,9 @@ extern "C" {
  * A zero magic tells a raw message from a frame.  In records that go through the IDL codecs the
  * in-memory header goes on with the attachment list (tlkh_info, tlkh_info_len).
  */
-struct tlk_msg_info;
-
-typedef struct tlk_hdr {
-  uint32_t tlkh_magic;              /* 0 in every raw message */
-  uint8_t tlkh_version;             /* version letter of the message type */
-  uint8_t tlkh_type;                /* message type */
-  uint8_t tlkh_op;                  /* operation, TLK_OP_* */
-  uint8_t tlkh_flags;               /* per-operation modifier */
-  uint32_t tlkh_msglen;             /* whole length in bytes */
-  uint32_t tlkh_seq;                /* sequence number */
-  uint32_t tlkh_id;                 /* sender identification word */
-  uint16_t tlkh_fixedlen;           /* size of the fixed record; variable data starts here */
-  uint8_t tlkh_aux1;                /* creator byte */
-  uint8_t tlkh_aux2;                /* operand byte */
-  struct tlk_msg_info **tlkh_info;  /* attachments (never on the wire as a pointer) */
-  uint32_t tlkh_info_len;           /* number of attachments */
-} tlk_hdr;
+/* The records of the message schema (tlk_hdr among them), their presence maps, size constants
+ * and codecs, generated from the schema at build time. */
+#include "tarlink_records.h"
 
 #define TLK_RAW_HDR_LEN 24
 
@@ -283,6 +269,124 @@ TLK_EXPORT int tarvik_check_read_seq(tarvik_cookie *cookie, const void *msg);
 TLK_EXPORT int tarvik_seq_get_next(tarvik_cookie *cookie, uint32_t *seq);
 
 /* ======================================================================================== */
+/* Frames: the IDL envelope                                                                  */
+/* ======================================================================================== */
+
+/*
+ * A structured message crosses the socket as one frame: a 12-byte head, then the record in TLV
+ * (magic 0x5011) or IDR (magic 0x5022) form.
+ *
+ *    0        4                8             12
+ *    +--------+----------------+-------------+------------------------+
+ *    | magic  | payload length |    type     | record (payload length)|
+ *    +--------+----------------+-------------+------------------------+
+ */
+
+/* Length of the frame last produced by tarvik_msg_idl_encode (a diagnostic; nothing reads it). */
+extern TLK_EXPORT uint32_t tarvik_msglen;
+
+/* Encodes a raw message into a new frame (freed with tarvik_msg_free): TLV under `mask` when it
+ * is non-NULL, IDR otherwise.  0, or ENOMEM. */
+TLK_EXPORT int tarvik_msg_idl_encode(tarvik_cookie *cookie, const void *rawmsg, const void *mask,
+                                     void **out_buffer, size_t *out_length);
+/* Decodes a frame into one new arena, released whole with tarvik_msg_idl_release.  0; EOPNOTSUPP
+ * when the data is not a frame (a raw message); EINVAL or ENOMEM when the frame is bad. */
+TLK_EXPORT int tarvik_msg_idl_decode(tarvik_cookie *cookie, const void *data, size_t length,
+                                     void **out_msg, void **out_mask);
+/* Gives back a decoded message (and its mask, which lives in the same arena). */
+TLK_EXPORT void tarvik_msg_idl_release(tarvik_cookie *cookie, void *msg, void *mask);
+/* Encodes into the caller's buffer, always IDR; *in_out_length becomes the frame's full size.
+ * 0, ENOMEM when it did not fit, EINVAL for a NULL buffer or zero length. */
+TLK_EXPORT int tarvik_msg_idl_encode_pa(tarvik_cookie *cookie, const void *rawmsg, void *buffer,
+                                        size_t *in_out_length);
+/* Decodes into the caller's area, with no growth and no retry. */
+TLK_EXPORT int tarvik_msg_idl_decode_pa(tarvik_cookie *cookie, const void *data, size_t length,
+                                        void **out_msg, void **out_mask, void *arena,
+                                        size_t arena_size);
+/* The whole length of the frame at `data` (word 1 + 12), or NULL under 8 bytes. */
+TLK_EXPORT uint32_t *tarvik_idl_peek_length(uint32_t *out, const void *data, size_t length);
+/* The first word of `data`, or NULL under 4 bytes. */
+TLK_EXPORT uint32_t *tarvik_idl_peek_magic(uint32_t *out, const void *data, size_t length);
+
+/* Appends an attachment to a raw message under construction.  The first call carves a list of
+ * 128 pointer slots at *in_out_cursor (in the message's variable area) and advances the cursor.
+ * 0; ENOMEM for the 129th attachment or a NULL cursor value; EINVAL for NULL arguments. */
+TLK_EXPORT int tlkm_info_user_add(void *rawmsg, struct tlk_msg_info *info, void **in_out_cursor);
+
+/* ---- Framed read and write ---- */
+
+/* Encodes (IDR when `mask` is NULL, TLV under it otherwise) and writes one frame. */
+TLK_EXPORT int tarvik_msg_write_idl(tarvik_cookie *cookie, const void *rawmsg, const void *mask);
+/* Reads one message of up to 16384 bytes and decodes it: 0, the read's result, EINVAL for a
+ * garbled frame, or the decoder's errno. */
+TLK_EXPORT int tarvik_msg_read_idl(tarvik_cookie *cookie, void **msg, void **mask);
+/* The same into the caller's area. */
+TLK_EXPORT int tarvik_msg_read_idl_pa(tarvik_cookie *cookie, void **msg, void **mask, void *area,
+                                      size_t area_size);
+/* Reads one message of any length and decodes it; decoder results are returned as they are. */
+TLK_EXPORT int tarvik_long_msg_read_idl(tarvik_cookie *cookie, void **msg, void **mask);
+/* The same into the caller's area: a decoder's errno reads as 0, a garbled frame as EINVAL. */
+TLK_EXPORT int tarvik_long_msg_read_idl_pa(tarvik_cookie *cookie, void **msg, void **mask,
+                                           void *area, size_t area_size);
+
+/* ======================================================================================== */
+/* Record codecs                                                                             */
+/* ======================================================================================== */
+
+/*
+ * For every record type X of the schema (tarlink_records.h):
+ *   tlv_encode_X_0(record, map, buffer, length)    size needed; writes nothing at or past length
+ *   tlv_decode_X_0(record, map, data, length[, alloc, context])
+ *                                                  bytes consumed, or 0, -1, -2, -3
+ *   tlv_release_X_0(record, map, release, context) gives back the decoder's allocations
+ *   idr_encode_X_0, idr_decode_X_0, idr_release_X_0: the same without a map (not for TLV-only X)
+ *   tlv_rtti_sizeof_X_0, tlv_rtti_sizeof_map_X_0, idr_rtti_sizeof_X_0: record and map sizes
+ * A NULL map encodes every field; a decoder given a map sets the bit of every field it read.
+ * Only decoders of records with allocating fields take the alloc arguments.
+ */
+
+/* Address family of the host -> number on the TLV wire; 254 and above are logged (LOG_CRIT)
+ * and returned unchanged. */
+TLK_EXPORT uint32_t tlk_encode_af(uint32_t family);
+/* Number on the TLV wire -> address family of the host; 153 and above are logged and returned
+ * unchanged. */
+TLK_EXPORT uint32_t tlk_decode_af(uint32_t family);
+
+/* ======================================================================================== */
+/* Logical interfaces                                                                        */
+/* ======================================================================================== */
+
+/* Reads one logical interface (op TLK_OP_GET) or the one after the key (TLK_OP_GETNEXT).  On
+ * success *out is a decoded ifl_msg, released with tarvik_msg_idl_release; on failure NULL.  The
+ * request goes out in IDR; `mask` receives the reply's presence map when it comes in TLV. */
+TLK_EXPORT int tarvik_iflm_get_by_index(tarvik_cookie *cookie, uint32_t index, uint32_t op,
+                                        void **out, void **mask);
+TLK_EXPORT int tarvik_iflm_get_by_snmp_index(tarvik_cookie *cookie, uint32_t snmp_id, uint32_t op,
+                                             void **out, void **mask);
+TLK_EXPORT int tarvik_iflm_get_by_device(tarvik_cookie *cookie, uint32_t devidx, uint32_t unit,
+                                         uint32_t op, void **out, void **mask);
+/* `name` is the device part alone (cut at 59 characters), `unit` the number behind the point. */
+TLK_EXPORT int tarvik_iflm_get_by_name(tarvik_cookie *cookie, const char *name, uint32_t unit,
+                                       uint32_t op, void **out, void **mask);
+
+/* ======================================================================================== */
+/* Session statistics ("tarlink stats", raw type 26)                                        */
+/* ======================================================================================== */
+
+/* Fire and forget: one write, no reply, sequence 0.  0 or the write's errno. */
+TLK_EXPORT int tarvik_tlk_stat_add(tarvik_cookie *cookie);
+TLK_EXPORT int tarvik_tlk_stat_delete(tarvik_cookie *cookie);
+TLK_EXPORT int tarvik_tlk_stat_clear(tarvik_cookie *cookie);
+TLK_EXPORT int tarvik_tlk_proxy_stat_add(tarvik_cookie *cookie, uint32_t proxy_id);
+TLK_EXPORT int tarvik_tlk_proxy_stat_delete(tarvik_cookie *cookie, uint32_t proxy_id);
+TLK_EXPORT int tarvik_tlk_proxy_stat_clear(tarvik_cookie *cookie, uint32_t proxy_id);
+/* Reads the counters: *msg_out is a raw reply in a message block freed with tarvik_msg_free. */
+TLK_EXPORT int tarvik_tlk_stat_get(tarvik_cookie *cookie, uint8_t sel_a, uint8_t sel_b,
+                                   void **msg_out);
+TLK_EXPORT int tarvik_tlk_proxy_stat_get(tarvik_cookie *cookie, uint32_t proxy_id, uint8_t sel_a,
+                                         uint8_t sel_b, void **msg_out);
+
+/* ======================================================================================== */
 /* Message types and names                                                                   */
 /* ======================================================================================== */
 
@@ -295,6 +399,250 @@ extern TLK_EXPORT const char *const rtm_ops[11];
 extern TLK_EXPORT const char *const rtm_ops_brief[11];
 /* rtm_types of any type number, "unknown" out of range. */
 TLK_EXPORT const char *tarvik_msg_type_name(uint32_t type);
+
+/* ======================================================================================== */
+/* Asynchronous sessions                                                                     */
+/* ======================================================================================== */
+
+/*
+ * A session becomes asynchronous in one of three ways, exactly one per session:
+ *   tarvik_create_async_context      the library makes its own event loop context;
+ *   tarvik_set_async_context         the session joins the caller's context (several sessions
+ *                                    may share one);
+ *   tarvik_set_async_info_nocontext  no loop at all: the caller polls the descriptor and calls
+ *                                    tarvik_async_event_process when it turns readable.
+ * Then each tarvik_<family>_async_register fills the handler slot of its message types and adds
+ * its listen bits; the kernel sends a notification of every change under those bits.  A handler
+ * runs synchronously from tarvik_async_event_process and owns the message it is given: it frees
+ * it with tarvik_msg_free.
+ */
+
+/* Event loop handles.  Opaque values: an evContext names one loop, an evFileID one watched
+ * descriptor of it.  A null `opaque` means none.  The library reaches the loop only through the
+ * platform table (tarlink_platform.h), whose default is a small poll(2) loop of its own; a build
+ * that brings another implementation of these types defines TLK_EXTERNAL_EVLIB before including
+ * this header and plugs its functions into the table. */
+#ifndef TLK_EXTERNAL_EVLIB
+typedef struct {
+  void *opaque;
+} evContext;
+typedef struct {
+  void *opaque;
+} evFileID;
+/* Called when a watched descriptor is ready; `eventmask` holds the TLK_EV_* bits seen. */
+typedef void (*evFileFunc)(evContext ctx, void *uap, int fd, int eventmask);
+#endif
+
+#define TLK_EV_READ 1   /* readable */
+#define TLK_EV_WRITE 2  /* writable */
+#define TLK_EV_EXCEPT 4 /* exceptional condition (out-of-band data) */
+
+/* The loop that the platform table provides (the library's own unless replaced).
+ * 0 on success, -1 with errno otherwise. */
+TLK_EXPORT int tlk_ev_create(evContext *ctx);
+/* Destroys a context; its descriptors are dropped, not closed.  Not from inside its loop. */
+TLK_EXPORT int tlk_ev_destroy(evContext ctx);
+/* Calls `func` whenever `fd` shows one of the `eventmask` conditions. */
+TLK_EXPORT int tlk_ev_select_fd(evContext ctx, int fd, int eventmask, evFileFunc func, void *uap,
+                                evFileID *id);
+TLK_EXPORT int tlk_ev_deselect_fd(evContext ctx, evFileID id);
+/* Runs the loop until tlk_ev_break, or until no descriptor is left to watch. */
+TLK_EXPORT int tlk_ev_main_loop(evContext ctx);
+/* Makes the running loop of `ctx` return 0 once the current callback returns.  Safe from a
+ * callback and from a signal handler.  A break asked for while the loop isn't running stops its
+ * next run at once. */
+TLK_EXPORT int tlk_ev_break(evContext ctx);
+
+/* A handler: the session, the registrant's word, the message (owned by the handler, freed with
+ * tarvik_msg_free), and a word that is 0 for decoded messages and carries nothing for raw ones.
+ * The result is ignored. */
+typedef int (*tarvik_async_handler_t)(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t word);
+
+/* One handler slot. */
+typedef struct tarvik_async_reg_t {
+  void *arg;
+  tarvik_async_handler_t handler;
+} tarvik_async_reg_t;
+
+/* What `arg` points to when a slot dispatches on a subtype byte (tarvik_async_subtype_handler). */
+typedef struct tarvik_async_subtype_info_t {
+  uint8_t count;              /* entries in `table` */
+  uint32_t offset;            /* byte offset of the subtype byte inside the message */
+  tarvik_async_reg_t *table;  /* `count` entries */
+} tarvik_async_subtype_info_t;
+
+/* Hooked event mode (TLK_ASYNC_HOOKED): the client's table that replaces direct dispatch and
+ * direct descriptor selection.  Store it with tlk_async_set_event_hooks before registering. */
+typedef struct tarvik_event_hooks_t {
+  /* Takes a message instead of its handler: 0 when it took it, else an errno value. */
+  int (*dispatch)(tarvik_cookie *cookie, tarvik_async_reg_t *slot, void *msg, uintptr_t word,
+                  int is_idl);
+  /* Called by tarvik_cookie_destroy after the socket is closed, to drain what the hook holds. */
+  void (*destroy)(tarvik_cookie *cookie);
+  /* The function and the descriptor that the loop watches instead of the session's socket. */
+  evFileFunc callback;
+  int fd;
+} tarvik_event_hooks_t;
+
+/* Listen mask bit of the high word that asks for input errors (type 109). */
+#define TLKO_INPUT 0x200000u
+/* Size of the filter record given to tarvik_async_register_filters. */
+#define TLK_ASYNC_FILTER_LEN 728
+/* Size of the subtype mask of socket option 9. */
+#define TLK_ASYNC_SUBTYPE_LEN 16
+/* Highest message type that event processing dispatches. */
+#define TLK_ASYNC_MAX_TYPE 109
+
+/* ---- Contexts ---- */
+
+/* The library makes its own loop context; 22 if the session is already asynchronous; -1 if the
+ * context can't be made.  Loads the kernel's notification sequence into the session. */
+TLK_EXPORT int tarvik_create_async_context(tarvik_cookie *cookie);
+/* Joins the caller's context, which outlives the session.  Leaves the session's sequence as is. */
+TLK_EXPORT int tarvik_set_async_context(tarvik_cookie *cookie, evContext context);
+/* No loop: the caller polls the descriptor (stored in *fd_out if given). */
+TLK_EXPORT int tarvik_set_async_info_nocontext(tarvik_cookie *cookie, int *fd_out);
+/* Creates the session's asynchronous record; the three above call it. */
+TLK_EXPORT int tarvik_alloc_async_info(tarvik_cookie *cookie);
+/* The session's context; 22 in the no-context kind. */
+TLK_EXPORT int tarvik_get_async_context(tarvik_cookie *cookie, evContext *context_out);
+/* Tears the asynchronous record down (tarvik_cookie_destroy calls it).  0 without a record. */
+TLK_EXPORT int tarvik_destroy_async_context(tarvik_cookie *cookie);
+/* The teardown step that leaves the loop: deselects, and destroys a context of the library's. */
+TLK_EXPORT int tarvik_async_context_cleanup(tarvik_cookie *cookie);
+
+/* ---- Registration ---- */
+
+/* Fills the slot of `msg_type` (0 to 110) and adds the listen bits.  22 for a taken slot. */
+TLK_EXPORT int tarvik_setup_async_registration(tarvik_cookie *cookie, uint32_t msg_type,
+                                               uint32_t mask_low, uint32_t mask_high, void *arg,
+                                               tarvik_async_handler_t handler);
+/* The same routine under the name used for message types that exist only as frames. */
+TLK_EXPORT int tarvik_setup_async_registration_idl(tarvik_cookie *cookie, uint32_t msg_type,
+                                                   uint32_t mask_low, uint32_t mask_high, void *arg,
+                                                   tarvik_async_handler_t handler);
+/* A slot that dispatches on the byte at `offset`: entry `subtype` (or every entry when
+ * `all_subtypes`) gets `arg` and `handler`.  0 and no change if the type's slot is taken. */
+TLK_EXPORT int tarvik_async_subtype_handler_register(tarvik_cookie *cookie, uint32_t msg_type,
+                                                     uint32_t subtype, uint32_t count,
+                                                     uint32_t offset, int all_subtypes,
+                                                     uint32_t mask_low, uint32_t mask_high,
+                                                     void *arg, tarvik_async_handler_t handler);
+/* Asks for TLKO_INPUT without installing a handler (see tarvik_error_async_register). */
+TLK_EXPORT int tarvik_input_async_register(tarvik_cookie *cookie);
+/* Registers "async opaque" (type 79); a non-NULL 16-byte `subtype_mask` is then sent too. */
+TLK_EXPORT int tarvik_async_opaque_register(tarvik_cookie *cookie, void *arg,
+                                            tarvik_async_handler_t handler, uint8_t *subtype_mask);
+/* Socket option 9: byte 0 names the listen bit (0 to 63), bytes 1 to 15 its subtype bits. */
+TLK_EXPORT int tarvik_set_async_msg_subtype(tarvik_cookie *cookie, const uint8_t *subtype_mask);
+TLK_EXPORT int tarvik_get_async_msg_subtype(tarvik_cookie *cookie, uint8_t *subtype_mask);
+/* Sends the session's listen mask with a TLK_ASYNC_FILTER_LEN-byte filter record (option 10). */
+TLK_EXPORT int tarvik_async_register_filters(tarvik_cookie *cookie, const void *filter);
+/* Kernel-side mode word: only bits of 0x1ff9f, and bit 0 in any non-zero word; else 22. */
+TLK_EXPORT int tarvik_set_async_mode(tarvik_cookie *cookie, uint32_t mode);
+/* The sequence number that the next notification will bear (option 3). */
+TLK_EXPORT int tarvik_get_async_seq_num(tarvik_cookie *cookie, uint32_t *seq_out);
+/* The only way back: drop the route (type 2) or next hop (type 10) slot and listen bits. */
+TLK_EXPORT int tarvik_rtm_async_unregister(tarvik_cookie *cookie);
+TLK_EXPORT int tarvik_rnhm_async_unregister(tarvik_cookie *cookie);
+/* Stores the hooked event mode table (the library never assigns it otherwise).  22 for a NULL
+ * cookie. */
+TLK_EXPORT int tlk_async_set_event_hooks(tarvik_cookie *cookie, tarvik_event_hooks_t *hooks);
+/* The listen bits under which the kernel sends notifications of `type`: the union of every
+ * register row that names it.  0 when the type has a row, -1 when it has none (both words 0). */
+TLK_EXPORT int tlk_async_listen_bits(uint32_t type, uint32_t *mask_low, uint32_t *mask_high);
+
+/* Per-family registration: 22 for a NULL cookie, NULL handler or no asynchronous record; else
+ * the result of the setup routine, type after type in the family's order. */
+#define TLK_ASYNC_REGISTER_DECL(family)                                                   \
+  TLK_EXPORT int tarvik_##family##_async_register(tarvik_cookie *cookie, void *arg,       \
+                                                  tarvik_async_handler_t handler)
+TLK_ASYNC_REGISTER_DECL(aggr_config);     /* 73-77 flow aggregation */
+TLK_ASYNC_REGISTER_DECL(analyzer);        /* 88 */
+TLK_ASYNC_REGISTER_DECL(asp_cfg);         /* 53 */
+TLK_ASYNC_REGISTER_DECL(asp_ipsec);       /* 54 */
+TLK_ASYNC_REGISTER_DECL(bd);              /* 89 bridge domain */
+TLK_ASYNC_REGISTER_DECL(cos);             /* 31, 32, 34, 38, 39, 35, 36, 37, 55, 71 */
+TLK_ASYNC_REGISTER_DECL(cp_config);       /* 58, 60, 61, 59 */
+TLK_ASYNC_REGISTER_DECL(cp_pic);          /* 62, 63, 64, 66, 67, 65 */
+TLK_ASYNC_REGISTER_DECL(ddos);            /* 97 */
+TLK_ASYNC_REGISTER_DECL(dfwm);            /* 14 firewall */
+TLK_ASYNC_REGISTER_DECL(dfwstatsm);       /* 22, no listen bit */
+TLK_ASYNC_REGISTER_DECL(error);           /* 109, TLKO_INPUT */
+TLK_ASYNC_REGISTER_DECL(fc_fabric);       /* 94 */
+TLK_ASYNC_REGISTER_DECL(gencfg);          /* 72 */
+TLK_ASYNC_REGISTER_DECL(ifbd);            /* 90 */
+TLK_ASYNC_REGISTER_DECL(ifdalm);          /* 20 */
+TLK_ASYNC_REGISTER_DECL(ifdest);          /* 18 */
+TLK_ASYNC_REGISTER_DECL(ifdm);            /* 5 devices */
+TLK_ASYNC_REGISTER_DECL(iflm);            /* 6 logical interfaces */
+TLK_ASYNC_REGISTER_DECL(ifsm);            /* 47 */
+TLK_ASYNC_REGISTER_DECL(ifvcm);           /* 27 */
+TLK_ASYNC_REGISTER_DECL(ifvpm);           /* 46 */
+TLK_ASYNC_REGISTER_DECL(ksyncm);          /* 69 */
+TLK_ASYNC_REGISTER_DECL(l2tp);            /* 57 */
+TLK_ASYNC_REGISTER_DECL(marker);          /* 102 */
+TLK_ASYNC_REGISTER_DECL(mesh_group);      /* 87 */
+TLK_ASYNC_REGISTER_DECL(mgrm);            /* 13 */
+TLK_ASYNC_REGISTER_DECL(monitor);         /* 43 */
+TLK_ASYNC_REGISTER_DECL(monitor_state);   /* 44 */
+TLK_ASYNC_REGISTER_DECL(nh_comp);         /* 83 */
+TLK_ASYNC_REGISTER_DECL(notify);          /* 98 */
+TLK_ASYNC_REGISTER_DECL(pfe_dwn_map);     /* 81 */
+TLK_ASYNC_REGISTER_DECL(pfeinfo);         /* 24 */
+TLK_ASYNC_REGISTER_DECL(picm);            /* 68 */
+TLK_ASYNC_REGISTER_DECL(pkcs_reply);      /* 45 */
+TLK_ASYNC_REGISTER_DECL(pktinject);       /* 96 */
+TLK_ASYNC_REGISTER_DECL(rnhm);            /* 10 next hops */
+TLK_ASYNC_REGISTER_DECL(rtbm);            /* 1 route tables */
+TLK_ASYNC_REGISTER_DECL(rtclass);         /* 28 */
+TLK_ASYNC_REGISTER_DECL(rtm);             /* 2 routes */
+TLK_ASYNC_REGISTER_DECL(sadbm);           /* 41 */
+TLK_ASYNC_REGISTER_DECL(sample);          /* 40 */
+TLK_ASYNC_REGISTER_DECL(stp);             /* 82 */
+TLK_ASYNC_REGISTER_DECL(vlan);            /* 84 */
+#undef TLK_ASYNC_REGISTER_DECL
+/* Families of another shape.  Flags 1 and 4 choose between two listen bits each. */
+TLK_EXPORT int tarvik_iffm_async_register(tarvik_cookie *cookie, uint32_t flags, void *arg,
+                                          tarvik_async_handler_t handler);
+TLK_EXPORT int tarvik_ifam_async_register(tarvik_cookie *cookie, uint32_t flags, void *arg,
+                                          tarvik_async_handler_t handler);
+TLK_EXPORT int tarvik_sysstatsm_async_register(tarvik_cookie *cookie, uint32_t flags, void *arg,
+                                               tarvik_async_handler_t handler);
+TLK_EXPORT int tarvik_qsr_async_register(tarvik_cookie *cookie, void *arg,
+                                         tarvik_async_handler_t handler, uint32_t extra);
+TLK_EXPORT int tarvik_kuack_async_register(tarvik_cookie *cookie, uint32_t unused, void *arg,
+                                           tarvik_async_handler_t handler);
+/* Subtype 0 of "ifsclinfo" (type 85); whichever of the two comes second does nothing. */
+TLK_EXPORT int tarvik_ifsclim_async_register(tarvik_cookie *cookie, void *arg,
+                                             tarvik_async_handler_t handler);
+TLK_EXPORT int tarvik_ifstate_eochain_register(tarvik_cookie *cookie, void *arg,
+                                               tarvik_async_handler_t handler);
+
+/* ---- Event processing ---- */
+
+/* Diagnostic switch of the asynchronous reader: non-zero logs each read at LOG_DEBUG. */
+extern TLK_EXPORT int tarvik_async_io_debug;
+TLK_EXPORT void tarvik_async_set_io_debug(int value);
+/* Reads per event (0 and 1 both mean one).  No check of any kind: the cookie must be valid. */
+TLK_EXPORT void tarvik_async_set_num_read_msg(tarvik_cookie *cookie, uint32_t count);
+/* Reads what the socket holds and hands each message to its slot's handler.  0, or -1 with errno
+ * (EAGAIN on an empty socket). */
+TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie);
+/* The loop callback: tarvik_async_event_process with the cookie as `uap`. */
+TLK_EXPORT void tarvik_async_event_callback(evContext ctx, void *cookie, int fd, int eventmask);
+/* Runs the session's loop until it stops; 22 without a context. */
+TLK_EXPORT int tarvik_async_event_loop(tarvik_cookie *cookie);
+/* The same, with signal handlers run only between callbacks. */
+TLK_EXPORT int tarvik_async_event_loop_sighdl(tarvik_cookie *cookie);
+/* The handler installed by subtype registration. */
+TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record, void *msg,
+                                            uintptr_t word);
+/* Sends one "async opaque" request and, with `flags` bit 0, reads its reply into *reply_out
+ * (freed with tarvik_msg_free). */
+TLK_EXPORT int tarvik_async_opaque_handle(tarvik_cookie *cookie, uint8_t op, const void *data,
+                                          uint32_t length, void **reply_out, uint8_t opaque_type,
+                                          uint16_t flags);
 
 #ifdef __cplusplus
 }

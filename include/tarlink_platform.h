@@ -46,6 +46,20 @@ typedef struct tlk_platform {
   void (*print_stderr)(const char *text);
   void (*exit)(int status);
   void (*assert_fail)(const char *expr, const char *file, int line, const char *func);
+  /* The event loop (evContext, evFileID and evFileFunc are described in tarlink.h).  The host
+   * default is the library's own loop on poll(2); a port plugs its system's loop here.  All give
+   * 0, or -1 with errno.  evMainLoop runs until evBreak or until nothing is watched;
+   * evMainLoopSyncSighdl is the same loop with signals held back while callbacks run, so that a
+   * signal handler never interrupts one.  evBreak is this library's addition: it makes the running
+   * loop return once the current callback is done, and is safe from a signal handler. */
+  int (*evCreate)(evContext *ctx);
+  int (*evSelectFD)(evContext ctx, int fd, int eventmask, evFileFunc func, void *uap,
+                    evFileID *id);
+  int (*evDeselectFD)(evContext ctx, evFileID id);
+  int (*evMainLoop)(evContext ctx);
+  int (*evMainLoopSyncSighdl)(evContext ctx);
+  int (*evDestroy)(evContext ctx);
+  int (*evBreak)(evContext ctx);
 } tlk_platform;
 
 /* The table in force. */

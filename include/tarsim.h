@@ -30,6 +30,10 @@ TARSIM_API int tarsim_reply_raw(tarsim_kernel *kernel, uint8_t type, uint8_t op,
 /* Queues bytes to the session whose library descriptor is `fd`.  0, or -1. */
 TARSIM_API int tarsim_push(tarsim_kernel *kernel, int fd, const void *bytes, size_t length);
 
+/* Queues a notification of `type` to every session listening for it (see tarsim.hpp) and sends
+ * it; the number of sessions reached, or -1 for bad arguments. */
+TARSIM_API int tarsim_notify(tarsim_kernel *kernel, uint8_t type, const void *bytes, size_t length);
+
 #ifdef __cplusplus
 }
 #endif

@@ -112,6 +112,82 @@ class TARSIM_EXPORT Kernel {
   // Takes whatever a client wrote straight onto its descriptor, bypassing the seam.
   void pump();
 
+  // --- Notifications (sim/notify.cc) -----------------------------------------------------
+  // Each session has its own notification stream.  A notification goes to a session when the
+  // session's listen mask holds any bit under which its type is sent (tlk_async_listen_bits);
+  // types sent under no bit (for example 22, 99, 85) and types the table doesn't know reach nobody
+  // this way, only through notify_session.  The listen mask is the last one the session set with
+  // option 1, or, when the session set a filter record (option 10) since then, the filter's mask
+  // less the bits the filter drops.  A subtype mask (option 9) for listen bit 35 ("async opaque")
+  // is honoured on raw messages of type 79: the byte at offset 24 must name a set bit (bit i is
+  // byte 1 + i / 8, bit i % 8).  Other subtype masks are recorded and read back only.
+  //
+  // Raw notifications get the session's next sequence number in tlkh_seq; frames are sent as
+  // given.  Either kind advances the session's sequence (what option 3 reads), since the library
+  // counts both.  Notifications are queued per session and sent by flush(): with mode bit 0
+  // (option 7) as many as fit in the session's receive buffer go into one read, with mode bit
+  // 0x400 or without bit 0 each goes alone.  With auto flush on (the default) every notify call
+  // and every write that makes notifications flushes before returning.
+  //
+  // Changes: a raw add, change, delete or deleteall (ops 1, 2, 3, 7) written by a session is
+  // sent, as written, as a notification to every other listening session.  The writer does not
+  // hear its own change: it has the reply.
+  //
+  // Queues `bytes` to every listening session (except `except_fd`); the number of sessions.
+  size_t notify(uint8_t type, std::span<const uint8_t> bytes, int except_fd = -1);
+  // Queues `bytes` to one session, whatever it listens to.  False for an unknown session.
+  bool notify_session(int fd, std::span<const uint8_t> bytes);
+  // Sends what is queued; the number of messages sent.  What doesn't fit in the session's socket
+  // stays queued for the next flush.
+  size_t flush();
+  void set_auto_flush(bool on) { auto_flush_ = on; }
+  size_t queued(int fd) const;
+  // Makes a gap: the session's next notification number jumps by `count`.
+  void skip_notify_seq(int fd, uint32_t count);
+  // Notifications sent to the session, and reads they took.
+  uint64_t notifications(int fd) const;
+  uint64_t notify_reads(int fd) const;
+  // The listen mask in force for the session, low word first.
+  std::pair<uint32_t, uint32_t> listen_mask(int fd) const;
+  // Hooks of the core: a write taken, an option set, a session gone.
+  void notify_after_write(int fd, std::span<const uint8_t> bytes);
+  void notify_option_set(int fd, int level, int name);
+  void notify_forget(int fd);
+
+  // --- Object store (sim/objects.cc) -------------------------------------------------------
+  // Framed requests are decoded with the library's own codecs and answered in the encoding they
+  // came in, unless on_frame() installed a handler of the test's own.  A get or getnext of a
+  // logical interface (type 6) is answered from the store below, which starts with a small
+  // chassis: ge-0/0/0 units 0 and 100, ge-0/0/1 unit 0, xe-1/0/0 units 0 and 200, lo0 unit 0.
+  // A key the store doesn't hold is refused with a raw "tlk-err" (type 109) whose body is a
+  // TlkErr with final_err ENOENT; a client's framed read then gives EOPNOTSUPP, the answer
+  // for "a raw message in hand".
+  struct Ifl {
+    uint32_t index = 0;
+    uint32_t snmp_id = 0;
+    uint16_t devidx = 0;
+    uint32_t unit = 0;
+    std::string device;  // the device part of the name, without the unit
+    uint32_t flags = 0;
+    uint32_t generation = 0;
+    uint8_t lr = 0;
+  };
+  // The body of a "tlk-err" message, behind its 24-byte header.
+  struct TlkErr {
+    char function[32];
+    uint32_t line;
+    uint32_t seq_no;
+    uint8_t rtm_type;
+    uint8_t rtm_op;
+    uint16_t sender_id;
+    uint32_t mproc_err;
+    uint32_t final_err;
+  };
+  void add_ifl(const Ifl &ifl);
+  void clear_ifls() { ifls_.clear(); }
+  const std::vector<Ifl> &ifls() const { return ifls_; }
+  const Ifl *find_ifl(uint32_t index) const;
+
   // --- Faults -----------------------------------------------------------------------------
   void fail_socket(int err);                              // the next socket() fails
   void fail_fcntl(int cmd, int err);                      // the next fcntl(cmd) fails
@@ -148,6 +224,11 @@ class TARSIM_EXPORT Kernel {
  private:
   bool deliver(Session &s, std::span<const uint8_t> bytes, bool apply_faults);
   void answer_builtin(Session &s, const Request &req);
+  void seed_default_objects();
+  void answer_frame(Session &s, std::span<const uint8_t> frame);
+  void answer_not_found(Session &s, uint8_t type, uint8_t op, uint32_t seq);
+  const Ifl *lookup_ifl(const ifl_msg &req) const;
+  std::vector<Ifl> ifls_;
   void note(int fd, bool to_kernel, std::span<const uint8_t> bytes);
 
   tlk_platform previous_{};
@@ -167,6 +248,16 @@ class TARSIM_EXPORT Kernel {
   std::optional<size_t> reply_truncate_;
   std::optional<size_t> reply_extra_;
   std::optional<uint32_t> wrong_seq_;
+  struct NotifyState {
+    std::vector<Bytes> queue;    // waiting for flush
+    uint64_t listen_stamp = 0;   // when option 1 was last set (0: never)
+    uint64_t filter_stamp = 0;   // when option 10 was last set
+    uint64_t sent = 0;
+    uint64_t reads = 0;
+  };
+  std::map<int, NotifyState> notify_;
+  uint64_t option_clock_ = 0;
+  bool auto_flush_ = true;
   bool recording_ = false;
   std::vector<Recorded> recorded_;
   Bytes scratch_;

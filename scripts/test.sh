@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Builds everything and runs every test: the unit tests (g++), the same tests under AddressSanitizer
-# and UndefinedBehaviorSanitizer (clang), the install test, and the benchmarks once as a smoke run.
+# and UndefinedBehaviorSanitizer (clang), the codec tests in a 32-bit build, a bounded fuzz run of
+# the decoders, the install test, and the benchmarks once as a smoke run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
-tarlink_install_deps clang libclang-rt-dev
+tarlink_install_deps clang libclang-rt-dev g++-multilib
 start=$(date +%s)
 
 step() { printf '\n==== %s\n' "$*"; }
@@ -18,6 +19,14 @@ step "build and test under ASan + UBSan (clang)"
 cmake --preset sanitize >/dev/null
 cmake --build --preset sanitize
 ctest --preset sanitize
+
+step "codec tests in the 32-bit build (the target's in-memory layout)"
+cmake --preset m32 >/dev/null
+cmake --build --preset m32
+ctest --preset m32
+
+step "fuzz the decoders for a bounded time"
+./fuzz/run.sh "${TARLINK_FUZZ_SECONDS:-60}"
 
 step "install, then build an example against the installed package"
 prefix=$(mktemp -d)

@@ -29,4 +29,10 @@ int tarsim_push(tarsim_kernel *kernel, int fd, const void *bytes, size_t length)
   return kernel->kernel.push(fd, {b, length}) ? 0 : -1;
 }
 
+int tarsim_notify(tarsim_kernel *kernel, uint8_t type, const void *bytes, size_t length) {
+  if (kernel == nullptr || (bytes == nullptr && length != 0)) return -1;
+  const auto *b = static_cast<const uint8_t *>(bytes);
+  return static_cast<int>(kernel->kernel.notify(type, {b, length}));
+}
+
 }  // extern "C"

@@ -9,19 +9,10 @@
 
 #include <algorithm>
 
+#include "session.h"
 #include "tarsim.hpp"
 
 namespace tarsim {
-
-struct Kernel::Session {
-  int lib_fd = -1;     // the library's end
-  int kernel_fd = -1;  // ours
-  std::map<std::pair<int, int>, Bytes> options;
-  uint32_t async_seq = 1;
-  uint64_t requests = 0;
-  uint64_t replies = 0;
-  uint64_t dropped = 0;
-};
 
 namespace {
 
@@ -175,6 +166,7 @@ Bytes raw_message(uint8_t type, uint8_t op, uint32_t seq, std::span<const uint8_
 
 Kernel::Kernel() : previous_(*tlk_platform_get()), version_reply_(default_version_reply()) {
   g_kernel = this;
+  seed_default_objects();
   tlk_platform table = previous_;
   table.socket = sim_socket;
   table.read = sim_read;
@@ -286,6 +278,7 @@ int Kernel::open_session() {
 void Kernel::close_session(int fd) {
   Session *s = find(fd);
   if (s == nullptr) return;
+  notify_forget(fd);
   ::close(s->lib_fd);
   ::close(s->kernel_fd);
   by_fd_[static_cast<size_t>(fd)].reset();
@@ -396,6 +389,7 @@ int Kernel::set_option(Session &s, int level, int name, const void *value, sockl
     return -1;
   }
   s.options[{level, name}] = Bytes(bytes, bytes + len);
+  notify_option_set(s.lib_fd, level, name);
   return 0;
 }
 
@@ -444,7 +438,11 @@ ssize_t Kernel::take_write(Session &s, const uint8_t *buf, size_t len) {
   ++s.requests;
   const uint32_t first = load_u32(buf);
   if (first == kMagicTlv || first == kMagicIdr) {
-    if (frame_handler_) frame_handler_(*this, s.lib_fd, msg);
+    if (frame_handler_) {
+      frame_handler_(*this, s.lib_fd, msg);
+    } else {
+      answer_frame(s, msg);
+    }
     return static_cast<ssize_t>(len);
   }
   if (len < TLK_RAW_HDR_LEN) {
@@ -458,6 +456,7 @@ ssize_t Kernel::take_write(Session &s, const uint8_t *buf, size_t len) {
   } else {
     answer_builtin(s, req);
   }
+  notify_after_write(req.session, msg);  // listeners hear changes (sim/notify.cc)
   return static_cast<ssize_t>(len);
 }
 

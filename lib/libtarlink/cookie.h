@@ -5,26 +5,21 @@
 
 #include "tarlink.h"
 
-// Kept for the asynchronous engine; its operations arrive with the notification work.
-struct tarvik_async_reg_t;
-
+// The asynchronous record of a session (identifier 6, zero-filled), owned by the cookie.
 struct tarvik_async_info_t {
-  void *context;                         // event loop context driving this session
-  tarvik_async_reg_t *reg[TLK_NUM_MSG_TYPES + 1];  // handler slot per message type
-  uint32_t listen_mask[2];               // listen bits the kernel accepted, low word first
-  void *select_id;                       // the loop's handle for our descriptor
-  uint32_t flags;                        // own context, selected, no context
-  uint32_t mode;                         // last asynchronous mode word the kernel accepted
-  int (*cleanup)(tarvik_cookie *cookie); // run first on teardown
+  evContext context;                               // loop driving the session; null without one
+  tarvik_async_reg_t *reg[TLK_NUM_MSG_TYPES + 1];  // handler slot per message type, 0 to 110
+  uint32_t listen_mask[2];                         // bits the kernel accepted, low word first
+  evFileID select_id;                              // valid while TARVIK_ASYNC_SELECTED
+  uint32_t flags;                                  // TARVIK_ASYNC_* (low byte)
+  uint32_t mode;                                   // last mode word the kernel accepted
+  int (*cleanup)(tarvik_cookie *cookie);           // run first on teardown
 };
 
-// Hooked event mode: a client-provided table that replaces direct dispatch.
-struct tarvik_event_hooks_t {
-  void (*dispatch)(tarvik_cookie *cookie, void *msg);
-  void (*destroy)(tarvik_cookie *cookie);
-  void (*callback)(void *ctx, void *arg, int fd, int events);
-  int fd;
-};
+// Values of tarvik_async_info_t::flags.
+constexpr uint32_t TARVIK_ASYNC_OWN_CONTEXT = 1;  // the library made the context and destroys it
+constexpr uint32_t TARVIK_ASYNC_SELECTED = 2;     // the descriptor is on the loop
+constexpr uint32_t TARVIK_ASYNC_NO_CONTEXT = 4;   // the caller polls; the loop is never touched
 
 struct tarvik_cookie {
   int32_t fd;                       // -1 while not connected
@@ -54,5 +49,3 @@ struct tarvik_cookie {
   uint32_t version_info_len;        // bytes of version_info the kernel returned
 };
 
-// Releases the asynchronous context of a session (owned by the notification engine).
-void tarvik_destroy_async_context_internal(tarvik_cookie *cookie);

@@ -175,7 +175,7 @@ TLK_EXPORT void tarvik_cookie_destroy(tarvik_cookie *cookie) {
   cookie->version_info = nullptr;
   cookie->read_buffer = nullptr;
   // The asynchronous context outlives the version and read buffers and must not need them.
-  if (cookie->async_info != nullptr) tarvik_destroy_async_context_internal(cookie);
+  if (cookie->async_info != nullptr) (void)tarvik_destroy_async_context(cookie);
   if (cookie->wbuf) tarvik_free(MEMID_TARVIK_MSG, cookie->wbuf);
   if (cookie->rbuf_data) tarvik_free(MEMID_TARVIK_MSG, cookie->rbuf_data);
   tarvik_free(MEMID_TARVIK_COOKIE, cookie);

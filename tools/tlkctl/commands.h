@@ -8,9 +8,24 @@
 
 #include "tarlink.h"
 
+namespace tarsim {
+class Kernel;
+}
+
 namespace tlkctl {
 
 int run_demo(int argc, char **argv);
+// tlkctl monitor [--demo N] [--bulk]: prints notifications as they arrive.
+int run_monitor(int argc, char **argv);
+// Demo step: a second session hears a change that a first one makes; a third doesn't.  0 if so.
+int demo_async(tarsim::Kernel &kernel);
+
+// One notification on one line: "notify seq=N type=NAME(T) op=OP len=L".
+void print_notification(FILE *out, const void *msg);
+// Writes one raw change (a header and 8 bytes of `tag`) with the session's next sequence number.
+int write_change(tarvik_cookie *writer, uint8_t type, uint8_t op, uint8_t tag);
+// Runs the session's own loop turn by turn until a turn brings nothing new for `*heard`.
+int run_until_quiet(tarvik_cookie *cookie, const unsigned *heard);
 
 // One line per memory identifier with any activity: allocations, failures, frees, outstanding.
 void print_memory(FILE *out);

@@ -12,6 +12,7 @@ constexpr char kUsage[] =
     "Commands (all run against the embedded simulated kernel):\n"
     "  demo      open a session, negotiate versions, exchange a raw request and reply,\n"
     "            show the memory accounting, close in order\n"
+    "  monitor   print notifications as they arrive; --demo N: a second session makes N changes\n"
     "  help      this text (also -h, --help)\n";
 
 struct Command {
@@ -21,6 +22,7 @@ struct Command {
 
 constexpr Command kCommands[] = {
     {"demo", tlkctl::run_demo},
+    {"monitor", tlkctl::run_monitor},
 };
 
 }  // namespace

@@ -6,17 +6,38 @@
 
 namespace tlkctl {
 
+namespace {
+
+// What the library's fixed memory identifiers hold.
+const char *memid_name(unsigned id) {
+  switch (id) {
+    case 0: return "accounting table";
+    case MEMID_TARVIK_SUBTYPE: return "subtype tables";
+    case MEMID_TARVIK_ASYNC_CTX: return "async context";
+    case MEMID_TARVIK_READ_BUFFER: return "read buffers";
+    case MEMID_TARVIK_COOKIE: return "sessions";
+    case MEMID_TARVIK_DECODE: return "decoder blocks";
+    case MEMID_TARVIK_ASYNC_REG: return "async registrations";
+    case MEMID_TARVIK_MSG: return "messages and buffers";
+    default: return "";
+  }
+}
+
+}  // namespace
+
 void print_memory(FILE *out) {
   const tarvik_mem_cnt_t *cnts = tarvik_mem_record.cnts;
   if (cnts == nullptr) {
     fprintf(out, "  (accounting off)\n");
     return;
   }
-  fprintf(out, "  %-6s %8s %8s %8s %12s\n", "memid", "allocs", "fails", "frees", "outstanding");
+  fprintf(out, "  %-6s %-22s %8s %8s %8s %12s\n", "memid", "holds", "allocs", "fails", "frees",
+          "outstanding");
   for (unsigned id = 0; id < MEMID_TARVIK_MAX; ++id) {
     const tarvik_mem_cnt_t &e = cnts[id];
     if (e.allocs == 0 && e.fails == 0 && e.frees == 0) continue;
-    fprintf(out, "  %-6u %8u %8u %8u %12d\n", id, e.allocs, e.fails, e.frees, e.outstanding);
+    fprintf(out, "  %-6u %-22s %8u %8u %8u %12d\n", id, memid_name(id), e.allocs, e.fails, e.frees,
+            e.outstanding);
   }
 }
 

@@ -1,6 +1,8 @@
 // The host's platform table and the process-wide pointer to the table in force.
 #include "platform/platform.h"
 
+#include "platform/eventlib.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -51,6 +53,9 @@ constexpr tlk_platform kHost = {
     host_fcntl,      host_getsockopt,   host_setsockopt, host_sysctl,  host_sysctlbyname,
     host_select,     host_usleep,       host_syslog, host_print_stderr, host_exit,
     host_assert_fail,
+    // The event loop: the library's own (platform/eventlib.cc).
+    evlib::create,   evlib::select_fd,  evlib::deselect_fd, evlib::main_loop,
+    evlib::main_loop_sync_sighdl, evlib::destroy, evlib::brk,
 };
 
 }  // namespace

@@ -1,0 +1,112 @@
+# The record codecs.  idlgen, a host tool built first, reads the schema under
+# lib/libtarlink/idl/schema/ and writes, into the build tree only, the public records header
+# (tarlink_records.h, included by tarlink.h) and the descriptor tables with the exported
+# tlv_*/idr_* functions.  A schema error stops the build with file:line.
+set(TARLINK_GEN_DIR ${PROJECT_BINARY_DIR}/generated CACHE INTERNAL "generated codec sources")
+set(TARLINK_SCHEMA_DIR ${PROJECT_SOURCE_DIR}/lib/libtarlink/idl/schema)
+set(TARLINK_SCHEMA_FILES
+  ${TARLINK_SCHEMA_DIR}/envelope.schema
+  ${TARLINK_SCHEMA_DIR}/route.schema
+  ${TARLINK_SCHEMA_DIR}/address.schema
+  ${TARLINK_SCHEMA_DIR}/acc_cntl.schema
+  ${TARLINK_SCHEMA_DIR}/interface.schema
+  CACHE INTERNAL "the record schema")
+
+if(NOT TARGET idlgen)
+  add_executable(idlgen
+    ${PROJECT_SOURCE_DIR}/tools/idlgen/main.cc
+    ${PROJECT_SOURCE_DIR}/tools/idlgen/parse.cc
+    ${PROJECT_SOURCE_DIR}/tools/idlgen/emit.cc)
+  tarlink_warnings(idlgen)
+  # A host tool: in the 32-bit build it stays a native program (the machine that builds may not
+  # run 32-bit code).
+  if(CMAKE_CXX_FLAGS MATCHES "-m32" AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+    target_compile_options(idlgen PRIVATE -m64)
+    target_link_options(idlgen PRIVATE -m64)
+  endif()
+endif()
+
+# tarlink_idlgen(<header> <source> <guard> SCHEMA <files...> [IMPORT <files...>] [EXPORT <macro>]
+#                [INCLUDE <headers...>] [CORE])
+# Runs idlgen at build time; outputs go to TARLINK_GEN_DIR.
+function(tarlink_idlgen header source guard)
+  cmake_parse_arguments(ARG "CORE" "EXPORT" "SCHEMA;IMPORT;INCLUDE" ${ARGN})
+  set(args --header ${TARLINK_GEN_DIR}/${header} --source ${TARLINK_GEN_DIR}/${source} --guard ${guard})
+  if(ARG_CORE)
+    list(APPEND args --core)
+  endif()
+  if(ARG_EXPORT)
+    list(APPEND args --export ${ARG_EXPORT})
+  endif()
+  foreach(inc IN LISTS ARG_INCLUDE)
+    list(APPEND args --include ${inc})
+  endforeach()
+  foreach(imp IN LISTS ARG_IMPORT)
+    list(APPEND args --import ${imp})
+  endforeach()
+  add_custom_command(
+    OUTPUT ${TARLINK_GEN_DIR}/${header} ${TARLINK_GEN_DIR}/${source}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${TARLINK_GEN_DIR}
+    COMMAND idlgen ${args} ${ARG_SCHEMA}
+    DEPENDS idlgen ${ARG_SCHEMA} ${ARG_IMPORT}
+    COMMENT "idlgen: ${header}, ${source}"
+    VERBATIM)
+endfunction()
+
+tarlink_idlgen(tarlink_records.h tarlink_tables.cc TARLINK_RECORDS_H
+  SCHEMA ${TARLINK_SCHEMA_FILES} EXPORT TLK_EXPORT CORE)
+add_custom_target(tarlink_records DEPENDS ${TARLINK_GEN_DIR}/tarlink_records.h)
+
+set(TARLINK_IDL_SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/../lib/libtarlink/idl/tlv_engine.cc
+  ${CMAKE_CURRENT_LIST_DIR}/../lib/libtarlink/idl/idr_engine.cc
+  ${CMAKE_CURRENT_LIST_DIR}/../lib/libtarlink/idl/af_map.cc
+  ${CMAKE_CURRENT_LIST_DIR}/../lib/libtarlink/idl/sockaddr_idl.cc
+  ${TARLINK_GEN_DIR}/tarlink_tables.cc)
+
+# tarlink.h includes the generated records header, so every target of the project that compiles
+# against it (the simulator, tools, tests, benchmarks, examples) needs the generated directory
+# and must wait for idlgen.  Done once, after all directories are read.
+set_property(GLOBAL PROPERTY TARLINK_GEN_DIR ${TARLINK_GEN_DIR})
+function(tarlink_records_everywhere)
+  get_property(gen_dir GLOBAL PROPERTY TARLINK_GEN_DIR)
+  set(dirs ${PROJECT_SOURCE_DIR})
+  set(targets)
+  while(dirs)
+    list(POP_FRONT dirs dir)
+    get_property(sub DIRECTORY ${dir} PROPERTY SUBDIRECTORIES)
+    list(APPEND dirs ${sub})
+    get_property(ts DIRECTORY ${dir} PROPERTY BUILDSYSTEM_TARGETS)
+    list(APPEND targets ${ts})
+  endwhile()
+  foreach(t IN LISTS targets)
+    get_target_property(type ${t} TYPE)
+    get_target_property(imported ${t} IMPORTED)
+    if(t STREQUAL "idlgen" OR t STREQUAL "tarlink_records" OR imported)
+      continue()
+    endif()
+    if(type MATCHES "^(EXECUTABLE|STATIC_LIBRARY|SHARED_LIBRARY|OBJECT_LIBRARY|MODULE_LIBRARY)$")
+      add_dependencies(${t} tarlink_records)
+      set_property(TARGET ${t} APPEND PROPERTY INCLUDE_DIRECTORIES ${gen_dir})
+    endif()
+  endforeach()
+endfunction()
+cmake_language(DEFER DIRECTORY ${PROJECT_SOURCE_DIR} CALL tarlink_records_everywhere)
+
+# The test-only records (tests/idl/schema/test.schema) and the random-record helpers, for the
+# codec tests, the fuzz target and the codec benchmark: defined once, by whichever comes first.
+function(tarlink_idl_test_records)
+  if(TARGET idl_test_records)
+    return()
+  endif()
+  tarlink_idlgen(tarlink_test_records.h tarlink_test_tables.cc TARLINK_TEST_RECORDS_H
+    SCHEMA ${PROJECT_SOURCE_DIR}/tests/idl/schema/test.schema
+    IMPORT ${TARLINK_SCHEMA_FILES}
+    INCLUDE tarlink.h)
+  add_library(idl_test_records STATIC
+    ${TARLINK_GEN_DIR}/tarlink_test_tables.cc
+    ${PROJECT_SOURCE_DIR}/tests/idl/codec_support.cc)
+  target_include_directories(idl_test_records PUBLIC ${TARLINK_GEN_DIR} ${PROJECT_SOURCE_DIR}/tests/idl)
+  target_link_libraries(idl_test_records PUBLIC tarlink_static)
+  tarlink_warnings(idl_test_records)
+endfunction()

@@ -1,0 +1,371 @@
+// Event processing: the road of a notification from a readable socket to its handler.
+//
+// tarvik_async_event_process reads up to num_read_msg times, walks each read buffer message by
+// message, tells frames from raw records by the first word, applies the sequence rule to raw
+// records, decodes frames, and calls the slot's handler synchronously.  There is no queue here;
+// hooked event mode hands each message to the client's dispatch hook instead.  A bad message costs
+// only itself: it is dropped with a diagnostic and the walk goes on.
+#include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <syslog.h>
+
+#include "cookie.h"
+#include "platform/platform.h"
+
+extern "C" {
+TLK_EXPORT int tarvik_async_io_debug = 0;
+}
+
+namespace {
+
+using tlk::platform::ops;
+
+constexpr char kProcess[] = "tarvik_async_event_process";
+constexpr char kProcessMsg[] = "tarvik_async_process_msg";
+constexpr uint32_t kIfaddrType = 8;
+constexpr uint32_t kGencfgType = 72;
+
+const char *progname() { return program_invocation_short_name; }
+
+void debug_line(const char *format, ...) TLK_PRINTF(1, 2);
+void debug_line(const char *format, ...) {
+  char text[256];
+  va_list args;
+  va_start(args, format);
+  vsnprintf(text, sizeof text, format, args);
+  va_end(args);
+  ops().syslog(LOG_DEBUG, text);
+}
+
+uint32_t word_at(const uint8_t *p, size_t avail, size_t index) {
+  uint32_t w = 0;
+  if ((index + 1) * 4 <= avail) memcpy(&w, p + index * 4, 4);
+  return w;
+}
+
+bool is_frame_magic(uint32_t word) { return word == TLK_MAGIC_TLV || word == TLK_MAGIC_IDR; }
+
+// Whole length of the message at `p` by its form, from the bytes actually read.
+int64_t message_length(const uint8_t *p, size_t left) {
+  const uint32_t first = word_at(p, left, 0);
+  if (is_frame_magic(first)) return static_cast<int64_t>(word_at(p, left, 1)) + 12;
+  return static_cast<int64_t>(word_at(p, left, 2));
+}
+
+// Step 4.3: a raw record comes back as EOPNOTSUPP and takes the raw path; any other non-zero
+// result is a failed decode.
+int decode_message(tarvik_cookie *cookie, const uint8_t *p, size_t len, void **message) {
+  return tarvik_msg_idl_decode(cookie, p, len, message, nullptr);
+}
+
+void release_message(tarvik_cookie *cookie, void *message) { tarvik_msg_idl_release(cookie, message, nullptr); }
+
+// The in-line work that the library keeps for itself.  Unnumbered address interest: no session
+// holds donor state until that code exists, so nothing is ever pending.  Returns true when a
+// report is pending after the save.
+bool unnum_save(tarvik_cookie *cookie, uint32_t type, const void *) {
+  if (type != kIfaddrType || cookie->unnum_info == nullptr) return false;
+  return false;  // seam: tarvik_unnum_ifa_save_msg, then its report before a delete
+}
+void unnum_report(tarvik_cookie *) {}  // seam: tarvik_unnum_ifa_report
+
+// gencfg blob decompression may replace the message by a decompressed copy; until that code
+// exists a gencfg message passes as it is.
+int gencfg_inline(tarvik_cookie *, void **) { return 0; }  // seam: tarvik_gencfg_async
+
+struct Walk {
+  uint32_t delivered = 0;  // messages delivered from this read
+};
+
+// One decoded message.  Returns 0 when delivered, else the errno value of its failure (the caller
+// releases the message).
+int dispatch_decoded(tarvik_cookie *cookie, void *&message) {
+  tarvik_async_info_t *info = cookie->async_info;
+  ++cookie->seq;
+  const auto *hdr = static_cast<const uint8_t *>(message);
+  const uint32_t type = hdr[5];
+  if (type > TLK_ASYNC_MAX_TYPE) {
+    tarvik_err(cookie, TLK_LEVEL_WARNING, "received async message of unknown type: %d\n", static_cast<int>(type));
+    return EOPNOTSUPP;
+  }
+  tarvik_async_reg_t *slot = info->reg[type];
+  if (slot == nullptr) {
+    tarvik_err(cookie, TLK_LEVEL_ERROR, "received async message with no handler: %d\n", static_cast<int>(type));
+    return ENOENT;
+  }
+  bool report_pending = unnum_save(cookie, type, message);
+  if (report_pending && hdr[6] == TLK_OP_DELETE) {
+    unnum_report(cookie);  // a delete is reported before its handler runs
+    report_pending = false;
+  }
+  if (type == kGencfgType) {
+    const int result = gencfg_inline(cookie, &message);
+    if (result != 0) return result;
+  }
+  if (info->mode & TLK_ASYNC_HOOKED) {  // read afresh: a handler may have changed it
+    if (tarvik_async_io_debug) debug_line("%s, Enqueueing tarlink message - idl\n\n", kProcessMsg);
+    return cookie->event_hooks->dispatch(cookie, slot, message, 0, 1);
+  }
+  slot->handler(cookie, slot->arg, message, 0);
+  if (report_pending) unnum_report(cookie);
+  return 0;
+}
+
+// One raw record.  The handler gets a private copy, so the read buffer can be reused.
+int dispatch_raw(tarvik_cookie *cookie, const uint8_t *p, size_t len) {
+  tarvik_async_info_t *info = cookie->async_info;
+  const uint32_t type = len > 5 ? p[5] : 0;
+  if (type > TLK_ASYNC_MAX_TYPE) {
+    tarvik_err(cookie, TLK_LEVEL_WARNING, "received async message of unknown type: %d\n", static_cast<int>(type));
+    return EOPNOTSUPP;
+  }
+  void *copy = tarvik_size_alloc(cookie, len);
+  if (copy == nullptr) return ENOMEM;
+  memcpy(copy, p, len);
+  tarvik_async_reg_t *slot = info->reg[type];
+  if (slot == nullptr) {
+    tarvik_err(cookie, TLK_LEVEL_ERROR, "received async message with no handler: %d\n", static_cast<int>(type));
+    tarvik_msg_free(cookie, copy);
+    return ENOENT;
+  }
+  if (info->mode & TLK_ASYNC_HOOKED) {
+    if (tarvik_async_io_debug) debug_line("%s, Enqueueing tarlink message - non-idl\n\n", kProcessMsg);
+    return cookie->event_hooks->dispatch(cookie, slot, copy, 0, 0);  // the copy stays with the hook
+  }
+  slot->handler(cookie, slot->arg, copy, 0);
+  return 0;
+}
+
+// Exit with error `e`: errno is `e`; the normal end, EAGAIN after at least one read, is 0.
+int leave(int e, uint32_t reads) {
+  errno = e;
+  return (e == EAGAIN && reads > 0) ? 0 : -1;
+}
+
+}  // namespace
+
+extern "C" {
+
+TLK_EXPORT void tarvik_async_set_io_debug(int value) { tarvik_async_io_debug = value; }
+
+TLK_EXPORT void tarvik_async_set_num_read_msg(tarvik_cookie *cookie, uint32_t count) {
+  cookie->num_read_msg = count;
+}
+
+TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie) {
+  if (cookie == nullptr || cookie->async_info == nullptr) {
+    tarvik_err(cookie, TLK_LEVEL_FATAL, "async event callback with invalid cookie!\n");
+    errno = EINVAL;
+    return -1;
+  }
+  const bool one_msg = (cookie->async_info->mode & TLK_ASYNC_ONE_MSG) != 0;  // read once per call
+  uint32_t reads = 0;
+  uint32_t total = 0;
+  int saved = 0;
+
+  for (;;) {
+    // The read buffer follows the socket's receive size and is kept between events.  It is never
+    // grown here; tarvik_set_buffers resizes it.
+    if (cookie->rbuf_data == nullptr) {
+      if (cookie->rbuf_sz == 0) {
+        int size = 0;
+        socklen_t len = sizeof size;
+        if (ops().getsockopt(cookie->fd, SOL_SOCKET, SO_RCVBUF, &size, &len) != 0) {
+          tarvik_err(cookie, TLK_LEVEL_ERROR, "%s: Failed to get SO_RCVBUF %s", kProcess, strerror(errno));
+          errno = EINVAL;
+          return -1;
+        }
+        cookie->rbuf_sz = static_cast<uint32_t>(size);
+      }
+      cookie->rbuf_data = static_cast<uint8_t *>(tarvik_size_alloc(cookie, cookie->rbuf_sz));
+      if (cookie->rbuf_data == nullptr) {
+        tarvik_err(cookie, TLK_LEVEL_ERROR, "tarvik_size_alloc failed!\n");
+        errno = ENOMEM;
+        return -1;
+      }
+    }
+
+    const ssize_t n = ops().read(cookie->fd, cookie->rbuf_data, cookie->rbuf_sz);
+    if (n < 0) {
+      const int err = errno;
+      // The buffer matches the socket's receive size: a message too large for it means that the
+      // kernel and the library disagree, and nothing sensible can follow.
+      TLK_ASSERT_AT(err != EMSGSIZE, "errno != EMSGSIZE", "lib/libtarlink/async/async_event", __LINE__,
+                    kProcess);
+      if (err != EAGAIN) tarvik_err(cookie, TLK_LEVEL_FATAL, "read failed: (%d) %s", err, strerror(err));
+      if (err == 0) return 0;
+      return leave(err, reads);  // a saved error of an earlier round is dropped here
+    }
+    if (n < TLK_MIN_MSG_LEN) {
+      tarvik_err(cookie, TLK_LEVEL_FATAL, "msg read too small for header: %d\n", static_cast<int>(n));
+      return leave(EIO, reads);
+    }
+    if (tarvik_async_io_debug) debug_line("%s, %s read %d bytes\n", kProcess, progname(), static_cast<int>(n));
+
+    // Walk the read message by message.  Any failure below costs only its own message.
+    const uint8_t *base = cookie->rbuf_data;
+    const size_t got = static_cast<size_t>(n);
+    size_t pos = 0;
+    Walk walk;
+    while (pos < got) {
+      const uint8_t *p = base + pos;
+      const size_t left = got - pos;
+      const int64_t whole = message_length(p, left);
+      if (whole < 1 || whole > static_cast<int64_t>(left)) {
+        // No attempt to find the next message: the rest of this read is dropped.
+        tarvik_err(cookie, TLK_LEVEL_FATAL, "corrupted msg_len (%d) (%d bytes left)", static_cast<int>(whole),
+                   static_cast<int>(left));
+        saved = EINVAL;
+        break;
+      }
+      const size_t len = static_cast<size_t>(whole);
+
+      // The sequence rule reads a full header; a record shorter than one is checked as if padded
+      // with zeros, so nothing past the read is touched.
+      uint8_t padded[TLK_MIN_MSG_LEN] = {};
+      const uint8_t *head = p;
+      if (len < TLK_MIN_MSG_LEN) {
+        memcpy(padded, p, len);
+        head = padded;
+      }
+      (void)tarvik_check_read_seq(cookie, head);  // a gap only makes noise: -2 is delivered too
+
+      void *message = nullptr;
+      int result = decode_message(cookie, p, len, &message);
+      if (result == 0) {
+        result = dispatch_decoded(cookie, message);
+      } else if (result == EOPNOTSUPP) {
+        result = dispatch_raw(cookie, head, len);
+      } else {
+        tarvik_err(cookie, TLK_LEVEL_ERROR, "Failed to decode the msg: error (%d)\n", result);
+      }
+      if (result == 0) {
+        ++walk.delivered;
+      } else {
+        if (message != nullptr) release_message(cookie, message);
+        errno = result;
+      }
+
+      if (one_msg) {
+        if (len != got) {
+          tarvik_err(cookie, TLK_LEVEL_FATAL, "Incorrect message length. %d != %d", static_cast<int>(len),
+                     static_cast<int>(got));
+        }
+        if (tarvik_async_io_debug) debug_line("%s, %s read one msg with bulk disabled.\n", kProcess, progname());
+        break;
+      }
+      pos += len;
+    }
+
+    if (tarvik_async_io_debug) {
+      debug_line("%s, %s read and processed %d msgs\n", kProcess, progname(), static_cast<int>(walk.delivered));
+    }
+    ++reads;
+    total += walk.delivered;
+    if (reads < cookie->num_read_msg) continue;
+    // The kernel may still hold messages: the loop calls again while the descriptor is readable.
+    if (tarvik_async_io_debug) {
+      debug_line("%s, %s read %d msgs with %d read calls before return to select\n", kProcess, progname(),
+                 static_cast<int>(total), static_cast<int>(reads));
+    }
+    if (saved != 0) return leave(saved, reads);
+    return 0;
+  }
+}
+
+TLK_EXPORT void tarvik_async_event_callback(evContext, void *cookie, int, int) {
+  (void)tarvik_async_event_process(static_cast<tarvik_cookie *>(cookie));
+}
+
+TLK_EXPORT int tarvik_async_event_loop(tarvik_cookie *cookie) {
+  if (cookie == nullptr || cookie->async_info == nullptr) return EINVAL;
+  if (cookie->async_info->flags & TARVIK_ASYNC_NO_CONTEXT) return EINVAL;
+  return ops().evMainLoop(cookie->async_info->context);
+}
+
+TLK_EXPORT int tarvik_async_event_loop_sighdl(tarvik_cookie *cookie) {
+  if (cookie == nullptr || cookie->async_info == nullptr) return EINVAL;
+  if (cookie->async_info->flags & TARVIK_ASYNC_NO_CONTEXT) return EINVAL;
+  return ops().evMainLoopSyncSighdl(cookie->async_info->context);
+}
+
+TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record, void *msg, uintptr_t word) {
+  const auto *info = static_cast<const tarvik_async_subtype_info_t *>(record);
+  const auto *bytes = static_cast<const uint8_t *>(msg);
+  const uint32_t offset = info->offset;
+  uint32_t length = 0;
+  memcpy(&length, bytes + 8, 4);
+  if (static_cast<uint64_t>(length) < static_cast<uint64_t>(offset) + 1) {
+    tarvik_err(cookie, TLK_LEVEL_ERROR,
+               "received async message with length < needed for subtype msg_type = %d subtype offset=%d msglen=%d\n",
+               bytes[5], static_cast<int>(offset), static_cast<int>(length));
+    tarvik_msg_free(cookie, msg);
+    return 0;
+  }
+  const uint8_t subtype = bytes[offset];
+  if (subtype >= info->count) {
+    tarvik_err(cookie, TLK_LEVEL_ERROR,
+               "received async message with invalid subtype msg_type = %d subtype offset=%d msglen=%d subtype = %d\n",
+               bytes[5], static_cast<int>(offset), static_cast<int>(length), subtype);
+    tarvik_msg_free(cookie, msg);
+    return 0;
+  }
+  const tarvik_async_reg_t &entry = info->table[subtype];
+  if (entry.handler == nullptr) {
+    tarvik_msg_free(cookie, msg);  // no word: an entry without a handler just drops its messages
+    return 0;
+  }
+  return entry.handler(cookie, entry.arg, msg, word);
+}
+
+//   0    4   5   6   7   8          12     16     20  21   24  25  26     28         32
+//   +----+---+---+---+---+----------+------+------+---+----+---+---+------+----------+-------..
+//   | 0  |'b'|'O'|op | 0 | whole len| seq  |  0   |32 | 0  |typ| 0 |flags | length   | data, 0-padded
+//   +----+---+---+---+---+----------+------+------+---+----+---+---+------+----------+-------..
+// The whole length is (length + 35) with the low two bits cleared; the copy takes the low 16 bits
+// of length.
+TLK_EXPORT int tarvik_async_opaque_handle(tarvik_cookie *cookie, uint8_t op, const void *data, uint32_t length,
+                                          void **reply_out, uint8_t opaque_type, uint16_t flags) {
+  if (cookie == nullptr || reply_out == nullptr) return EINVAL;
+  const uint32_t whole = (length + 35u) & ~3u;
+  const uint32_t copied = length & 0xffffu;
+  // The block leaves 16352 bytes for data; more would write past it.
+  if (whole > TLK_MSG_BUF_SIZE || 32u + copied > TLK_MSG_BUF_SIZE) return EINVAL;
+  auto *request = static_cast<uint8_t *>(tarvik_msg_malloc(cookie));
+  if (request == nullptr) return ENOMEM;
+  void *reply = nullptr;
+  if (flags & 1u) {
+    reply = tarvik_msg_malloc(cookie);
+    if (reply == nullptr) {
+      tarvik_msg_free(cookie, request);
+      return ENOMEM;
+    }
+  }
+  ++cookie->seq;
+  request[4] = 98;  // 'b'
+  request[5] = 79;  // "async opaque"
+  request[6] = op;
+  memcpy(request + 8, &whole, 4);
+  memcpy(request + 12, &cookie->seq, 4);
+  request[20] = 32;
+  request[24] = opaque_type;
+  memcpy(request + 26, &flags, 2);
+  memcpy(request + 28, &copied, 4);
+  if (data != nullptr && copied != 0) memcpy(request + 32, data, copied);
+
+  int result = tarvik_write(cookie, request, whole);
+  if (result == 0 && reply != nullptr) result = tarvik_msg_read(cookie, reply, nullptr);
+  tarvik_msg_free(cookie, request);
+  if (result != 0) {
+    tarvik_msg_free(cookie, reply);
+    *reply_out = nullptr;
+    return result;
+  }
+  *reply_out = reply;
+  return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,573 @@
+// The TLV engine: one interpreter over the descriptor tables for every record type.
+//
+// An item on the wire:
+//
+//   host form                              network form
+//   +--------+--------+---------+-----+    +----+----+---------+-----+
+//   | tag u32| len u32| value   | pad |    |tag |len | value   | pad |
+//   +--------+--------+---------+-----+    +----+----+---------+-----+
+//    host byte order                        big-endian, len keeps the low 16 bits
+//
+// `len` counts the value only.  The pad (zero bytes, not counted) brings the next item to a
+// multiple of 4 from the start of the record being encoded, so every encoded record is a
+// multiple of 4 long and a nested record needs no pad of its own.
+#include <cstring>
+
+#include "idl/engine.h"
+#include "tarlink.h"
+
+namespace tlk::idl {
+using namespace internal;
+
+const Record *internal::find_arm(const Choice &c, uint32_t selector) {
+  uint32_t lo = 0, hi = c.narms;
+  while (lo < hi) {
+    uint32_t mid = (lo + hi) / 2;
+    if (c.arms[mid].selector == selector) return c.arms[mid].rec;
+    if (c.arms[mid].selector < selector) lo = mid + 1; else hi = mid;
+  }
+  return nullptr;
+}
+
+namespace {
+
+constexpr uint64_t round4(uint64_t v) { return (v + 3) & ~uint64_t{3}; }
+
+inline bool map_bit(const void *map, const Field &f) {
+  return (u32_at(map, f.map_word) >> f.bit) & 1u;
+}
+inline void set_map_bit(void *map, const Field &f) {
+  set_u32(map, f.map_word, u32_at(map, f.map_word) | (1u << f.bit));
+}
+
+inline unsigned head_size(const Record &r) { return r.net ? 4u : 8u; }
+
+void put_head(const Writer &w, uint64_t off, bool net, uint32_t tag, uint64_t vlen) {
+  uint8_t h[8];
+  if (net) {
+    to_wire(h, 2, tag & 0xFFFFu, true);
+    to_wire(h + 2, 2, vlen & 0xFFFFu, true);  // the length keeps the low 16 bits
+    w.put(off, h, 4);
+  } else {
+    to_wire(h, 4, tag, false);
+    to_wire(h + 4, 4, vlen & 0xFFFFFFFFu, false);
+    w.put(off, h, 8);
+  }
+}
+
+// Zero bytes up to the next multiple of 4, written only if they fit; returns the new offset.
+uint64_t pad4(const Writer &w, uint64_t off) {
+  uint64_t next = round4(off);
+  if (next != off) w.zero(off, static_cast<uint32_t>(next - off));
+  return next;
+}
+
+// A scalar item: head and value written together or not at all.
+uint64_t scalar_item(const Writer &w, uint64_t off, const Record &r, uint32_t tag, unsigned width,
+                     uint64_t v) {
+  unsigned hs = head_size(r);
+  if (w.fits(off, hs + width)) {
+    put_head(w, off, r.net, tag, width);
+    uint8_t tmp[8];
+    to_wire(tmp, width, v, r.net);
+    w.put(off + hs, tmp, width);
+  }
+  return pad4(w, off + hs + width);
+}
+
+// A nested record's item: the nested encoder writes behind the head if the head fits, and the
+// head then carries whatever size it returned, even one that exceeds the room.
+uint64_t nested_item(const Writer &w, uint64_t off, const Record &r, uint32_t tag, const Record &sub,
+                     const void *subrec, const void *submap) {
+  unsigned hs = head_size(r);
+  uint32_t n;
+  if (w.fits(off, hs)) {
+    n = tlv_encode(sub, subrec, submap, w.buf + off + hs, static_cast<uint32_t>(w.len - off - hs));
+    put_head(w, off, r.net, tag, n);
+  } else {
+    n = tlv_encode(sub, subrec, submap, nullptr, 0);
+  }
+  return pad4(w, off + hs + n);
+}
+
+// Head of a choice: marker, arm length, selector, in the record's byte order.
+void put_choice_head(const Writer &w, bool net, uint32_t marker, uint32_t armlen, uint32_t sel) {
+  if (!w.fits(0, 12)) return;
+  uint8_t h[12];
+  to_wire(h, 4, marker, net);
+  to_wire(h + 4, 4, armlen, net);
+  to_wire(h + 8, 4, sel, net);
+  w.put(0, h, 12);
+}
+
+uint32_t encode_choice(const Record &r, const void *rec, const void *map, const Writer &w) {
+  const Choice &c = *r.choice;
+  uint32_t sel = u32_at(rec, c.sel_off);
+  const Record *arm = find_arm(c, sel);
+  const void *armrec = c.by_ptr ? ptr_at(rec, c.arm_off) : bytes(rec, c.arm_off);
+  const void *armmap = map == nullptr ? nullptr : (c.by_ptr ? ptr_at(map, 0) : map);
+  uint32_t n = 0;
+  if (arm != nullptr && armrec != nullptr) {
+    Writer aw = w.fits(0, 12) ? w.at(12) : Writer{nullptr, 0};
+    n = tlv_encode(*arm, armrec, armmap, aw.buf, aw.len);
+  }
+  put_choice_head(w, r.net, c.tlv_marker, n, sel);
+  return 12 + n;
+}
+
+// Records the call only: the release probe of repeated nested records.
+void probe(void *, void *ctx) { *static_cast<bool *>(ctx) = true; }
+
+}  // namespace
+
+uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *buf,
+                    uint32_t length) {
+  if (r.hooks != nullptr) return r.hooks->tlv_encode(rec, map, buf, length);
+  Writer w{buf, buf == nullptr ? 0 : length};
+  if (r.choice != nullptr) return encode_choice(r, rec, map, w);
+  if (kLittleEndian && r.flat != nullptr && map == nullptr && w.fits(0, r.flat->tlv_size)) {
+    // Every field of a plain record: the template of heads and pads, then the values.
+    const FlatPlan &fp = *r.flat;
+    std::memcpy(buf, fp.tlv_template, fp.tlv_size);
+    for (uint16_t i = 0; i < r.nfields; ++i) {
+      copy_small(buf + fp.tlv[i].wire_off, bytes(rec, fp.tlv[i].mem_off), fp.tlv[i].len);
+    }
+    return fp.tlv_size;
+  }
+  const unsigned hs = head_size(r);
+  uint64_t off = 0;
+  for (uint16_t i = 0; i < r.nfields; ++i) {
+    const Field &f = r.fields[i];
+    if (map != nullptr && !map_bit(map, f)) continue;
+    const uint8_t *p = bytes(rec, f.offset);
+    switch (f.kind) {
+      case Kind::kScalar:
+        off = scalar_item(w, off, r, f.tag, f.width, load(p, f.width));
+        break;
+      case Kind::kGrow64:
+        off = scalar_item(w, off, r, f.tag, 8, load(p, 8));
+        break;
+      case Kind::kAf:
+        off = scalar_item(w, off, r, f.tag, 1, tlk_encode_af(*p) & 0xFFu);
+        break;
+      case Kind::kBits:
+        off = scalar_item(w, off, r, f.tag, bits_wire_width(f), bits_get(rec, f));
+        break;
+      case Kind::kBytes:
+        if (w.fits(off, hs + f.aux)) {
+          put_head(w, off, r.net, f.tag, f.aux);
+          w.put(off + hs, p, f.aux);
+        }
+        off = pad4(w, off + hs + f.aux);
+        break;
+      case Kind::kBlob:
+      case Kind::kScalarArray: {
+        const uint8_t *data = static_cast<const uint8_t *>(ptr_at(rec, f.offset));
+        uint32_t count = u32_at(rec, f.aux);
+        unsigned ew = f.kind == Kind::kBlob ? 1u : f.width;
+        uint64_t n = uint64_t{count} * ew;
+        if (w.fits(off, hs + n)) {
+          put_head(w, off, r.net, f.tag, n);
+          if (ew == 1 || !r.net) {
+            w.put(off + hs, data, static_cast<uint32_t>(n));
+          } else {
+            for (uint32_t k = 0; k < count; ++k) {
+              to_wire(w.buf + off + hs + uint64_t{k} * ew, ew, load(data + uint64_t{k} * ew, ew), true);
+            }
+          }
+        }
+        off = pad4(w, off + hs + n);
+        break;
+      }
+      case Kind::kNested:
+        off = nested_item(w, off, r, f.tag, *f.sub, p,
+                          map == nullptr ? nullptr : bytes(map, f.map_sub));
+        break;
+      case Kind::kRecArray:
+        for (uint32_t k = 0; k < f.aux; ++k) {
+          off = nested_item(w, off, r, f.tag, *f.sub, p + uint64_t{k} * f.sub->size,
+                            map == nullptr ? nullptr
+                                           : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size);
+        }
+        break;
+      case Kind::kListInline:
+      case Kind::kListPtr: {
+        const uint8_t *arr = static_cast<const uint8_t *>(ptr_at(rec, f.offset));
+        uint32_t count = u32_at(rec, f.aux);
+        const uint8_t *emaps =
+            map == nullptr ? nullptr : static_cast<const uint8_t *>(ptr_at(map, f.map_sub));
+        for (uint32_t k = 0; k < count; ++k) {
+          // Element maps advance with the index, also over null entries.
+          const void *emap = emaps == nullptr ? nullptr : emaps + uint64_t{k} * f.sub->map_size;
+          const void *elem;
+          if (f.kind == Kind::kListInline) {
+            elem = arr + uint64_t{k} * f.sub->size;
+          } else {
+            elem = ptr_at(arr, static_cast<uint32_t>(k * sizeof(void *)));
+            if (elem == nullptr) continue;
+          }
+          off = nested_item(w, off, r, f.tag, *f.sub, elem, emap);
+        }
+        break;
+      }
+    }
+  }
+  return static_cast<uint32_t>(off);
+}
+
+namespace {
+
+struct Ctx {
+  AllocFn alloc;
+  void *actx;
+};
+
+// Decodes one nested record from an item's value; the value must be consumed exactly.
+int32_t decode_nested(const Record &sub, void *subrec, void *submap, const uint8_t *v, uint32_t vlen,
+                      const Ctx &cx) {
+  int32_t rc = tlv_decode(sub, subrec, submap, v, vlen, cx.alloc, cx.actx);
+  if (rc < 0) return rc;
+  if (static_cast<uint32_t>(rc) != vlen) return -1;
+  return 0;
+}
+
+// Counts the run of items with `tag` that starts at `p` (the unpadded end of the first item).
+uint32_t run_length(const uint8_t *data, uint32_t length, uint64_t p, bool net, uint32_t tag) {
+  unsigned hs = net ? 4u : 8u;
+  uint32_t n = 1;
+  while (p + hs <= length) {
+    uint32_t t = static_cast<uint32_t>(from_wire(data + p, net ? 2 : 4, net));
+    if (t != tag) break;
+    uint64_t vl = from_wire(data + p + (net ? 2 : 4), net ? 2 : 4, net);
+    ++n;
+    p += hs + vl;
+  }
+  return n;
+}
+
+// Decodes `count` items of the run that starts with the item at `off` into the elements that
+// `elem(k)` gives.  Returns 0 and the end of the last item, or a negative code.
+template <typename ElemFn>
+int32_t decode_run(const Record &r, const Field &f, const uint8_t *data, uint32_t length,
+                   uint64_t off, uint32_t count, const Ctx &cx, ElemFn elem, uint64_t *end) {
+  const unsigned hs = head_size(r);
+  uint64_t p = off;
+  for (uint32_t k = 0; k < count; ++k) {
+    if (k > 0) {
+      // Between elements: the next head must fit, carry the same tag, and its value fit.
+      if (p + hs > length) return -1;
+      if (from_wire(data + p, r.net ? 2 : 4, r.net) != f.tag) return -1;
+    }
+    uint64_t vlen = from_wire(data + p + (r.net ? 2 : 4), r.net ? 2 : 4, r.net);
+    if (p + hs + vlen > length) return -1;
+    void *e;
+    void *emap;
+    int32_t rc = elem(k, &e, &emap);
+    if (rc < 0) return rc;
+    if (e != nullptr) {
+      rc = decode_nested(*f.sub, e, emap, data + p + hs, static_cast<uint32_t>(vlen), cx);
+      if (rc < 0) return rc;
+    }
+    p += hs + vlen;
+  }
+  *end = p;
+  return 0;
+}
+
+// Decodes the value of a known field.  `*end` is the end of the item, moved to the end of the
+// run for lists and record arrays.
+int32_t decode_field(const Record &r, const Field &f, void *rec, void *map, const uint8_t *data,
+                     uint32_t length, uint64_t off, uint64_t *end, const Ctx &cx) {
+  const unsigned hs = head_size(r);
+  const uint8_t *v = data + off + hs;
+  const uint32_t vlen = static_cast<uint32_t>(*end - off - hs);
+  uint8_t *p = bytes(rec, f.offset);
+  switch (f.kind) {
+    case Kind::kScalar:
+      if (vlen < f.width) return -1;  // a longer value is accepted: its first bytes are read
+      store(p, f.width, from_wire(v, f.width, r.net));
+      return 0;
+    case Kind::kGrow64:
+      // Any length other than 1, 2, 4 or 8 leaves the field zero, without an error.
+      store(p, 8, (vlen == 1 || vlen == 2 || vlen == 4 || vlen == 8) ? from_wire(v, vlen, r.net) : 0);
+      return 0;
+    case Kind::kAf:
+      if (vlen < 1) return -1;
+      *p = static_cast<uint8_t>(tlk_decode_af(v[0]));
+      return 0;
+    case Kind::kBits: {
+      unsigned ww = bits_wire_width(f);
+      if (vlen < ww) return -1;
+      bits_set(rec, f, from_wire(v, ww, r.net));
+      return 0;
+    }
+    case Kind::kBytes:
+      std::memcpy(p, v, vlen < f.aux ? vlen : f.aux);
+      return 0;
+    case Kind::kBlob:
+      if (ptr_at(rec, f.offset) != nullptr) return -1;
+      set_u32(rec, f.aux, vlen);
+      if (vlen != 0) {
+        if (cx.alloc == nullptr) return -2;
+        void *m = cx.alloc(vlen, cx.actx);
+        if (m == nullptr) return -2;
+        std::memcpy(m, v, vlen);
+        set_ptr(rec, f.offset, m);
+      }
+      return 0;
+    case Kind::kScalarArray: {
+      if (ptr_at(rec, f.offset) != nullptr) return -1;
+      uint32_t count = vlen / f.width;
+      set_u32(rec, f.aux, count);
+      if (count != 0) {
+        if (cx.alloc == nullptr) return -2;
+        auto *m = static_cast<uint8_t *>(cx.alloc(count * f.width, cx.actx));
+        if (m == nullptr) return -2;
+        for (uint32_t k = 0; k < count; ++k) {
+          store(m + k * f.width, f.width, from_wire(v + k * f.width, f.width, r.net));
+        }
+        set_ptr(rec, f.offset, m);
+      }
+      return 0;
+    }
+    case Kind::kNested: {
+      // A repeated nested record is tolerated only if the earlier one holds no allocation.
+      bool called = false;
+      tlv_release(*f.sub, p, nullptr, probe, &called);
+      if (called) return -1;
+      return decode_nested(*f.sub, p, map == nullptr ? nullptr : bytes(map, f.map_sub), v, vlen, cx);
+    }
+    case Kind::kRecArray: {
+      uint32_t run = run_length(data, length, *end, r.net, f.tag);
+      uint32_t n = run < f.aux ? run : f.aux;
+      int32_t rc = decode_run(r, f, data, length, off, n, cx,
+                              [&](uint32_t k, void **e, void **em) -> int32_t {
+                                *e = p + uint64_t{k} * f.sub->size;
+                                *em = map == nullptr ? nullptr
+                                                     : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size;
+                                bool called = false;
+                                tlv_release(*f.sub, *e, nullptr, probe, &called);
+                                return called ? -1 : 0;
+                              },
+                              end);
+      if (rc < 0) return rc;
+      // Items of the run beyond the array's length are stepped over.
+      for (uint32_t k = n; k < run; ++k) {
+        uint64_t vl = from_wire(data + *end + (r.net ? 2 : 4), r.net ? 2 : 4, r.net);
+        if (*end + hs + vl > length) break;
+        *end += hs + vl;
+      }
+      return 0;
+    }
+    case Kind::kListInline:
+    case Kind::kListPtr: {
+      if (ptr_at(rec, f.offset) != nullptr) return -1;
+      const bool byptr = f.kind == Kind::kListPtr;
+      uint32_t count = run_length(data, length, *end, r.net, f.tag);
+      if (cx.alloc == nullptr) return -2;
+      uint64_t esz = byptr ? sizeof(void *) : f.sub->size;
+      uint64_t asz = esz * count;
+      if (asz > 0xFFFFFFFFu) return -2;  // no allocation of that size can succeed
+      auto *arr = static_cast<uint8_t *>(cx.alloc(static_cast<uint32_t>(asz), cx.actx));
+      if (arr == nullptr) return -2;
+      std::memset(arr, 0, static_cast<size_t>(asz));
+      set_ptr(rec, f.offset, arr);
+      set_u32(rec, f.aux, count);
+      uint8_t *emaps = nullptr;
+      if (map != nullptr) {
+        emaps = static_cast<uint8_t *>(ptr_at(map, f.map_sub));
+        if (emaps == nullptr) {
+          uint64_t msz = uint64_t{f.sub->map_size} * count;
+          if (msz > 0xFFFFFFFFu) return -2;
+          emaps = static_cast<uint8_t *>(cx.alloc(static_cast<uint32_t>(msz), cx.actx));
+          if (emaps == nullptr) return -2;
+          std::memset(emaps, 0, static_cast<size_t>(msz));
+          set_ptr(map, f.map_sub, emaps);
+        }
+      }
+      return decode_run(r, f, data, length, off, count, cx,
+                        [&](uint32_t k, void **e, void **em) -> int32_t {
+                          *em = emaps == nullptr ? nullptr : emaps + uint64_t{k} * f.sub->map_size;
+                          if (!byptr) {
+                            *e = arr + uint64_t{k} * f.sub->size;
+                            return 0;
+                          }
+                          void *m = cx.alloc(f.sub->size, cx.actx);
+                          if (m == nullptr) return -2;
+                          std::memset(m, 0, f.sub->size);
+                          set_ptr(arr, static_cast<uint32_t>(k * sizeof(void *)), m);
+                          *e = m;
+                          return 0;
+                        },
+                        end);
+    }
+  }
+  return -1;
+}
+
+// A plain record sent whole, in field order, without extras: every head is the expected one.
+// Anything else (another order, repeats, unknown tags, other lengths) goes to the interpreter,
+// which starts again from a cleared record.
+bool decode_canonical(const Record &r, void *rec, void *map, const uint8_t *data) {
+  const FlatPlan &fp = *r.flat;
+  for (uint16_t i = 0; i < r.nfields; ++i) {
+    uint64_t head;
+    std::memcpy(&head, data + fp.tlv[i].wire_off - 8, 8);
+    if (head != fp.tlv_heads[i]) return false;
+    copy_small(bytes(rec, fp.tlv[i].mem_off), data + fp.tlv[i].wire_off, fp.tlv[i].len);
+  }
+  if (map != nullptr) {
+    for (uint16_t i = 0; i < r.nfields; ++i) set_map_bit(map, r.fields[i]);
+  }
+  return true;
+}
+
+}  // namespace
+
+// Shared by both engines: the choice rule of the decoders.
+int32_t internal::decode_choice(const Record &r, void *rec, void *map, const uint8_t *data, uint32_t length,
+                      AllocFn alloc, void *ctx, bool tlv) {
+  const Choice &c = *r.choice;
+  set_u32(rec, c.sel_off, 0xFFFFFFFFu);
+  if (length < 12) return 0;
+  uint32_t marker = static_cast<uint32_t>(from_wire(data, 4, r.net));
+  uint32_t armlen = static_cast<uint32_t>(from_wire(data + 4, 4, r.net));
+  uint32_t sel = static_cast<uint32_t>(from_wire(data + 8, 4, r.net));
+  if (c.check_marker && marker != (tlv ? c.tlv_marker : c.idr_marker)) return -3;
+  if (armlen > 0xFFFFFFF3u) return -1;
+  if (armlen + 12 > length) return 0;
+  set_u32(rec, c.sel_off, sel);
+  const Record *arm = find_arm(c, sel);
+  if (arm == nullptr) return static_cast<int32_t>(armlen + 12);  // skipped, arm left zero
+  void *armrec;
+  void *armmap = nullptr;
+  if (c.by_ptr) {
+    if (alloc == nullptr) return -2;
+    armrec = alloc(arm->size, ctx);
+    if (armrec == nullptr) return -2;
+    std::memset(armrec, 0, arm->size);
+    set_ptr(rec, c.arm_off, armrec);
+    if (tlv && map != nullptr) {
+      armmap = alloc(arm->map_size, ctx);
+      if (armmap == nullptr) return -2;
+      std::memset(armmap, 0, arm->map_size);
+      set_ptr(map, 0, armmap);
+    }
+  } else {
+    armrec = bytes(rec, c.arm_off);
+    armmap = tlv ? map : nullptr;
+  }
+  int32_t rc = tlv ? tlv_decode(*arm, armrec, armmap, data + 12, armlen, alloc, ctx)
+                   : idr_decode(*arm, armrec, data + 12, armlen, alloc, ctx);
+  if (rc == -4) rc = static_cast<int32_t>(armlen);  // an invalid choice below is forgiven
+  if (rc < 0) return rc;
+  if (static_cast<uint32_t>(rc) != armlen) return -1;
+  return static_cast<int32_t>(armlen + 12);
+}
+
+int32_t tlv_decode(const Record &r, void *rec, void *map, const uint8_t *data, uint32_t length,
+                   AllocFn alloc, void *ctx) {
+  if (r.hooks != nullptr) return r.hooks->tlv_decode(rec, map, data, length, alloc, ctx);
+  std::memset(rec, 0, r.size);
+  if (map != nullptr) std::memset(map, 0, r.map_size);
+  if (r.choice != nullptr) return decode_choice(r, rec, map, data, length, alloc, ctx, true);
+  if (kLittleEndian && r.flat != nullptr && length == r.flat->tlv_size) {
+    if (decode_canonical(r, rec, map, data)) return static_cast<int32_t>(length);
+    std::memset(rec, 0, r.size);
+  }
+  const unsigned hs = head_size(r);
+  const Ctx cx{alloc, ctx};
+  uint64_t off = 0;
+  for (;;) {
+    if (off + hs > length) return static_cast<int32_t>(off);
+    uint32_t tag = static_cast<uint32_t>(from_wire(data + off, r.net ? 2 : 4, r.net));
+    uint64_t vlen = from_wire(data + off + (r.net ? 2 : 4), r.net ? 2 : 4, r.net);
+    uint64_t end = off + hs + vlen;
+    // A truncated item is not an error here; the caller's exact-length check sees it.
+    if (end > length) return static_cast<int32_t>(off);
+    uint16_t idx = tag <= r.max_tag ? r.tag_index[tag] : 0;
+    if (idx != 0) {
+      const Field &f = r.fields[idx - 1];
+      // With a map the first occurrence wins; without one a later value overwrites.
+      if (map == nullptr || !map_bit(map, f)) {
+        int32_t rc = decode_field(r, f, rec, map, data, length, off, &end, cx);
+        if (rc < 0) return rc;
+        if (map != nullptr) set_map_bit(map, f);
+      }
+    }
+    uint64_t next = round4(end);
+    if (next > length) return static_cast<int32_t>(end);  // the final pad is optional on input
+    off = next;
+  }
+}
+
+void tlv_release(const Record &r, void *rec, void *map, FreeFn release, void *ctx) {
+  if (r.hooks != nullptr) {
+    r.hooks->tlv_release(rec, map, release, ctx);
+    return;
+  }
+  if (r.choice != nullptr) {
+    const Choice &c = *r.choice;
+    const Record *arm = find_arm(c, u32_at(rec, c.sel_off));
+    if (arm == nullptr) return;
+    if (!c.by_ptr) {
+      tlv_release(*arm, bytes(rec, c.arm_off), map, release, ctx);
+      return;
+    }
+    void *armrec = ptr_at(rec, c.arm_off);
+    void *armmap = map == nullptr ? nullptr : ptr_at(map, 0);
+    if (armrec != nullptr) {
+      tlv_release(*arm, armrec, armmap, release, ctx);
+      release(armrec, ctx);
+    }
+    if (armmap != nullptr) release(armmap, ctx);
+    return;
+  }
+  for (uint16_t i = 0; i < r.nfields; ++i) {
+    const Field &f = r.fields[i];
+    switch (f.kind) {
+      case Kind::kBlob:
+      case Kind::kScalarArray: {
+        void *p = ptr_at(rec, f.offset);
+        if (p != nullptr) release(p, ctx);
+        break;
+      }
+      case Kind::kNested:
+        tlv_release(*f.sub, bytes(rec, f.offset), map == nullptr ? nullptr : bytes(map, f.map_sub),
+                    release, ctx);
+        break;
+      case Kind::kRecArray:
+        for (uint32_t k = 0; k < f.aux; ++k) {
+          tlv_release(*f.sub, bytes(rec, f.offset) + uint64_t{k} * f.sub->size,
+                      map == nullptr ? nullptr : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size,
+                      release, ctx);
+        }
+        break;
+      case Kind::kListInline:
+      case Kind::kListPtr: {
+        auto *arr = static_cast<uint8_t *>(ptr_at(rec, f.offset));
+        if (arr == nullptr) break;
+        uint32_t count = u32_at(rec, f.aux);
+        auto *emaps = map == nullptr ? nullptr : static_cast<uint8_t *>(ptr_at(map, f.map_sub));
+        for (uint32_t k = 0; k < count; ++k) {
+          void *emap = emaps == nullptr ? nullptr : emaps + uint64_t{k} * f.sub->map_size;
+          if (f.kind == Kind::kListInline) {
+            tlv_release(*f.sub, arr + uint64_t{k} * f.sub->size, emap, release, ctx);
+          } else {
+            void *e = ptr_at(arr, static_cast<uint32_t>(k * sizeof(void *)));
+            if (e == nullptr) continue;
+            tlv_release(*f.sub, e, emap, release, ctx);
+            release(e, ctx);
+          }
+        }
+        release(arr, ctx);
+        if (emaps != nullptr) release(emaps, ctx);
+        break;
+      }
+      default:
+        break;
+    }
+  }
+}
+
+}  // namespace tlk::idl

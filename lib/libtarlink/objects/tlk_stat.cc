@@ -1,0 +1,96 @@
+// Session statistics ("tarlink stats", raw type 26): the kernel's per-process message counters.
+//
+// A fixed 36-byte raw record, built on the stack:
+//
+//    0          24   25        26      28          32          36
+//    +----------+----+---------+-------+-----------+-----------+
+//    | header   |sel2| (0)     |varlen |   (0)     | proxy id  |
+//    +----------+----+---------+-------+-----------+-----------+
+//
+// The header carries the process id in tlkh_id and the first selector in tlkh_aux2 (offset 23).
+// Add, delete and clear are fire and forget and leave tlkh_seq 0: nothing answers them, so they
+// take no part in the sequence check.  A get draws the next number and reads one reply.
+#include <errno.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "cookie.h"
+
+namespace {
+
+constexpr uint8_t kStatType = 26;
+constexpr uint32_t kStatLen = 36;
+
+void build(uint8_t (&req)[kStatLen], uint8_t op, uint32_t seq, uint32_t proxy_id, uint8_t sel_a,
+           uint8_t sel_b) {
+  memset(req, 0, sizeof req);
+  req[4] = TARVIK_VERSION_TABLE[kStatType];
+  req[5] = kStatType;
+  req[6] = op;
+  const uint32_t pid = static_cast<uint32_t>(getpid());
+  const uint16_t fixedlen = kStatLen;
+  const uint32_t msglen = kStatLen;  // plus the rounded length of the (empty) variable field
+  memcpy(&req[8], &msglen, 4);
+  memcpy(&req[12], &seq, 4);
+  memcpy(&req[16], &pid, 4);
+  memcpy(&req[20], &fixedlen, 2);
+  req[23] = sel_a;
+  req[24] = sel_b;
+  memcpy(&req[32], &proxy_id, 4);
+}
+
+// Shape 3: one write, no reply.
+int stat_set(tarvik_cookie *cookie, uint8_t op, uint32_t proxy_id) {
+  if (cookie == nullptr) return EINVAL;
+  uint8_t req[kStatLen];
+  build(req, op, 0, proxy_id, 0, 0);
+  return tarvik_write(cookie, req, sizeof req);
+}
+
+}  // namespace
+
+extern "C" {
+
+TLK_EXPORT int tarvik_tlk_proxy_stat_add(tarvik_cookie *cookie, uint32_t proxy_id) {
+  return stat_set(cookie, TLK_OP_ADD, proxy_id);
+}
+TLK_EXPORT int tarvik_tlk_proxy_stat_delete(tarvik_cookie *cookie, uint32_t proxy_id) {
+  return stat_set(cookie, TLK_OP_DELETE, proxy_id);
+}
+TLK_EXPORT int tarvik_tlk_proxy_stat_clear(tarvik_cookie *cookie, uint32_t proxy_id) {
+  return stat_set(cookie, TLK_OP_CLEAR, proxy_id);
+}
+TLK_EXPORT int tarvik_tlk_stat_add(tarvik_cookie *cookie) { return stat_set(cookie, TLK_OP_ADD, 0); }
+TLK_EXPORT int tarvik_tlk_stat_delete(tarvik_cookie *cookie) {
+  return stat_set(cookie, TLK_OP_DELETE, 0);
+}
+TLK_EXPORT int tarvik_tlk_stat_clear(tarvik_cookie *cookie) {
+  return stat_set(cookie, TLK_OP_CLEAR, 0);
+}
+
+// Shape 2: the request on the stack, the reply read into a fresh message block that the caller
+// frees with tarvik_msg_free.  The next message on the socket is taken as the answer.
+TLK_EXPORT int tarvik_tlk_proxy_stat_get(tarvik_cookie *cookie, uint32_t proxy_id, uint8_t sel_a,
+                                         uint8_t sel_b, void **msg_out) {
+  if (msg_out != nullptr) *msg_out = nullptr;
+  if (cookie == nullptr || msg_out == nullptr) return EINVAL;
+  void *reply = tarvik_msg_malloc(cookie);
+  if (reply == nullptr) return ENOMEM;
+  uint8_t req[kStatLen];
+  build(req, TLK_OP_GET, ++cookie->seq, proxy_id, sel_a, sel_b);
+  int err = tarvik_write(cookie, req, sizeof req);
+  if (err == 0) err = tarvik_msg_read(cookie, reply, nullptr);
+  if (err != 0) {
+    tarvik_msg_free(cookie, reply);
+    return err;
+  }
+  *msg_out = reply;
+  return 0;
+}
+
+TLK_EXPORT int tarvik_tlk_stat_get(tarvik_cookie *cookie, uint8_t sel_a, uint8_t sel_b,
+                                   void **msg_out) {
+  return tarvik_tlk_proxy_stat_get(cookie, 0, sel_a, sel_b, msg_out);
+}
+
+}  // extern "C"

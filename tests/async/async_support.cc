@@ -1,0 +1,98 @@
+#include "async_support.h"
+
+#include <string.h>
+#include <unistd.h>
+
+#include "platform/platform.h"
+
+namespace tlktest {
+
+int Recorder::handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
+  auto *r = static_cast<Recorder *>(arg);
+  const auto *b = static_cast<const uint8_t *>(msg);
+  Heard h{};
+  h.type = b[5];
+  h.op = b[6];
+  memcpy(&h.seq, b + 12, 4);
+  memcpy(&h.msglen, b + 8, 4);
+  h.bytes.assign(b, b + h.msglen);
+  r->heard.push_back(std::move(h));
+  tarvik_msg_free(cookie, msg);
+  if (r->break_after != 0 && r->heard.size() >= r->break_after) tlk_ev_break(r->break_ctx);
+  return 0;
+}
+
+std::vector<uint8_t> Recorder::types() const {
+  std::vector<uint8_t> out;
+  for (const auto &h : heard) out.push_back(h.type);
+  return out;
+}
+
+std::string kind_name(Kind k) {
+  switch (k) {
+    case Kind::Own: return "Own";
+    case Kind::Shared: return "Shared";
+    case Kind::NoContext: return "NoContext";
+  }
+  return "?";
+}
+
+int make_async(tarvik_cookie *cookie, Kind kind, evContext shared) {
+  switch (kind) {
+    case Kind::Own: return tarvik_create_async_context(cookie);
+    case Kind::Shared: return tarvik_set_async_context(cookie, shared);
+    case Kind::NoContext: return tarvik_set_async_info_nocontext(cookie, nullptr);
+  }
+  return -1;
+}
+
+namespace {
+
+struct Marker {
+  int pipe_rd;
+  evFileID id;
+};
+
+void marker_cb(evContext ctx, void *uap, int, int) {
+  auto *m = static_cast<Marker *>(uap);
+  tlk_ev_deselect_fd(ctx, m->id);
+  tlk_ev_break(ctx);
+}
+
+}  // namespace
+
+int drive(tarvik_cookie *cookie, Kind kind) {
+  if (kind == Kind::NoContext) return tarvik_async_event_process(cookie);
+  evContext ctx{};
+  if (tarvik_get_async_context(cookie, &ctx) != 0) return -1;
+  int p[2];
+  if (::pipe(p) != 0) return -1;
+  (void)!::write(p[1], "x", 1);
+  Marker m{p[0], {}};
+  // Selected after the session, so the session's callback runs first in the turn.
+  tlk_ev_select_fd(ctx, p[0], TLK_EV_READ, marker_cb, &m, &m.id);
+  const int result = kind == Kind::Own ? tarvik_async_event_loop(cookie) : tlk_ev_main_loop(ctx);
+  ::close(p[0]);
+  ::close(p[1]);
+  return result;
+}
+
+void keep_abandoned(tarvik_cookie *cookie) {
+  // Never destroyed: the leak check runs after static destructors.
+  static auto *kept = new std::vector<void *>;
+  if (cookie == nullptr || cookie->async_info == nullptr) return;
+  tarvik_async_info_t *info = cookie->async_info;
+  if (info->reg[TLK_NUM_MSG_TYPES] != nullptr) kept->push_back(info->reg[TLK_NUM_MSG_TYPES]);
+  for (unsigned t = 0; t <= TLK_ASYNC_MAX_TYPE; ++t) {
+    tarvik_async_reg_t *slot = info->reg[t];
+    if (slot != nullptr && slot->handler == tarvik_async_subtype_handler) {
+      kept->push_back(static_cast<tarvik_async_subtype_info_t *>(slot->arg)->table);
+    }
+  }
+}
+
+tarsim::Bytes raw_note(uint8_t type, uint8_t op, size_t body, uint8_t fill) {
+  return tarsim::raw_message(type, op, 0, tarsim::Bytes(body, fill));
+}
+
+}  // namespace tlktest

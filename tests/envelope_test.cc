@@ -1,0 +1,352 @@
+// The envelope: frames in both encodings, growth of both directions, the decoder result table,
+// attachments, and the framed read and write wrappers over a real socket.
+#include <errno.h>
+#include <string.h>
+
+#include <vector>
+
+#include "harness.h"
+
+namespace tlktest {
+namespace {
+
+using tarsim::Bytes;
+
+void put_u32(Bytes &b, size_t off, uint32_t v) { memcpy(&b[off], &v, 4); }
+
+Bytes frame_head(uint32_t magic, uint32_t payload_len, uint32_t type, size_t total) {
+  Bytes f(total, 0);
+  put_u32(f, 0, magic);
+  put_u32(f, 4, payload_len);
+  put_u32(f, 8, type);
+  return f;
+}
+
+class EnvelopeTest : public SimTest {
+ protected:
+  void SetUp() override {
+    SimTest::SetUp();
+    c = open_session();
+    ASSERT_NE(c, nullptr);
+  }
+  void TearDown() override {
+    tarvik_close(c);
+    SimTest::TearDown();
+  }
+  // A type-0 message: the header alone, every field set.
+  tlk_base *base_message() {
+    auto *m = static_cast<tlk_base *>(tarvik_msg_malloc(c));
+    tlk_hdr &h = m->tlkb_hdr;
+    h.tlkh_version = 'b';
+    h.tlkh_type = 0;
+    h.tlkh_op = TLK_OP_GET;
+    h.tlkh_flags = 2;
+    h.tlkh_msglen = 24;
+    h.tlkh_seq = 77;
+    h.tlkh_id = 1234;
+    h.tlkh_fixedlen = 24;
+    h.tlkh_aux1 = 5;
+    h.tlkh_aux2 = 6;
+    return m;
+  }
+  tarvik_cookie *c = nullptr;
+};
+
+TEST_F(EnvelopeTest, TypeZeroFrameIs152BytesInTlvAnd40InIdr) {
+  tlk_base *m = base_message();
+  tlk_base_tlvmap mask{};
+  mask._w0 = 1;
+  mask.tlkb_hdr._w0 = 0x7FF;  // every header bit but the attachment list
+  void *frame = nullptr;
+  size_t len = 0;
+  ASSERT_EQ(tarvik_msg_idl_encode(c, m, &mask, &frame, &len), 0);
+  EXPECT_EQ(len, 152u);
+  EXPECT_EQ(tarvik_msglen, 152u);
+  uint32_t word;
+  memcpy(&word, frame, 4);
+  EXPECT_EQ(word, TLK_MAGIC_TLV);
+
+  void *msg = nullptr, *got_mask = nullptr;
+  ASSERT_EQ(tarvik_msg_idl_decode(c, frame, len, &msg, &got_mask), 0);
+  const tlk_hdr &h = static_cast<tlk_base *>(msg)->tlkb_hdr;
+  EXPECT_EQ(h.tlkh_seq, 77u);
+  EXPECT_EQ(h.tlkh_id, 1234u);
+  EXPECT_EQ(h.tlkh_aux1, 5);
+  EXPECT_EQ(h.tlkh_aux2, 6);
+  EXPECT_EQ(h.tlkh_msglen, 152u) << "a decoded length is the received length";
+  ASSERT_NE(got_mask, nullptr);
+  EXPECT_EQ(static_cast<tlk_base_tlvmap *>(got_mask)->tlkb_hdr._w0, 0x7FFu);
+  tarvik_msg_idl_release(c, msg, got_mask);
+  tarvik_msg_free(c, frame);
+
+  ASSERT_EQ(tarvik_msg_idl_encode(c, m, nullptr, &frame, &len), 0);
+  EXPECT_EQ(len, 40u);
+  memcpy(&word, frame, 4);
+  EXPECT_EQ(word, TLK_MAGIC_IDR);
+  got_mask = reinterpret_cast<void *>(0x1);
+  ASSERT_EQ(tarvik_msg_idl_decode(c, frame, len, &msg, &got_mask), 0);
+  EXPECT_EQ(got_mask, reinterpret_cast<void *>(0x1)) << "an IDR frame leaves the mask untouched";
+  EXPECT_EQ(static_cast<tlk_base *>(msg)->tlkb_hdr.tlkh_flags, 2);
+  tarvik_msg_idl_release(c, msg, nullptr);
+  tarvik_msg_free(c, frame);
+  tarvik_msg_free(c, m);
+}
+
+TEST_F(EnvelopeTest, NonFramesAre45AndShortInputsSaySo) {
+  Bytes raw = tarsim::raw_message(26, TLK_OP_GET, 1);
+  void *msg = nullptr;
+  EXPECT_EQ(tarvik_msg_idl_decode(c, raw.data(), raw.size(), &msg, nullptr), EOPNOTSUPP);
+  EXPECT_EQ(tarvik_msg_idl_decode(c, raw.data(), 5, &msg, nullptr), EOPNOTSUPP);
+  EXPECT_TRUE(log.lines.empty()) << "a zero first word is a raw message: nothing to say";
+  Bytes odd = {1, 0, 0, 0, 9, 9};
+  EXPECT_EQ(tarvik_msg_idl_decode(c, odd.data(), odd.size(), &msg, nullptr), EOPNOTSUPP);
+  EXPECT_EQ(log.lines.back().text, "tarvik: ERROR Failed to peek message");
+  EXPECT_EQ(tarvik_msg_idl_decode(c, odd.data(), 3, &msg, nullptr), EOPNOTSUPP);
+  EXPECT_EQ(log.lines.back().text, "tarvik: ERROR Failed to peek magic");
+  Bytes other = {7, 7, 7, 7, 0, 0, 0, 0, 0, 0, 0, 0};
+  EXPECT_EQ(tarvik_msg_idl_decode(c, other.data(), other.size(), &msg, nullptr), EOPNOTSUPP);
+  EXPECT_EQ(msg, nullptr);
+}
+
+TEST_F(EnvelopeTest, GarbledAndShortFramesMapThroughTheResultTable) {
+  void *msg = nullptr;
+  Bytes wrap = frame_head(TLK_MAGIC_IDR, 0xFFFFFFF4, 0, 40);
+  EXPECT_EQ(tarvik_msg_idl_decode(c, wrap.data(), wrap.size(), &msg, nullptr), EINVAL);
+  EXPECT_EQ(log.lines.back().level, TLK_LEVEL_DEBUG);
+  EXPECT_EQ(log.lines.back().text, "tarvik: DEBUG IDL IDR Decode Error -1(Garbled Message)");
+  Bytes claim = frame_head(TLK_MAGIC_TLV, 0xFFFFFFF3, 0, 40);
+  EXPECT_EQ(tarvik_msg_idl_decode(c, claim.data(), claim.size(), &msg, nullptr), EINVAL);
+  EXPECT_EQ(log.lines.back().text, "tarvik: DEBUG IDL TLV Decode Error 0(Invalid Buffer Size)");
+  EXPECT_EQ(msg, nullptr);
+}
+
+TEST_F(EnvelopeTest, HugeListCountFailsWithoutEndlessGrowth) {
+  // An IDR header claiming 0x00FFFFFF attachments in a 40-byte frame: the arena grows once past
+  // the failed request, then the bounds check refuses the list.
+  Bytes f = frame_head(TLK_MAGIC_IDR, 28, 0, 40);
+  put_u32(f, 12 + 24, 0x00FFFFFF);
+  void *msg = nullptr;
+  const int err = tarvik_msg_idl_decode(c, f.data(), f.size(), &msg, nullptr);
+  EXPECT_TRUE(err == EINVAL || err == ENOMEM) << err;
+  EXPECT_EQ(msg, nullptr);
+  size_t growths = 0;
+  for (const auto &l : log.lines) growths += l.text.find("Growing the buffer") != std::string::npos;
+  EXPECT_LE(growths, 2u);
+}
+
+TEST_F(EnvelopeTest, FrameOfATypeWithoutRecordIsRefused) {
+  Bytes f = frame_head(TLK_MAGIC_IDR, 0, 3, 12);  // "redirect" travels raw: no record
+  void *msg = nullptr;
+  EXPECT_EQ(tarvik_msg_idl_decode(c, f.data(), f.size(), &msg, nullptr), EINVAL);
+  EXPECT_EQ(msg, nullptr);
+}
+
+TEST_F(EnvelopeTest, EncodingATypeWithoutRecordGivesAnEmptyFrame) {
+  Bytes raw = tarsim::raw_message(3, TLK_OP_ADD, 9, Bytes(40, 0xEE));
+  void *frame = nullptr;
+  size_t len = 0;
+  ASSERT_EQ(tarvik_msg_idl_encode(c, raw.data(), nullptr, &frame, &len), 0);
+  EXPECT_EQ(len, 12u);
+  uint32_t head[3];
+  memcpy(head, frame, 12);
+  EXPECT_EQ(head[1], 0u);
+  EXPECT_EQ(head[2], 3u);
+  tarvik_msg_free(c, frame);
+}
+
+// Records every size the library asks of the allocator for messages (identifier 75).
+std::vector<size_t> *g_sizes = nullptr;
+void *(*g_real_malloc)(unsigned, size_t) = nullptr;
+void *recording_malloc(unsigned memid, size_t size) {
+  if (memid == MEMID_TARVIK_MSG && g_sizes) g_sizes->push_back(size);
+  return g_real_malloc(memid, size);
+}
+
+// The first arena of a decode, as the allocator sees it.
+size_t first_arena(tarvik_cookie *c, const void *frame, size_t len, int *err) {
+  std::vector<size_t> sizes;
+  g_sizes = &sizes;
+  g_real_malloc = tarvik_malloc;
+  tarvik_malloc = recording_malloc;
+  void *msg = nullptr;
+  *err = tarvik_msg_idl_decode(c, frame, len, &msg, nullptr);
+  tarvik_malloc = g_real_malloc;
+  g_sizes = nullptr;
+  tarvik_msg_idl_release(c, msg, nullptr);
+  return sizes.empty() ? 0 : sizes.front();
+}
+
+TEST_F(EnvelopeTest, DecodeArenaStartsAtBlockSizeOrFramePlus1024) {
+  // An ifl_msg whose name blob makes its IDR frame exactly 16384 bytes.
+  auto *m = static_cast<ifl_msg *>(tarvik_msg_malloc(c));
+  m->iflm_hdr.tlkh_type = 6;
+  std::vector<uint8_t> name(20000, 'n');
+  m->iflm_name = name.data();
+  const size_t base = 12 + idr_encode_ifl_msg_0(m, nullptr, 0);
+  m->iflm_name_len = static_cast<uint32_t>(16384 - base);
+  void *frame = nullptr;
+  size_t len = 0;
+  ASSERT_EQ(tarvik_msg_idl_encode(c, m, nullptr, &frame, &len), 0);
+  ASSERT_EQ(len, 16384u);
+  int err = -1;
+  EXPECT_EQ(first_arena(c, frame, len, &err), 16384u);
+  EXPECT_EQ(err, 0);
+  tarvik_msg_free(c, frame);
+  tarvik_msg_free(c, m);
+
+  // A frame one byte longer starts with its own size and 1024 more (the frame itself is
+  // garbled: a type-0 header does not fill it, which is refused after the allocation).
+  Bytes big = frame_head(TLK_MAGIC_IDR, 16385 - 12, 0, 16385);
+  EXPECT_EQ(first_arena(c, big.data(), big.size(), &err), 17409u);
+  EXPECT_EQ(err, EINVAL);
+}
+
+TEST_F(EnvelopeTest, CallerAreaTooSmallIsLoggedAsAllocationFailure) {
+  tlk_base *m = base_message();
+  void *frame = nullptr;
+  size_t len = 0;
+  tlk_base_tlvmap mask{};
+  mask._w0 = 1;
+  mask.tlkb_hdr._w0 = 0x7FF;
+  ASSERT_EQ(tarvik_msg_idl_encode(c, m, &mask, &frame, &len), 0);
+  alignas(8) uint8_t area[16];
+  void *msg = nullptr;
+  EXPECT_EQ(tarvik_msg_idl_decode_pa(c, frame, len, &msg, nullptr, area, sizeof area), ENOMEM);
+  EXPECT_EQ(log.lines.back().text, "tarvik: DEBUG IDL TLV Decode Error -2(Allocation Failure)");
+  alignas(8) uint8_t big[4096];
+  EXPECT_EQ(tarvik_msg_idl_decode_pa(c, frame, len, &msg, nullptr, big, sizeof big), 0);
+  EXPECT_EQ(static_cast<void *>(big), msg) << "the record is the area's first block";
+  tarvik_msg_free(c, frame);
+  tarvik_msg_free(c, m);
+}
+
+TEST_F(EnvelopeTest, EncodeIntoCallerBufferReportsFullSize) {
+  tlk_base *m = base_message();
+  uint8_t buf[64];
+  size_t len = 10;
+  EXPECT_EQ(tarvik_msg_idl_encode_pa(c, m, buf, &len), ENOMEM);
+  EXPECT_EQ(len, 40u);
+  len = sizeof buf;
+  EXPECT_EQ(tarvik_msg_idl_encode_pa(c, m, buf, &len), 0);
+  EXPECT_EQ(len, 40u);
+  len = 0;
+  EXPECT_EQ(tarvik_msg_idl_encode_pa(c, m, buf, &len), EINVAL);
+  EXPECT_EQ(log.lines.back().text, "tarvik: ERROR Invalid parameters");
+  uint32_t out = 0;
+  EXPECT_EQ(tarvik_idl_peek_length(&out, buf, 8), &out);
+  EXPECT_EQ(out, 40u);
+  EXPECT_EQ(tarvik_idl_peek_length(&out, buf, 7), nullptr);
+  EXPECT_EQ(tarvik_idl_peek_magic(&out, buf, 4), &out);
+  EXPECT_EQ(out, TLK_MAGIC_IDR);
+  EXPECT_EQ(tarvik_idl_peek_magic(&out, buf, 3), nullptr);
+  tarvik_msg_free(c, m);
+}
+
+TEST_F(EnvelopeTest, AttachmentListHolds128AndRefusesThe129th) {
+  auto *m = static_cast<uint8_t *>(tarvik_msg_malloc(c));
+  auto *hdr = reinterpret_cast<tlk_hdr *>(m);
+  void *cursor = m + 64;
+  void *const start = cursor;
+  alignas(8) static tlk_msg_info infos[129];
+  for (int i = 0; i < 128; ++i) ASSERT_EQ(tlkm_info_user_add(m, &infos[i], &cursor), 0) << i;
+  EXPECT_EQ(static_cast<uint8_t *>(cursor) - static_cast<uint8_t *>(start),
+            static_cast<ptrdiff_t>(128 * sizeof(void *)));
+  EXPECT_EQ(hdr->tlkh_info_len, 128u);
+  EXPECT_EQ(tlkm_info_user_add(m, &infos[128], &cursor), ENOMEM);
+  EXPECT_EQ(hdr->tlkh_info_len, 128u);
+  EXPECT_EQ(hdr->tlkh_info[127], &infos[127]);
+  void *null_cursor = nullptr;
+  hdr->tlkh_info = nullptr;
+  EXPECT_EQ(tlkm_info_user_add(m, &infos[0], &null_cursor), ENOMEM);
+  EXPECT_EQ(tlkm_info_user_add(nullptr, &infos[0], &cursor), EINVAL);
+  tarvik_msg_free(c, m);
+}
+
+// --- The framed read and write wrappers, over the simulated kernel's socket ----------------
+
+class WrapperTest : public EnvelopeTest {
+ protected:
+  void push(const Bytes &b) { ASSERT_TRUE(kernel.push(tarvik_getsockfd(c), b)); }
+  Bytes garbled() {
+    // A type-0 payload of 40 bytes whose header uses 28: the unconsumed rest is garbled.
+    return frame_head(TLK_MAGIC_IDR, 40, 0, 52);
+  }
+};
+
+TEST_F(WrapperTest, EmptySocketGives35WithoutDecoding) {
+  void *msg = reinterpret_cast<void *>(1);
+  EXPECT_EQ(tarvik_msg_read_idl(c, &msg, nullptr), EAGAIN);
+  EXPECT_EQ(msg, nullptr);
+  EXPECT_EQ(tarvik_long_msg_read_idl(c, &msg, nullptr), EAGAIN);
+  EXPECT_TRUE(log.lines.empty());
+}
+
+TEST_F(WrapperTest, EachWrapperMapsDecodeFailuresItsOwnWay) {
+  alignas(8) static uint8_t area[8192];
+  void *msg = nullptr;
+  const Bytes raw = tarsim::raw_message(26, TLK_OP_GET, c->seq);
+  struct Case {
+    const char *name;
+    int (*read)(tarvik_cookie *, void **);
+    int on_raw, on_garbled;
+  };
+  const Case cases[] = {
+      {"fixed", [](tarvik_cookie *k, void **m) { return tarvik_msg_read_idl(k, m, nullptr); }, EOPNOTSUPP, EINVAL},
+      {"fixed_pa", [](tarvik_cookie *k, void **m) { return tarvik_msg_read_idl_pa(k, m, nullptr, area, sizeof area); }, EOPNOTSUPP, EINVAL},
+      {"long", [](tarvik_cookie *k, void **m) { return tarvik_long_msg_read_idl(k, m, nullptr); }, EOPNOTSUPP, EINVAL},
+      {"long_pa", [](tarvik_cookie *k, void **m) { return tarvik_long_msg_read_idl_pa(k, m, nullptr, area, sizeof area); }, 0, 0},
+  };
+  for (const Case &k : cases) {
+    push(raw);
+    EXPECT_EQ(k.read(c, &msg), k.on_raw) << k.name;
+    EXPECT_EQ(msg, nullptr) << k.name;
+    push(garbled());
+    EXPECT_EQ(k.read(c, &msg), k.on_garbled) << k.name;
+    EXPECT_EQ(msg, nullptr) << k.name;
+  }
+}
+
+TEST_F(WrapperTest, SequenceMismatchStopsTheDecodeInAllFour) {
+  alignas(8) static uint8_t area[8192];
+  tarvik_seq_error_register(c, nullptr, [](tarvik_cookie *, void *, uint32_t, uint32_t) {});
+  const Bytes raw = tarsim::raw_message(26, TLK_OP_GET, c->seq + 5);
+  void *msg = nullptr;
+  push(raw);
+  EXPECT_EQ(tarvik_msg_read_idl(c, &msg, nullptr), -2);
+  push(raw);
+  EXPECT_EQ(tarvik_msg_read_idl_pa(c, &msg, nullptr, area, sizeof area), -2);
+  push(raw);
+  EXPECT_EQ(tarvik_long_msg_read_idl(c, &msg, nullptr), -2);
+  push(raw);
+  EXPECT_EQ(tarvik_long_msg_read_idl_pa(c, &msg, nullptr, area, sizeof area), -2);
+  EXPECT_EQ(msg, nullptr);
+}
+
+TEST_F(WrapperTest, WriteThenReadAFrameRoundTrips) {
+  tlk_base *m = base_message();
+  kernel.record(true);
+  ASSERT_EQ(tarvik_msg_write_idl(c, m, nullptr), 0);
+  ASSERT_EQ(kernel.recorded().size(), 1u);
+  push(kernel.recorded()[0].bytes);
+  void *msg = nullptr;
+  ASSERT_EQ(tarvik_long_msg_read_idl(c, &msg, nullptr), 0);
+  EXPECT_EQ(static_cast<tlk_base *>(msg)->tlkb_hdr.tlkh_seq, 77u);
+  tarvik_msg_idl_release(c, msg, nullptr);
+  tarvik_msg_free(c, m);
+}
+
+TEST_F(WrapperTest, EncodingFailureWritesNothing) {
+  tlk_base *m = base_message();
+  kernel.record(true);
+  auto saved = tarvik_malloc;
+  tarvik_malloc = [](unsigned, size_t) -> void * { return nullptr; };
+  const int err = tarvik_msg_write_idl(c, m, nullptr);
+  tarvik_malloc = saved;
+  EXPECT_EQ(err, ENOMEM);
+  EXPECT_TRUE(kernel.recorded().empty());
+  EXPECT_EQ(log.lines.back().text, "tarvik: ERROR Allocation Failure for (16384) bytes");
+  tarvik_msg_free(c, m);
+}
+
+}  // namespace
+}  // namespace tlktest

@@ -1,0 +1,439 @@
+// TLV: the worked examples byte for byte, and the edge cases of the decoding rules.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "codec_test_util.h"
+
+namespace codec_test {
+namespace {
+
+TEST(TlvExample, RtbSeqHostForm) {
+  rtb_seq r{};
+  r.rtbs_seq = 0x1234;
+  Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_rtb_seq_0(&r, nullptr, p, n); });
+  EXPECT_EQ(b, (Bytes{1, 0, 0, 0, 2, 0, 0, 0, 0x34, 0x12, 0, 0}));
+  rtb_seq back;
+  std::memset(&back, 0x77, sizeof back);
+  EXPECT_EQ(tlv_decode_rtb_seq_0(&back, nullptr, b.data(), len32(b)), 12);
+  EXPECT_EQ(back.rtbs_seq, 0x1234);
+}
+
+TEST(TlvExample, AccCntlNetworkForm) {
+  acc_cntl_msg_ifl_status r{};
+  r.acis_ifl_index = 0x01020304;
+  r.acis_status = 5;
+  r.acis_admin = 6;
+  r.acis_oper = 7;
+  Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_acc_cntl_msg_ifl_status_0(&r, nullptr, p, n); });
+  EXPECT_EQ(b, (Bytes{0, 1, 0, 4, 1, 2, 3, 4, 0, 2, 0, 1, 5, 0, 0, 0, 0, 3, 0, 1, 6, 0, 0, 0, 0, 4, 0, 1, 7, 0, 0, 0}));
+  acc_cntl_msg_ifl_status back{};
+  acc_cntl_msg_ifl_status_tlvmap m{};
+  EXPECT_EQ(tlv_decode_acc_cntl_msg_ifl_status_0(&back, &m, b.data(), len32(b)), 32);
+  EXPECT_EQ(std::memcmp(&back, &r, sizeof r), 0);
+  EXPECT_EQ(m._w0, 0xFu);
+}
+
+// Type 0 with every header bit but the attachment bit: 152 bytes as a TLV frame, 40 as IDR.
+TEST(TlvExample, TypeZeroFrame) {
+  tlk_base base{};
+  base.tlkb_hdr.tlkh_version = 'b';
+  base.tlkb_hdr.tlkh_op = 4;
+  base.tlkb_hdr.tlkh_seq = 0x01020304;
+  base.tlkb_hdr.tlkh_fixedlen = 32;
+  tlk_base_tlvmap bmap{};
+  bmap._w0 = 1;
+  bmap.tlkb_hdr._w0 = 0x7FF;  // bits 0..10; bit 11 (attachments) clear
+  tlk_msg msg{};
+  msg.tlkm_type = 0;
+  msg.tlkm_msg = &base;
+  tlk_msg_tlvmap mmap{};
+  mmap.tlkm_msg = &bmap;
+  Bytes tlv = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_tlk_msg_0(&msg, &mmap, p, n); });
+  ASSERT_EQ(tlv.size(), 152u);
+  EXPECT_EQ(Bytes(tlv.begin(), tlv.begin() + 20), cat({le32(0x5011), le32(140), le32(0), le32(1), le32(132)}));
+  // The header's items in field order, each padded to 4; tags 12 before 10 for aux1/aux2.
+  Bytes hdr = cat({host_item(1, le32(0)), host_item(2, {'b'}), host_item(3, {0}), host_item(4, {4}),
+                   host_item(5, {0}), host_item(6, le32(0)), host_item(7, le32(0x01020304)), host_item(8, le32(0)),
+                   host_item(9, le16(32)), host_item(12, {0}), host_item(10, {0})});
+  EXPECT_EQ(Bytes(tlv.begin() + 20, tlv.end()), hdr);
+
+  Bytes idr = encode([&](uint8_t *p, uint32_t n) { return idr_encode_tlk_msg_0(&msg, p, n); });
+  ASSERT_EQ(idr.size(), 40u);
+  EXPECT_EQ(Bytes(idr.begin(), idr.begin() + 12), cat({le32(0x5022), le32(28), le32(0)}));
+
+  // And back, through the frame decoder, with a map.
+  Heap heap;
+  tlk_msg out{};
+  tlk_msg_tlvmap omap{};
+  ASSERT_EQ(tlv_decode_tlk_msg_0(&out, &omap, tlv.data(), len32(tlv), Heap::alloc, &heap), 152);
+  ASSERT_NE(out.tlkm_msg, nullptr);
+  auto *ob = static_cast<tlk_base *>(out.tlkm_msg);
+  EXPECT_EQ(ob->tlkb_hdr.tlkh_seq, 0x01020304u);
+  EXPECT_EQ(ob->tlkb_hdr.tlkh_fixedlen, 32);
+  auto *om = static_cast<tlk_base_tlvmap *>(omap.tlkm_msg);
+  ASSERT_NE(om, nullptr);
+  EXPECT_EQ(om->tlkb_hdr._w0, 0x7FFu);
+  tlv_release_tlk_msg_0(&out, &omap, Heap::release, &heap);
+  EXPECT_EQ(heap.live(), 0u);
+}
+
+TEST(TlvDecode, EmptyInputClearsTheRecord) {
+  rtb_rpf_info r;
+  std::memset(&r, 0x5A, sizeof r);
+  rtb_rpf_info_tlvmap m;
+  std::memset(&m, 0x5A, sizeof m);
+  EXPECT_EQ(tlv_decode_rtb_rpf_info_0(&r, &m, nullptr, 0), 0);
+  EXPECT_EQ(r.rtbr_index, 0u);
+  EXPECT_EQ(r.rtbr_type, 0);
+  EXPECT_EQ(m._w0, 0u);
+}
+
+TEST(TlvDecode, TrailingBytesShorterThanAHead) {
+  Bytes b = cat({host_item(1, le16(7)), Bytes{1, 2, 3, 4, 5}});
+  rtb_seq r{};
+  EXPECT_EQ(tlv_decode_rtb_seq_0(&r, nullptr, b.data(), len32(b)), 12);
+  EXPECT_EQ(r.rtbs_seq, 7);
+  // Nested, the same leftover is a length mismatch.
+  Bytes nested = cat({host_item(1, cat({host_item(7, le32(9)), Bytes{0, 0, 0, 0}}))});
+  tlk_base base{};
+  EXPECT_EQ(tlv_decode_tlk_base_0(&base, nullptr, nested.data(), len32(nested), nullptr, nullptr), -1);
+}
+
+TEST(TlvDecode, LastItemWithoutPad) {
+  Bytes b = host_item(1, le16(0x4321), false);
+  ASSERT_EQ(b.size(), 10u);
+  rtb_seq r{};
+  EXPECT_EQ(tlv_decode_rtb_seq_0(&r, nullptr, b.data(), len32(b)), 10);
+  EXPECT_EQ(r.rtbs_seq, 0x4321);
+}
+
+TEST(TlvDecode, UnknownTagsAreSkipped) {
+  Bytes b = cat({host_item(0, le32(1)), host_item(99, {1, 2, 3}), host_item(3, le32(0xAABBCCDD)),
+                 host_item(4000, {})});
+  rtb_rpf_info r{};
+  rtb_rpf_info_tlvmap m{};
+  EXPECT_EQ(tlv_decode_rtb_rpf_info_0(&r, &m, b.data(), len32(b)), static_cast<int32_t>(b.size()));
+  EXPECT_EQ(r.rtbr_index, 0xAABBCCDDu);
+  EXPECT_EQ(m._w0, 1u << 2);
+}
+
+// A full-size record in another item order, or with a repeated item in place of one, decodes
+// by the general rules.
+TEST(TlvDecode, FullSizeRecordsOutOfOrder) {
+  Bytes reversed = cat({host_item(3, le32(0x01020304)), host_item(2, {0xB}), host_item(1, {0xA})});
+  rtb_rpf_info r{};
+  rtb_rpf_info_tlvmap m{};
+  ASSERT_EQ(tlv_decode_rtb_rpf_info_0(&r, &m, reversed.data(), len32(reversed)), 36);
+  EXPECT_EQ(r.rtbr_type, 0xA);
+  EXPECT_EQ(r.rtbr_flags, 0xB);
+  EXPECT_EQ(r.rtbr_index, 0x01020304u);
+  EXPECT_EQ(m._w0, 7u);
+  Bytes repeated = cat({host_item(1, {0xA}), host_item(1, {0xC}), host_item(3, le32(5))});
+  ASSERT_EQ(tlv_decode_rtb_rpf_info_0(&r, &m, repeated.data(), len32(repeated)), 36);
+  EXPECT_EQ(r.rtbr_type, 0xA);
+  EXPECT_EQ(r.rtbr_flags, 0);
+  EXPECT_EQ(m._w0, 5u);
+  ASSERT_EQ(tlv_decode_rtb_rpf_info_0(&r, nullptr, repeated.data(), len32(repeated)), 36);
+  EXPECT_EQ(r.rtbr_type, 0xC);
+}
+
+TEST(TlvDecode, DuplicateScalarFirstWinsWithMapLastWithout) {
+  Bytes b = cat({host_item(3, le32(1)), host_item(3, le32(2))});
+  rtb_rpf_info r{};
+  rtb_rpf_info_tlvmap m{};
+  ASSERT_GT(tlv_decode_rtb_rpf_info_0(&r, &m, b.data(), len32(b)), 0);
+  EXPECT_EQ(r.rtbr_index, 1u);
+  ASSERT_GT(tlv_decode_rtb_rpf_info_0(&r, nullptr, b.data(), len32(b)), 0);
+  EXPECT_EQ(r.rtbr_index, 2u);
+}
+
+TEST(TlvDecode, DuplicateBlobGarbledWithoutMapIgnoredWithMap) {
+  Bytes b = cat({host_item(1, le16(8)), host_item(2, {10}), host_item(2, {20})});
+  Heap heap;
+  prefix p{};
+  EXPECT_EQ(tlv_decode_prefix_0(&p, nullptr, b.data(), len32(b), Heap::alloc, &heap), -1);
+  heap.free_all();
+  prefix_tlvmap m{};
+  ASSERT_EQ(tlv_decode_prefix_0(&p, &m, b.data(), len32(b), Heap::alloc, &heap), static_cast<int32_t>(b.size()));
+  ASSERT_EQ(p.prefix_len, 1u);
+  EXPECT_EQ(p.prefix[0], 10);
+  tlv_release_prefix_0(&p, &m, Heap::release, &heap);
+  EXPECT_EQ(heap.live(), 0u);
+}
+
+TEST(TlvDecode, ScalarLengths) {
+  rtb_rpf_info r{};
+  Bytes short3 = host_item(3, {1, 2, 3});
+  EXPECT_EQ(tlv_decode_rtb_rpf_info_0(&r, nullptr, short3.data(), len32(short3)), -1);
+  Bytes long8 = host_item(3, {1, 2, 3, 4, 5, 6, 7, 8});
+  EXPECT_EQ(tlv_decode_rtb_rpf_info_0(&r, nullptr, long8.data(), len32(long8)), 16);
+  EXPECT_EQ(r.rtbr_index, 0x04030201u);
+  Bytes u8_empty = host_item(1, {});
+  EXPECT_EQ(tlv_decode_rtb_rpf_info_0(&r, nullptr, u8_empty.data(), len32(u8_empty)), -1);
+}
+
+TEST(TlvDecode, GrowableWidensAndToleratesOddLengths) {
+  Heap heap;
+  struct Case {
+    Bytes value;
+    uint64_t want;
+  } cases[] = {{{0x11}, 0x11},
+               {{0x11, 0x22}, 0x2211},
+               {{1, 2, 3}, 0},
+               {{1, 2, 3, 4}, 0x04030201},
+               {{1, 2, 3, 4, 5}, 0},
+               {{1, 2, 3, 4, 5, 6, 7, 8}, 0x0807060504030201ull}};
+  for (auto &c : cases) {
+    Bytes b = host_item(40, c.value);
+    t_all r{};
+    EXPECT_EQ(tlv_decode_t_all_0(&r, nullptr, b.data(), len32(b), Heap::alloc, &heap), static_cast<int32_t>(b.size()));
+    EXPECT_EQ(r.gr, c.want) << hex(c.value.data(), c.value.size());
+    Bytes n = net_item(40, c.value);
+    t_all_net rn{};
+    EXPECT_EQ(tlv_decode_t_all_net_0(&rn, nullptr, n.data(), len32(n), Heap::alloc, &heap), static_cast<int32_t>(n.size()));
+    uint64_t want_net = 0;
+    if (c.want != 0 || c.value.size() == 1) {
+      for (uint8_t v : c.value) want_net = (want_net << 8) | v;
+    }
+    EXPECT_EQ(rn.gr, want_net);
+  }
+}
+
+TEST(TlvDecode, InterruptedListRun) {
+  Bytes p1 = host_item(19, cat({host_item(1, {1}), host_item(2, {2})}));
+  Bytes p2 = host_item(19, cat({host_item(1, {3})}));
+  Bytes p3 = host_item(19, cat({host_item(2, {4})}));
+  Bytes b = cat({p1, p2, host_item(1, {9}), p3});
+  Heap heap;
+  t_all r{};
+  EXPECT_EQ(tlv_decode_t_all_0(&r, nullptr, b.data(), len32(b), Heap::alloc, &heap), -1);
+  heap.free_all();
+  t_all_tlvmap m{};
+  ASSERT_EQ(tlv_decode_t_all_0(&r, &m, b.data(), len32(b), Heap::alloc, &heap), static_cast<int32_t>(b.size()));
+  ASSERT_EQ(r.plist_cnt, 2u);
+  EXPECT_EQ(r.plist[0].x, 1);
+  EXPECT_EQ(r.plist[0].y, 2);
+  EXPECT_EQ(r.plist[1].x, 3);
+  EXPECT_EQ(r.a, 9);
+  ASSERT_NE(m.plist, nullptr);
+  EXPECT_EQ(m.plist[0]._w0, 3u);
+  EXPECT_EQ(m.plist[1]._w0, 1u);
+  tlv_release_t_all_0(&r, &m, Heap::release, &heap);
+  EXPECT_EQ(heap.live(), 0u);
+}
+
+TEST(TlvDecode, BrokenListIsGarbled) {
+  // The second element's value claims more than there is.
+  Bytes b = cat({host_item(19, cat({host_item(1, {1})})), le32(19), le32(200)});
+  Heap heap;
+  t_all r{};
+  EXPECT_EQ(tlv_decode_t_all_0(&r, nullptr, b.data(), len32(b), Heap::alloc, &heap), -1);
+}
+
+TEST(TlvEncode, NetworkLengthKeepsLow16Bits) {
+  std::vector<uint8_t> big(70000, 0xEE);
+  t_all_net r{};
+  r.inner.s = big.data();
+  r.inner.s_len = 70000;
+  t_all_net_tlvmap m{};
+  m._w3 = 1;  // inner: its own word, behind pairs, plist and pptrs, which each end a word
+  m.inner._w0 = 3;  // and both of inner's fields
+  uint32_t n = tlv_encode_t_all_net_0(&r, &m, nullptr, 0);
+  std::vector<uint8_t> b(n);
+  ASSERT_EQ(tlv_encode_t_all_net_0(&r, &m, b.data(), n), n);
+  // inner: head 4, then v's item (8) and s's item (4 + 70000).
+  uint32_t inner_size = 8 + 4 + 70000;
+  ASSERT_EQ(n, 4 + inner_size);
+  EXPECT_EQ(b[0], 0);
+  EXPECT_EQ(b[1], 21);
+  EXPECT_EQ((b[2] << 8) | b[3], static_cast<int>(inner_size & 0xFFFF));
+  EXPECT_EQ((b[4 + 8 + 2] << 8) | b[4 + 8 + 3], 70000 & 0xFFFF);
+}
+
+TEST(TlvEncode, AllBitsClearIsEmpty) {
+  rtb_rpf_info r{1, 2, 3};
+  rtb_rpf_info_tlvmap m{};
+  EXPECT_EQ(tlv_encode_rtb_rpf_info_0(&r, &m, nullptr, 0), 0u);
+  acc_cntl_msg_ifl_status a{};
+  acc_cntl_msg_ifl_status_tlvmap am{};
+  EXPECT_EQ(tlv_encode_acc_cntl_msg_ifl_status_0(&a, &am, nullptr, 0), 0u);
+}
+
+TEST(TlvEncode, OneByteShortLeavesTheLastItemUnwritten) {
+  rtb_rpf_info r{1, 2, 0x01020304};
+  Bytes full = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_rtb_rpf_info_0(&r, nullptr, p, n); });
+  ASSERT_EQ(full.size(), 36u);
+  Bytes b(full.size(), 0xA5);
+  EXPECT_EQ(tlv_encode_rtb_rpf_info_0(&r, nullptr, b.data(), 35), 36u);
+  EXPECT_TRUE(std::equal(full.begin(), full.begin() + 24, b.begin()));
+  for (size_t i = 24; i < b.size(); ++i) EXPECT_EQ(b[i], 0xA5) << i;
+}
+
+TEST(TlvAddressFamily, MappedBothWays) {
+  Heap heap;
+  t_all r{};
+  r.fam = 22;  // no wire number: goes as 0, comes back as 0
+  t_all_tlvmap m{};
+  m._w0 = 1u << 9;
+  Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_all_0(&r, &m, p, n); });
+  EXPECT_EQ(b, host_item(10, {0}));
+  r.fam = 37;
+  b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_all_0(&r, &m, p, n); });
+  EXPECT_EQ(b, host_item(10, {150}));
+  t_all back{};
+  ASSERT_GT(tlv_decode_t_all_0(&back, nullptr, b.data(), len32(b), Heap::alloc, &heap), 0);
+  EXPECT_EQ(back.fam, 37);
+  Bytes zero = host_item(10, {0});
+  ASSERT_GT(tlv_decode_t_all_0(&back, nullptr, zero.data(), len32(zero), Heap::alloc, &heap), 0);
+  EXPECT_EQ(back.fam, 0);
+}
+
+TEST(TlvList, NullPointerEntriesSkippedTheirMapsSteppedOver) {
+  t_inner e0{}, e2{};
+  e0.v = 100;
+  e2.v = 300;
+  t_inner *ptrs[3] = {&e0, nullptr, &e2};
+  t_inner_tlvmap emaps[3] = {};
+  emaps[0]._w0 = 1;
+  emaps[1]._w0 = 0;
+  emaps[2]._w0 = 0;  // e2 travels empty: its map says no field
+  t_all r{};
+  r.pptrs = ptrs;
+  r.pptrs_cnt = 3;
+  t_all_tlvmap m{};
+  m._w2 = 1;  // pptrs
+  m.pptrs = emaps;
+  Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_all_0(&r, &m, p, n); });
+  EXPECT_EQ(b, cat({host_item(20, host_item(1, le32(100))), host_item(20, {})}));
+  Heap heap;
+  t_all back{};
+  t_all_tlvmap bm{};
+  ASSERT_EQ(tlv_decode_t_all_0(&back, &bm, b.data(), len32(b), Heap::alloc, &heap), static_cast<int32_t>(b.size()));
+  ASSERT_EQ(back.pptrs_cnt, 2u);
+  EXPECT_EQ(back.pptrs[0]->v, 100u);
+  EXPECT_EQ(back.pptrs[1]->v, 0u);
+  EXPECT_EQ(bm.pptrs[0]._w0, 1u);
+  EXPECT_EQ(bm.pptrs[1]._w0, 0u);
+  tlv_release_t_all_0(&back, &bm, Heap::release, &heap);
+  EXPECT_EQ(heap.live(), 0u);
+}
+
+TEST(TlvList, EmptyListSendsNothingEmptyBlobSendsAnItem) {
+  t_all r{};
+  t_all_tlvmap m{};
+  m._w1 = 1;         // plist, no elements
+  m._w0 = 1u << 14;  // data, length 0
+  Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_all_0(&r, &m, p, n); });
+  EXPECT_EQ(b, host_item(15, {}));
+}
+
+TEST(TlvNested, RepeatedNestedToleratedOnlyWithoutAllocation) {
+  Heap heap;
+  Bytes plain = cat({host_item(21, host_item(1, le32(1))), host_item(21, host_item(1, le32(2)))});
+  t_all r{};
+  ASSERT_EQ(tlv_decode_t_all_0(&r, nullptr, plain.data(), len32(plain), Heap::alloc, &heap),
+            static_cast<int32_t>(plain.size()));
+  EXPECT_EQ(r.inner.v, 2u);
+  Bytes with_blob = cat({host_item(21, host_item(2, {1, 2})), host_item(21, host_item(1, le32(2)))});
+  EXPECT_EQ(tlv_decode_t_all_0(&r, nullptr, with_blob.data(), len32(with_blob), Heap::alloc, &heap), -1);
+}
+
+TEST(TlvResult, AllocationFailures) {
+  Bytes b = cat({host_item(1, le16(24)), host_item(2, {1, 2, 3})});
+  prefix p{};
+  EXPECT_EQ(tlv_decode_prefix_0(&p, nullptr, b.data(), len32(b), nullptr, nullptr), -2);
+  Heap heap;
+  heap.fail_from(0);
+  EXPECT_EQ(tlv_decode_prefix_0(&p, nullptr, b.data(), len32(b), Heap::alloc, &heap), -2);
+  // An empty blob needs no allocator.
+  Bytes empty = host_item(2, {});
+  EXPECT_EQ(tlv_decode_prefix_0(&p, nullptr, empty.data(), len32(empty), nullptr, nullptr), 8);
+}
+
+TEST(TlvChoice, HeadRules) {
+  Heap heap;
+  t_choice c{};
+  // Under 12 bytes: 0, selector all ones.
+  Bytes shorter = {0, 0, 0, 0, 0, 0, 0, 0};
+  EXPECT_EQ(tlv_decode_t_choice_0(&c, nullptr, shorter.data(), len32(shorter), Heap::alloc, &heap), 0);
+  EXPECT_EQ(c.sel, 0xFFFFFFFFu);
+  // An arm length that would wrap.
+  Bytes wrap = cat({le32(0), le32(0xFFFFFFF4u), le32(1)});
+  EXPECT_EQ(tlv_decode_t_choice_0(&c, nullptr, wrap.data(), len32(wrap), Heap::alloc, &heap), -1);
+  Bytes claim = cat({le32(0), le32(0xFFFFFFF3u), le32(1)});
+  EXPECT_EQ(tlv_decode_t_choice_0(&c, nullptr, claim.data(), len32(claim), Heap::alloc, &heap), 0);
+  // An unknown selector: skipped whole, arm left zero.
+  Bytes unknown = cat({le32(0), le32(4), le32(55), Bytes{9, 9, 9, 9}});
+  EXPECT_EQ(tlv_decode_t_choice_0(&c, nullptr, unknown.data(), len32(unknown), Heap::alloc, &heap), 16);
+  EXPECT_EQ(c.sel, 55u);
+  EXPECT_EQ(c.t_choice_u.t_inner.v, 0u);
+  // A known arm that doesn't consume its length.
+  Bytes loose = cat({le32(0), le32(16), le32(1), host_item(1, {7}), Bytes{1, 2, 3, 4}});
+  EXPECT_EQ(tlv_decode_t_choice_0(&c, nullptr, loose.data(), len32(loose), Heap::alloc, &heap), -1);
+  // Shared arm: selectors 2 and 7 both hold t_inner.
+  Bytes seven = cat({le32(0), le32(12), le32(7), host_item(1, le32(77))});
+  EXPECT_EQ(tlv_decode_t_choice_0(&c, nullptr, seven.data(), len32(seven), Heap::alloc, &heap), 24);
+  EXPECT_EQ(c.t_choice_u.t_inner.v, 77u);
+  // Encoding an unknown selector gives the bare head.
+  c.sel = 55;
+  Bytes head = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_choice_0(&c, nullptr, p, n); });
+  EXPECT_EQ(head, cat({le32(0), le32(0), le32(55)}));
+}
+
+TEST(TlvFrame, MagicTypeAndAllocation) {
+  Heap heap;
+  tlk_msg m{};
+  Bytes bad_magic = cat({le32(0x5022), le32(0), le32(0)});
+  EXPECT_EQ(tlv_decode_tlk_msg_0(&m, nullptr, bad_magic.data(), 12, Heap::alloc, &heap), -3);
+  Bytes no_record = cat({le32(0x5011), le32(4), le32(50), le32(0)});
+  EXPECT_EQ(tlv_decode_tlk_msg_0(&m, nullptr, no_record.data(), 16, Heap::alloc, &heap), 16);
+  EXPECT_EQ(m.tlkm_type, 50u);
+  EXPECT_EQ(m.tlkm_msg, nullptr);
+  Bytes type0 = cat({le32(0x5011), le32(0), le32(0)});
+  EXPECT_EQ(tlv_decode_tlk_msg_0(&m, nullptr, type0.data(), 12, nullptr, nullptr), -2);
+  heap.fail_from(heap.calls());
+  EXPECT_EQ(tlv_decode_tlk_msg_0(&m, nullptr, type0.data(), 12, Heap::alloc, &heap), -2);
+  // A null record pointer goes out as the head alone.
+  tlk_msg empty{};
+  empty.tlkm_type = 102;
+  Bytes head = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_tlk_msg_0(&empty, nullptr, p, n); });
+  EXPECT_EQ(head, cat({le32(0x5011), le32(0), le32(102)}));
+}
+
+TEST(TlvRelease, GivesBackEveryAllocationAndNothingElse) {
+  Heap heap;
+  uint8_t blob[3] = {1, 2, 3};
+  uint16_t shorts[2] = {5, 6};
+  t_pair pairs[2] = {{1, 2}, {3, 4}};
+  t_inner in0{}, in1{};
+  in1.s = blob;
+  in1.s_len = 3;
+  t_inner *ptrs[2] = {&in0, &in1};
+  t_all r{};
+  r.data = blob;
+  r.data_len = 3;
+  r.shorts = shorts;
+  r.shorts_cnt = 2;
+  r.plist = pairs;
+  r.plist_cnt = 2;
+  r.pptrs = ptrs;
+  r.pptrs_cnt = 2;
+  r.inner.s = blob;
+  r.inner.s_len = 2;
+  r.ch.sel = 2;
+  r.ch.t_choice_u.t_inner.s = blob;
+  r.ch.t_choice_u.t_inner.s_len = 1;
+  Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_all_0(&r, nullptr, p, n); });
+  t_all back{};
+  t_all_tlvmap m{};
+  ASSERT_EQ(tlv_decode_t_all_0(&back, &m, b.data(), len32(b), Heap::alloc, &heap), static_cast<int32_t>(b.size()));
+  EXPECT_EQ(compare(*record_named("t_all"), &r, &back, nullptr), "");
+  // data, shorts, plist + its maps, pptrs array + 2 elements + their maps + in1.s, inner.s, ch's s.
+  EXPECT_EQ(heap.live(), 11u);
+  tlv_release_t_all_0(&back, &m, Heap::release, &heap);
+  EXPECT_EQ(heap.live(), 0u);
+}
+
+}  // namespace
+}  // namespace codec_test

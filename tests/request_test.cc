@@ -1,0 +1,216 @@
+// Request-reply operations end to end through the simulated kernel: logical interface reads
+// (structured, IDR request, long read), session statistics (raw request and reply, and a request
+// without reply).
+#include <errno.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "harness.h"
+
+namespace tlktest {
+namespace {
+
+using tarsim::Bytes;
+
+class IflTest : public SimTest {
+ protected:
+  void SetUp() override {
+    SimTest::SetUp();
+    c = open_session();
+    ASSERT_NE(c, nullptr);
+  }
+  void TearDown() override {
+    tarvik_close(c);
+    SimTest::TearDown();
+  }
+  static const ifl_msg &ifl(void *m) { return *static_cast<const ifl_msg *>(m); }
+  static std::string name_of(void *m) {
+    const ifl_msg &r = ifl(m);
+    return r.iflm_name ? std::string(reinterpret_cast<const char *>(r.iflm_name)) : "";
+  }
+  // The last request the kernel saw, decoded.
+  ifl_msg *last_request() {
+    const auto &rec = kernel.recorded();
+    for (auto it = rec.rbegin(); it != rec.rend(); ++it) {
+      if (!it->to_kernel) continue;
+      void *m = nullptr;
+      if (tarvik_msg_idl_decode(c, it->bytes.data(), it->bytes.size(), &m, nullptr) != 0) return nullptr;
+      return static_cast<ifl_msg *>(m);
+    }
+    return nullptr;
+  }
+  tarvik_cookie *c = nullptr;
+};
+
+TEST_F(IflTest, ReadsByEachKeyFindTheSameUnit) {
+  void *m = nullptr;
+  ASSERT_EQ(tarvik_iflm_get_by_index(c, 71, TLK_OP_GET, &m, nullptr), 0);
+  EXPECT_EQ(ifl(m).iflm_index.idx, 71u);
+  EXPECT_EQ(ifl(m).iflm_unit, 100u);
+  EXPECT_EQ(ifl(m).iflm_devidx, 130u);
+  EXPECT_EQ(name_of(m), "ge-0/0/0");
+  EXPECT_EQ(ifl(m).iflm_hdr.tlkh_type, 6);
+  EXPECT_EQ(ifl(m).iflm_hdr.tlkh_seq, c->seq) << "the kernel copies the request's number";
+  const uint32_t snmp = ifl(m).iflm_snmp_id.idx;
+  tarvik_msg_idl_release(c, m, nullptr);
+
+  ASSERT_EQ(tarvik_iflm_get_by_name(c, "ge-0/0/0", 100, TLK_OP_GET, &m, nullptr), 0);
+  EXPECT_EQ(ifl(m).iflm_index.idx, 71u);
+  tarvik_msg_idl_release(c, m, nullptr);
+  ASSERT_EQ(tarvik_iflm_get_by_snmp_index(c, snmp, TLK_OP_GET, &m, nullptr), 0);
+  EXPECT_EQ(ifl(m).iflm_index.idx, 71u);
+  tarvik_msg_idl_release(c, m, nullptr);
+  ASSERT_EQ(tarvik_iflm_get_by_device(c, 130, 100, TLK_OP_GET, &m, nullptr), 0);
+  EXPECT_EQ(ifl(m).iflm_index.idx, 71u);
+  tarvik_msg_idl_release(c, m, nullptr);
+}
+
+TEST_F(IflTest, RequestsGoOutInIdrWithTheDocumentedHeader) {
+  kernel.record(true);
+  void *m = nullptr;
+  const uint32_t before = c->seq;
+  ASSERT_EQ(tarvik_iflm_get_by_index(c, 16, TLK_OP_GET, &m, nullptr), 0);
+  tarvik_msg_idl_release(c, m, nullptr);
+  uint32_t magic;
+  memcpy(&magic, kernel.recorded().front().bytes.data(), 4);
+  EXPECT_EQ(magic, TLK_MAGIC_IDR);
+  ifl_msg *req = last_request();
+  ASSERT_NE(req, nullptr);
+  EXPECT_EQ(TLK_VERSION_TYPE_WORD(req->iflm_hdr.tlkh_version, req->iflm_hdr.tlkh_type), 0x066Bu);
+  EXPECT_EQ(req->iflm_hdr.tlkh_seq, before + 1);
+  EXPECT_EQ(req->iflm_hdr.tlkh_fixedlen, tlv_rtti_sizeof_ifl_msg_0);
+  EXPECT_EQ(req->iflm_index.idx, 16u);
+  EXPECT_EQ(req->iflm_name, nullptr);
+  tarvik_msg_idl_release(c, req, nullptr);
+}
+
+TEST_F(IflTest, NamesAreCutAt59CharactersWithTheirEndByte) {
+  kernel.record(true);
+  struct Case {
+    std::string name;
+    size_t kept;
+  } cases[] = {{std::string(59, 'a'), 59}, {std::string(60, 'b'), 59}, {std::string(200, 'c'), 59},
+               {"", 0}};
+  for (const Case &k : cases) {
+    void *m = nullptr;
+    EXPECT_EQ(tarvik_iflm_get_by_name(c, k.name.c_str(), 0, TLK_OP_GET, &m, nullptr), EOPNOTSUPP)
+        << "no such unit: the kernel refuses with a raw tlk-err";
+    EXPECT_EQ(m, nullptr);
+    ifl_msg *req = last_request();
+    ASSERT_NE(req, nullptr);
+    EXPECT_EQ(req->iflm_name_len, k.kept + 1);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(req->iflm_name)), k.name.substr(0, k.kept));
+    tarvik_msg_idl_release(c, req, nullptr);
+  }
+}
+
+TEST_F(IflTest, GetnextWalksEveryUnitInIndexOrder) {
+  std::vector<uint32_t> seen;
+  uint32_t key = 0;
+  for (;;) {
+    void *m = nullptr;
+    const int err = tarvik_iflm_get_by_index(c, key, TLK_OP_GETNEXT, &m, nullptr);
+    if (err != 0) {
+      EXPECT_EQ(err, EOPNOTSUPP) << "the walk ends on the kernel's refusal";
+      break;
+    }
+    key = ifl(m).iflm_index.idx;
+    seen.push_back(key);
+    tarvik_msg_idl_release(c, m, nullptr);
+  }
+  std::vector<uint32_t> want;
+  for (const auto &i : kernel.ifls()) want.push_back(i.index);
+  EXPECT_EQ(seen, want);
+  EXPECT_EQ(seen.size(), 6u);
+}
+
+TEST_F(IflTest, TlvRequestIsAnsweredInTlvWithItsMap) {
+  auto *req = static_cast<ifl_msg *>(tarvik_msg_malloc(c));
+  req->iflm_hdr.tlkh_type = 6;
+  req->iflm_hdr.tlkh_version = 'k';
+  req->iflm_hdr.tlkh_op = TLK_OP_GET;
+  req->iflm_hdr.tlkh_seq = ++c->seq;
+  req->iflm_index.idx = 80;
+  ifl_msg_tlvmap map{};  // the header and the fields up to the index
+  map._w0 = 1;
+  map.iflm_hdr._w0 = 0x7FF;
+  map._w1 = 0x1F;
+  map.iflm_index._w0 = 1;
+  ASSERT_EQ(tarvik_msg_write_idl(c, req, &map), 0);
+  void *m = nullptr, *mask = nullptr;
+  ASSERT_EQ(tarvik_long_msg_read_idl(c, &m, &mask), 0);
+  EXPECT_EQ(ifl(m).iflm_index.idx, 80u);
+  EXPECT_EQ(name_of(m), "xe-1/0/0");
+  EXPECT_NE(mask, nullptr) << "a TLV reply comes with the map of what it held";
+  tarvik_msg_idl_release(c, m, mask);
+  tarvik_msg_free(c, req);
+}
+
+TEST_F(IflTest, BadArgumentsSendNothing) {
+  kernel.record(true);
+  void *m = reinterpret_cast<void *>(1);
+  EXPECT_EQ(tarvik_iflm_get_by_index(c, 71, TLK_OP_GET, nullptr, nullptr), EINVAL);
+  EXPECT_EQ(tarvik_iflm_get_by_index(nullptr, 71, TLK_OP_GET, &m, nullptr), EINVAL);
+  EXPECT_EQ(m, nullptr);
+  EXPECT_EQ(tarvik_iflm_get_by_name(c, nullptr, 0, TLK_OP_GET, &m, nullptr), EINVAL);
+  EXPECT_TRUE(kernel.recorded().empty());
+}
+
+TEST_F(IflTest, ReplyThatNeverComesIs35WithNothingLeft) {
+  kernel.on_frame([](tarsim::Kernel &, int, std::span<const uint8_t>) {});  // the kernel stays silent
+  void *m = reinterpret_cast<void *>(1);
+  EXPECT_EQ(tarvik_iflm_get_by_index(c, 71, TLK_OP_GET, &m, nullptr), EAGAIN);
+  EXPECT_EQ(m, nullptr);
+}
+
+TEST_F(IflTest, FailedWriteSkipsTheRead) {
+  ASSERT_TRUE(kernel.push(tarvik_getsockfd(c), tarsim::raw_message(26, TLK_OP_GET, c->seq + 1)));
+  kernel.inject_write_errno(ENOBUFS);
+  void *m = nullptr;
+  EXPECT_EQ(tarvik_iflm_get_by_index(c, 71, TLK_OP_GET, &m, nullptr), ENOBUFS);
+  EXPECT_EQ(m, nullptr);
+  EXPECT_EQ(tarvik_peek_pkt_len(tarvik_getsockfd(c)), 24) << "the queued message was not read";
+}
+
+TEST_F(IflTest, SessionStatisticsGetClearAndSequence) {
+  void *reply = nullptr;
+  const uint32_t before = c->seq;
+  ASSERT_EQ(tarvik_tlk_stat_get(c, 1, 2, &reply), 0);
+  ASSERT_NE(reply, nullptr);
+  const auto *bytes = static_cast<const uint8_t *>(reply);
+  uint32_t seq, requests;
+  memcpy(&seq, bytes + 12, 4);
+  memcpy(&requests, bytes + 24, 4);
+  EXPECT_EQ(seq, before + 1);
+  EXPECT_EQ(requests, 1u);
+  tarvik_msg_free(c, reply);
+
+  kernel.record(true);
+  EXPECT_EQ(tarvik_tlk_stat_clear(c), 0);
+  EXPECT_EQ(tarvik_tlk_proxy_stat_add(c, 0xABCD), 0);
+  ASSERT_EQ(kernel.recorded().size(), 2u);
+  const Bytes &clear = kernel.recorded()[0].bytes;
+  ASSERT_EQ(clear.size(), 36u);
+  EXPECT_EQ(clear[6], TLK_OP_CLEAR);
+  uint32_t clear_seq, proxy;
+  memcpy(&clear_seq, &clear[12], 4);
+  memcpy(&proxy, &kernel.recorded()[1].bytes[32], 4);
+  EXPECT_EQ(clear_seq, 0u) << "nothing answers a clear: it takes no number";
+  EXPECT_EQ(proxy, 0xABCDu);
+  EXPECT_EQ(c->seq, before + 1);
+  EXPECT_EQ(tarvik_peek_pkt_len(tarvik_getsockfd(c)), -1) << "and nothing came back";
+  EXPECT_EQ(tarvik_tlk_stat_get(c, 0, 0, nullptr), EINVAL);
+  EXPECT_EQ(tarvik_tlk_stat_clear(nullptr), EINVAL);
+}
+
+TEST_F(IflTest, StatisticsGetWithoutReplyFreesItsBuffer) {
+  kernel.no_reply(26, TLK_OP_GET);
+  void *reply = reinterpret_cast<void *>(1);
+  EXPECT_EQ(tarvik_tlk_stat_get(c, 0, 0, &reply), EAGAIN);
+  EXPECT_EQ(reply, nullptr);
+}
+
+}  // namespace
+}  // namespace tlktest

@@ -1,0 +1,72 @@
+// idlgen: reads record schema files and writes the record header and the descriptor source.
+//
+//   idlgen --header OUT.h --source OUT.cc --guard NAME [--export MACRO] [--core]
+//          [--include FILE]... [--import SCHEMA]... SCHEMA...
+//
+// Imported schema files are known for references (a test schema nesting a library record) but
+// nothing is emitted for them.  Any schema error stops with "file:line: error: ..." and exit 1.
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+
+#include "emit.h"
+#include "schema.h"
+
+namespace {
+
+int usage() {
+  std::fprintf(stderr,
+               "usage: idlgen --header OUT.h --source OUT.cc --guard NAME [--export MACRO] [--core]\n"
+               "              [--include FILE]... [--import SCHEMA]... SCHEMA...\n");
+  return 2;
+}
+
+bool write_file(const std::string &path, const std::string &text) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << text;
+  if (!out) {
+    std::fprintf(stderr, "idlgen: cannot write %s\n", path.c_str());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  idlgen::Options o;
+  std::string header, source;
+  std::vector<std::string> imports, inputs;
+  for (int i = 1; i < argc; ++i) {
+    std::string a = argv[i];
+    auto next = [&]() -> const char * { return i + 1 < argc ? argv[++i] : nullptr; };
+    const char *v = nullptr;
+    if (a == "--core") { o.core = true; continue; }
+    if (a == "--header" || a == "--source" || a == "--guard" || a == "--export" || a == "--include" ||
+        a == "--import") {
+      v = next();
+      if (v == nullptr) return usage();
+      if (a == "--header") header = v;
+      else if (a == "--source") source = v;
+      else if (a == "--guard") o.guard = v;
+      else if (a == "--export") o.export_macro = v;
+      else if (a == "--include") o.includes.push_back(v);
+      else imports.push_back(v);
+      continue;
+    }
+    if (a.rfind("--", 0) == 0) return usage();
+    inputs.push_back(a);
+  }
+  if (header.empty() || source.empty() || o.guard.empty() || inputs.empty()) return usage();
+  auto slash = header.find_last_of('/');
+  o.header_name = slash == std::string::npos ? header : header.substr(slash + 1);
+
+  idlgen::Schema schema;
+  bool ok = true;
+  for (auto &f : imports) ok = idlgen::parse_file(f, true, schema) && ok;
+  for (auto &f : inputs) ok = idlgen::parse_file(f, false, schema) && ok;
+  if (!ok || !idlgen::check(schema)) return 1;
+  if (!write_file(header, idlgen::emit_header(schema, o))) return 1;
+  if (!write_file(source, idlgen::emit_source(schema, o))) return 1;
+  return 0;
+}

@@ -1,0 +1,141 @@
+// tlkctl monitor: prints notifications as they arrive, one line each.  tlkctl's demo step that
+// shows a second session hearing a change lives in demo_async.cc and shares the printing here.
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "commands.h"
+#include "tarsim.hpp"
+
+namespace tlkctl {
+
+void print_notification(FILE *out, const void *msg) {
+  const auto *h = static_cast<const tlk_hdr *>(msg);
+  fprintf(out, "notify seq=%u type=%s(%u) op=%s len=%u\n", h->tlkh_seq, tarvik_msg_type_name(h->tlkh_type),
+          h->tlkh_type, rtm_ops[h->tlkh_op < 10 ? h->tlkh_op : 10], h->tlkh_msglen);
+}
+
+int write_change(tarvik_cookie *writer, uint8_t type, uint8_t op, uint8_t tag) {
+  uint32_t seq = 0;
+  tarvik_seq_get_next(writer, &seq);
+  std::vector<uint8_t> body(8, tag);
+  std::vector<uint8_t> m = tarsim::raw_message(type, op, seq, body);
+  return tarvik_write(writer, m.data(), m.size());
+}
+
+namespace {
+
+struct Monitor {
+  tarvik_cookie *cookie = nullptr;
+  unsigned heard = 0;
+};
+
+int print_handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
+  auto *m = static_cast<Monitor *>(arg);
+  print_notification(stdout, msg);
+  tarvik_msg_free(cookie, msg);
+  ++m->heard;
+  return 0;
+}
+
+evContext g_interrupt_ctx{};
+void on_interrupt(int) { tlk_ev_break(g_interrupt_ctx); }
+
+// One turn of the session's loop: the session's callback runs, then a marker watch (selected
+// after it) stops the loop.  Leaves the loop when everything queued has been handled.
+void marker(evContext ctx, void *uap, int, int) {
+  tlk_ev_deselect_fd(ctx, *static_cast<evFileID *>(uap));
+  tlk_ev_break(ctx);
+}
+
+int one_turn(tarvik_cookie *cookie) {
+  evContext ctx{};
+  if (tarvik_get_async_context(cookie, &ctx) != 0) return -1;
+  int p[2];
+  if (pipe(p) != 0) return -1;
+  (void)!write(p[1], "x", 1);
+  evFileID id{};
+  tlk_ev_select_fd(ctx, p[0], TLK_EV_READ, marker, &id, &id);
+  const int result = tarvik_async_event_loop(cookie);
+  close(p[0]);
+  close(p[1]);
+  return result;
+}
+
+// The families the monitor listens to: devices, logical interfaces, families and addresses (both
+// flags), route tables, routes, next hops, firewall filters.
+int listen_all(tarvik_cookie *c, Monitor *m) {
+  int err = tarvik_ifdm_async_register(c, m, print_handler);
+  if (!err) err = tarvik_iflm_async_register(c, m, print_handler);
+  if (!err) err = tarvik_iffm_async_register(c, 5, m, print_handler);
+  if (!err) err = tarvik_ifam_async_register(c, 5, m, print_handler);
+  if (!err) err = tarvik_rtbm_async_register(c, m, print_handler);
+  if (!err) err = tarvik_rtm_async_register(c, m, print_handler);
+  if (!err) err = tarvik_rnhm_async_register(c, m, print_handler);
+  if (!err) err = tarvik_dfwm_async_register(c, m, print_handler);
+  return err;
+}
+
+}  // namespace
+
+int run_until_quiet(tarvik_cookie *cookie, const unsigned *heard) {
+  for (;;) {
+    const unsigned before = *heard;
+    if (one_turn(cookie) != 0) return -1;
+    if (*heard == before) return 0;
+  }
+}
+
+int run_monitor(int argc, char **argv) {
+  long changes = -1;
+  bool bulk = false;
+  for (int i = 1; i < argc; ++i) {
+    if (strcmp(argv[i], "--demo") == 0 && i + 1 < argc) {
+      changes = strtol(argv[++i], nullptr, 10);
+    } else if (strcmp(argv[i], "--bulk") == 0) {
+      bulk = true;
+    } else {
+      fprintf(stderr, "usage: tlkctl monitor [--demo N] [--bulk]\n");
+      return 2;
+    }
+  }
+  tarsim::Kernel kernel;
+  Monitor m;
+  m.cookie = tarvik_open_set_liberr(9, nullptr, print_diagnostic);
+  if (m.cookie == nullptr || tarvik_create_async_context(m.cookie) != 0 ||
+      (bulk && tarvik_set_async_mode(m.cookie, TLK_ASYNC_BULK) != 0) || listen_all(m.cookie, &m) != 0) {
+    fprintf(stderr, "tlkctl monitor: cannot listen\n");
+    tarvik_close(m.cookie);
+    return 1;
+  }
+  int result = 0;
+  if (changes >= 0) {
+    // A second session changes things; the kernel sends each change to the listening monitor.
+    static const struct {
+      uint8_t type, op;
+    } kChanges[] = {{5, TLK_OP_CHANGE}, {6, TLK_OP_ADD}, {8, TLK_OP_ADD}, {2, TLK_OP_ADD},
+                    {10, TLK_OP_ADD},   {2, TLK_OP_DELETE}, {6, TLK_OP_DELETE}, {1, TLK_OP_CHANGE}};
+    tarvik_cookie *writer = tarvik_open_set_liberr(10, nullptr, print_diagnostic);
+    for (long i = 0; writer != nullptr && i < changes; ++i) {
+      const auto &ch = kChanges[static_cast<size_t>(i) % (sizeof kChanges / sizeof kChanges[0])];
+      write_change(writer, ch.type, ch.op, static_cast<uint8_t>(i));
+    }
+    tarvik_close(writer);
+    result = run_until_quiet(m.cookie, &m.heard);
+    printf("%u notifications\n", m.heard);
+    if (m.heard != static_cast<unsigned>(changes)) result = 1;
+  } else {
+    // Until interrupted; signal handlers run between callbacks.
+    tarvik_get_async_context(m.cookie, &g_interrupt_ctx);
+    signal(SIGINT, on_interrupt);
+    signal(SIGTERM, on_interrupt);
+    result = tarvik_async_event_loop_sighdl(m.cookie);
+  }
+  tarvik_close(m.cookie);
+  return result == 0 ? 0 : 1;
+}
+
+}  // namespace tlkctl
