@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
-tarlink_install_deps clang libclang-rt-dev g++-multilib
+tarlink_install_deps clang libclang-rt-dev g++-multilib qemu-user
 start=$(date +%s)
 
 step() { printf '\n==== %s\n' "$*"; }

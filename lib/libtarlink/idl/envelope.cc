@@ -144,7 +144,7 @@ int decode_with_growth(tarvik_cookie *cookie, const void *data, size_t length, v
       tarvik_err(cookie, TLK_LEVEL_ERROR, "Allocation Failure");
       return ENOMEM;
     }
-    auto *arena = static_cast<uint8_t *>(tarvik_size_alloc(cookie, size));
+    auto *arena = static_cast<uint8_t *>(tarvik_size_alloc(cookie, static_cast<size_t>(size)));
     if (arena == nullptr) {
       tarvik_err(cookie, TLK_LEVEL_ERROR, "Allocation Failure");
       return ENOMEM;
