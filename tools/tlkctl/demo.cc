@@ -125,10 +125,13 @@ int run_demo(int, char **) {
   section("4. Logical interfaces read by index and by name");
   if (read_logical_interfaces(c) != 0) return 1;
 
-  section("5. Memory accounting while the session is open");
+  section("5. A second session hears a change, a third that doesn't listen doesn't");
+  if (demo_async(kernel) != 0) return 1;
+
+  section("6. Memory accounting while the session is open");
   print_memory(stdout);
 
-  section("6. Close in order: socket first, then everything the session holds");
+  section("7. Close in order: socket first, then everything the session holds");
   tarvik_close(c);
   print_memory(stdout);
   int32_t outstanding = 0;
