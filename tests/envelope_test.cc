@@ -22,17 +22,8 @@ Bytes frame_head(uint32_t magic, uint32_t payload_len, uint32_t type, size_t tot
   return f;
 }
 
-class EnvelopeTest : public SimTest {
+class EnvelopeTest : public OneSessionTest {
  protected:
-  void SetUp() override {
-    SimTest::SetUp();
-    c = open_session();
-    ASSERT_NE(c, nullptr);
-  }
-  void TearDown() override {
-    tarvik_close(c);
-    SimTest::TearDown();
-  }
   // A type-0 message: the header alone, every field set.
   tlk_base *base_message() {
     auto *m = static_cast<tlk_base *>(tarvik_msg_malloc(c));
@@ -49,7 +40,6 @@ class EnvelopeTest : public SimTest {
     h.tlkh_aux2 = 6;
     return m;
   }
-  tarvik_cookie *c = nullptr;
 };
 
 TEST_F(EnvelopeTest, TypeZeroFrameIs152BytesInTlvAnd40InIdr) {

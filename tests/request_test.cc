@@ -14,17 +14,8 @@ namespace {
 
 using tarsim::Bytes;
 
-class IflTest : public SimTest {
+class IflTest : public OneSessionTest {
  protected:
-  void SetUp() override {
-    SimTest::SetUp();
-    c = open_session();
-    ASSERT_NE(c, nullptr);
-  }
-  void TearDown() override {
-    tarvik_close(c);
-    SimTest::TearDown();
-  }
   static const ifl_msg &ifl(void *m) { return *static_cast<const ifl_msg *>(m); }
   static std::string name_of(void *m) {
     const ifl_msg &r = ifl(m);
@@ -41,7 +32,6 @@ class IflTest : public SimTest {
     }
     return nullptr;
   }
-  tarvik_cookie *c = nullptr;
 };
 
 TEST_F(IflTest, ReadsByEachKeyFindTheSameUnit) {

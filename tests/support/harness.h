@@ -73,4 +73,19 @@ class SimTest : public ::testing::Test {
   std::array<int32_t, MEMID_TARVIK_MAX> start_{};
 };
 
+// A SimTest with one connected session, `c`, closed before the leak check.
+class OneSessionTest : public SimTest {
+ protected:
+  void SetUp() override {
+    SimTest::SetUp();
+    c = open_session();
+    ASSERT_NE(c, nullptr);
+  }
+  void TearDown() override {
+    tarvik_close(c);
+    SimTest::TearDown();
+  }
+  tarvik_cookie *c = nullptr;
+};
+
 }  // namespace tlktest
