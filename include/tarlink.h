@@ -308,6 +308,16 @@ TLK_EXPORT uint32_t *tarvik_idl_peek_length(uint32_t *out, const void *data, siz
 /* The first word of `data`, or NULL under 4 bytes. */
 TLK_EXPORT uint32_t *tarvik_idl_peek_magic(uint32_t *out, const void *data, size_t length);
 
+/* Encodes a raw message in place at the session's bulk write cursor (TLV under `mask`, IDR
+ * without), into the room left in the send buffer; the cursor is not moved.  0 with the frame's
+ * length, or ENOMEM with length 0 when it does not fit (nothing logged). */
+TLK_EXPORT int tarvik_bulkmsg_idl_encode(tarvik_cookie *cookie, uint32_t *out_length,
+                                         const void *rawmsg, const void *mask);
+/* Decodes the frame at the session's bulk read cursor into a new arena, stored in *in_out_msg;
+ * the cursor is not moved.  0 with the frame's length; on failure *in_out_msg is as it was. */
+TLK_EXPORT int tarvik_bulkmsg_idl_decode(tarvik_cookie *cookie, uint32_t *out_decoded_length,
+                                         void **in_out_msg, void **out_mask);
+
 /* Appends an attachment to a raw message under construction.  The first call carves a list of
  * 128 pointer slots at *in_out_cursor (in the message's variable area) and advances the cursor.
  * 0; ENOMEM for the 129th attachment or a NULL cursor value; EINVAL for NULL arguments. */

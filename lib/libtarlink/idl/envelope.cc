@@ -42,20 +42,24 @@ uint32_t word_at(const void *data, unsigned index) {
   return w;
 }
 
-// The decoders' allocation callback: bump allocation from the arena, 4-byte granules, never freed.
+// The decoders' allocation callback: bump allocation from the arena, never freed.  Sizes round
+// to 4-byte granules; each block starts on an 8-byte boundary, since records hold pointers and
+// 64-bit fields (the arena's base is a heap block, aligned at least as much).
 void *arena_alloc(uint32_t size, void *context) {
   auto *arena = static_cast<Arena *>(context);
   const uint64_t rounded = (static_cast<uint64_t>(size) + 3u) & ~uint64_t{3};
-  if (arena->used + rounded > arena->size) {
-    if (arena->wanted < arena->used + rounded) arena->wanted = arena->used + rounded;
+  const uint64_t at = (static_cast<uint64_t>(arena->used) + 7u) & ~uint64_t{7};
+  if (at + rounded > arena->size) {
+    if (arena->wanted < at + rounded) arena->wanted = at + rounded;
     return nullptr;
   }
-  void *p = arena->base + arena->used;
-  arena->used += static_cast<uint32_t>(rounded);
+  void *p = arena->base + at;
+  arena->used = static_cast<uint32_t>(at + rounded);
   return p;
 }
 
-// Encodes the frame for `raw` into `buf` (null with length 0 for the size alone).
+}  // namespace
+
 uint32_t encode_frame(const void *raw, const void *mask, uint8_t *buf, uint32_t length) {
   tlk_msg choice{};
   choice.tlkm_type = static_cast<const uint8_t *>(raw)[5];
@@ -67,8 +71,6 @@ uint32_t encode_frame(const void *raw, const void *mask, uint8_t *buf, uint32_t 
   }
   return idr_encode_tlk_msg_0(&choice, buf, length);
 }
-
-}  // namespace
 
 int decode_into_arena(tarvik_cookie *cookie, const void *data, size_t length, void **out_msg,
                       void **out_mask, uint8_t *arena_base, uint32_t arena_size, bool retrying,

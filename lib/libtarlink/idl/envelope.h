@@ -16,6 +16,10 @@ struct Arena {
   uint64_t wanted = 0;  // the end of the largest request that did not fit
 };
 
+// Encodes the frame for `raw` into `buf` (null with length 0 for the size alone): TLV under
+// `mask`, IDR without.  Returns the frame's full size, which exceeds `length` when it did not fit.
+uint32_t encode_frame(const void *raw, const void *mask, uint8_t *buf, uint32_t length);
+
 // Decodes a frame into the given block, with no growth.  With `retrying` an arena shortage
 // returns ENOMEM without a word, so that the caller can grow and try again.
 // `wanted`, if given, receives how large the arena would have had to be for the request that

@@ -1,7 +1,48 @@
 // Names and expected versions of the message types, indexed by type number.
 #include <string_view>
 
+#include "idl/type_catalogue.h"
 #include "tarlink.h"
+
+namespace tlk::idl {
+namespace gen {
+extern const Record rec_tlk_msg;
+}  // namespace gen
+
+const TypeRecord kTypeRecords[45] = {
+    {0, "tlk_base"},         {1, "rtb_msg"},          {2, "rt_msg"},
+    {5, "ifdev_msg"},        {6, "ifl_msg"},          {7, "iff_msg"},
+    {8, "ifa_msg"},          {10, "rnh_msg"},         {11, "res_msg_evo"},
+    {12, "rtm_msg"},         {13, "mgr_msg"},         {14, "dfw_msg"},
+    {18, "ifdest_msg"},      {19, "res_msg_evo"},     {21, "rnhs_msg"},
+    {27, "ifvc_msg"},        {28, "ntbl_msg"},        {33, "rt_cos_fqstats_msg"},
+    {40, "sample_msg"},      {46, "ifvp_msg"},        {48, "tlk_sysconf_msg"},
+    {49, "tlk_commit_msg"},  {68, "pic_msg"},         {69, "ksync_msg"},
+    {72, "gencfg_msg"},      {81, "pfe_dwn_map_msg_idl"}, {82, "stp_msg"},
+    {83, "rnhc_msg"},        {84, "vlan_msg"},        {87, "mesh_group_msg"},
+    {88, "analyzer_msg"},    {89, "bd_msg"},          {90, "ifbd_msg"},
+    {93, "fmgrp_msg"},       {94, "fc_fabric_msg"},   {95, "rt_cos_voqstats_msg"},
+    {96, "pktinject_msg"},   {97, "ddos_msg"},        {98, "notify_msg"},
+    {101, "sysstats_msg"},   {102, "tlk_marker_msg"}, {105, "rt_cos_fc_info"},
+    {106, "rt_cos_misc_info"}, {107, "rt_cos_interface_info"}, {108, "rr_aspath_msg"},
+};
+
+const char *catalogue_record(uint32_t type) {
+  for (const TypeRecord &row : kTypeRecords) {
+    if (row.type == type) return row.record;
+  }
+  return nullptr;
+}
+
+const Record *frame_record(uint32_t type) {
+  const Choice &frame = *gen::rec_tlk_msg.choice;
+  for (uint32_t i = 0; i < frame.narms; ++i) {
+    if (frame.arms[i].selector == type) return frame.arms[i].rec;
+  }
+  return nullptr;
+}
+
+}  // namespace tlk::idl
 
 namespace {
 
