@@ -21,8 +21,18 @@ constexpr uint8_t kWholeFrame = 2;
 // the fuzzer doesn't drown in lines.
 void quiet(tarvik_cookie *, void *, int, const char *) {}
 
+// Decode arenas may legitimately grow to 64 MiB for a short frame with a huge list count, which
+// costs the fuzzer a second per input.  A daemon whose allocator refuses large blocks is as real
+// a setting, and it takes the allocation-failure paths: blocks above 1 MiB are refused here.
+void *(*g_system_malloc)(unsigned, size_t) = nullptr;
+void *capped_malloc(unsigned memid, size_t size) {
+  return size > (1u << 20) ? nullptr : g_system_malloc(memid, size);
+}
+
 tarvik_cookie *session() {
   static tarvik_cookie *cookie = [] {
+    g_system_malloc = tarvik_malloc;
+    tarvik_malloc = capped_malloc;
     tarvik_mem_rec_enable(nullptr, nullptr);
     tarvik_cookie *c = tarvik_cookie_create();
     tarvik_lib_error_register(c, nullptr, quiet);

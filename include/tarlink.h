@@ -269,6 +269,46 @@ TLK_EXPORT int tarvik_check_read_seq(tarvik_cookie *cookie, const void *msg);
 TLK_EXPORT int tarvik_seq_get_next(tarvik_cookie *cookie, uint32_t *seq);
 
 /* ======================================================================================== */
+/* Bulk transfer: many messages per system call                                              */
+/* ======================================================================================== */
+
+/* One entry of a bulk vector.  `reply` holding its own address marks an entry that expects a
+ * reply; afterwards it holds the decoded reply, which the caller owns (tarvik_msg_idl_release).
+ * The caller zeroes both error words beforehand; the library never clears them. */
+typedef struct tarvik_msg_iov {
+  void *msg;         /* the request, a raw message */
+  void *reply;       /* in: &reply to expect one; out: the decoded reply */
+  int32_t write_err; /* why the message wasn't taken */
+  int32_t read_err;  /* why its reply wasn't obtained */
+} tarvik_msg_iov_t;
+
+/* What the kernel says of the last bulk write (option 25). */
+typedef struct tarvik_bulkw_info {
+  uint32_t err;   /* error of the message at which the kernel stopped; 0 if none */
+  uint32_t count; /* messages of the last write that the kernel took */
+  uint32_t third; /* the kernel's own; not interpreted */
+} tarvik_bulkw_info_t;
+
+/* Turns bulk mode on (1) or off (0).  On: the send and receive buffers, as large as the socket's
+ * buffers.  0, or -1 after a diagnostic (and for a NULL cookie). */
+TLK_EXPORT int tarvik_set_sync_mode(tarvik_cookie *cookie, uint32_t mode);
+/* Resizes the bulk send buffer.  0; EINVAL without bulk mode; ENOMEM. */
+TLK_EXPORT int tarvik_set_bulk_buffer(tarvik_cookie *cookie, uint32_t size);
+/* Reads the bulk write information.  0; EINVAL for a NULL pointer; else getsockopt's result. */
+TLK_EXPORT int tarvik_get_bulkw_info(tarvik_cookie *cookie, tarvik_bulkw_info_t *info);
+/* Paces the kernel's side: type 0 synchronous sends, type 1 asynchronous receives.  0 or -1. */
+TLK_EXPORT int tarvik_set_io_min_elapse(tarvik_cookie *cookie, uint32_t value, int type);
+/* Sends `count` requests in as few writes as the send buffer allows and reads their replies.
+ * `masks` (may be NULL) holds one word per entry: 0 for IDR, else the address of the entry's TLV
+ * mask; it receives the masks of TLV replies.  EINVAL for a NULL cookie, else 0: the outcome of
+ * each entry is in the entry. */
+TLK_EXPORT int tarvik_msg_writev_idl(tarvik_cookie *cookie, uint32_t count, tarvik_msg_iov_t *iov,
+                                     uintptr_t *masks);
+/* Stores an entry's write (is_write non-zero) or read error: `value`, or errno when it is 0. */
+TLK_EXPORT void tarvik_set_iov_err(tarvik_cookie *cookie, tarvik_msg_iov_t *iov, uint32_t count,
+                                   uint32_t index, int is_write, int value);
+
+/* ======================================================================================== */
 /* Frames: the IDL envelope                                                                  */
 /* ======================================================================================== */
 

@@ -161,7 +161,7 @@ class TARSIM_EXPORT Kernel {
   // chassis: ge-0/0/0 units 0 and 100, ge-0/0/1 unit 0, xe-1/0/0 units 0 and 200, lo0 unit 0.
   // A key the store doesn't hold is refused with a raw "tlk-err" (type 109) whose body is a
   // TlkErr with final_err ENOENT; a client's framed read then gives EOPNOTSUPP, the answer
-  // for "a raw message in hand".
+  // for "a raw message in hand".  A marker (type 102) with op get is sent back as it came.
   struct Ifl {
     uint32_t index = 0;
     uint32_t snmp_id = 0;
@@ -188,6 +188,26 @@ class TARSIM_EXPORT Kernel {
   const std::vector<Ifl> &ifls() const { return ifls_; }
   const Ifl *find_ifl(uint32_t index) const;
 
+  // --- Bulk mode (sim/bulk.cc) --------------------------------------------------------------
+  // A session that set sync mode bit 0 (option 24) writes batches: the kernel takes the frames
+  // and raw messages of one write in order, as if each were written alone, and queues their
+  // replies packed into blocks of at most the session's receive size (SO_RCVBUF as set, 512 KiB
+  // after connecting), one block per read.  Option 25 then reads {error, messages taken, 0}.
+  // A block that this host's socket can't carry (AF_UNIX buffers are capped by
+  // net.core.wmem_max unless the process may force them) is split at a frame boundary, so the
+  // reads may be more than the receive size implies, never fewer; tests count on neither.
+  //
+  // Writes, library reads and packed reply blocks of a session so far.
+  uint64_t writes(int fd) const;
+  uint64_t reads(int fd) const;
+  uint64_t reply_blocks(int fd) const;
+  // The next bulk write takes `after` messages, then fails with `err`; option 25 reports `err`,
+  // or 0 with report_err false (the library then keeps the write's errno).
+  void inject_bulk_stop(unsigned after, int err, bool report_err = true);
+  // The replies of the next bulk write get one copy of their last reply more, or lose it.
+  void inject_bulk_reply_extra();
+  void inject_bulk_reply_missing();
+
   // --- Faults -----------------------------------------------------------------------------
   void fail_socket(int err);                              // the next socket() fails
   void fail_fcntl(int cmd, int err);                      // the next fcntl(cmd) fails
@@ -195,6 +215,7 @@ class TARSIM_EXPORT Kernel {
   void clear_option_failure(int level, int name);
   void inject_write_errno(int err);                       // the next write fails
   void inject_short_write(size_t count);                  // the next write takes `count` bytes
+                                                          // (in bulk: the messages within them)
   void inject_read_errno(int err, unsigned after = 0);    // a read fails after `after` good ones
   void inject_reply_truncate(size_t bytes);               // the next reply is cut to `bytes`
   void inject_reply_extra(size_t bytes);                  // the next reply has `bytes` more
@@ -224,6 +245,11 @@ class TARSIM_EXPORT Kernel {
  private:
   bool deliver(Session &s, std::span<const uint8_t> bytes, bool apply_faults);
   void answer_builtin(Session &s, const Request &req);
+  void take_message(Session &s, std::span<const uint8_t> msg);
+  bool bulk_mode(const Session &s) const;
+  ssize_t take_bulk_write(Session &s, const uint8_t *buf, size_t len);
+  void send_packed(Session &s, std::vector<Bytes> &replies);
+  bool send_block(Session &s, std::span<const uint8_t> block);
   void seed_default_objects();
   void answer_frame(Session &s, std::span<const uint8_t> frame);
   void answer_not_found(Session &s, uint8_t type, uint8_t op, uint32_t seq);
@@ -248,6 +274,13 @@ class TARSIM_EXPORT Kernel {
   std::optional<size_t> reply_truncate_;
   std::optional<size_t> reply_extra_;
   std::optional<uint32_t> wrong_seq_;
+  struct BulkStop {
+    unsigned after;
+    int err;
+    bool report_err;
+  };
+  std::optional<BulkStop> bulk_stop_;
+  int bulk_reply_fault_ = 0;  // +1: one reply too many, -1: one too few
   struct NotifyState {
     std::vector<Bytes> queue;    // waiting for flush
     uint64_t listen_stamp = 0;   // when option 1 was last set (0: never)

@@ -344,7 +344,8 @@ int Kernel::get_option(Session &s, int level, int name, void *value, socklen_t *
     auto it = s.options.find({level, name});
     out = (it != s.options.end()) ? it->second : Bytes(16, 0);
   } else if (name == TLK_SO_BULKW_INFO) {
-    out.assign(12, 0);
+    out.resize(sizeof s.bulk_info);
+    memcpy(out.data(), s.bulk_info, sizeof s.bulk_info);
   } else {
     errno = ENOPROTOOPT;
     return -1;
@@ -402,6 +403,7 @@ int Kernel::fcntl_fault(int cmd) {
 }
 
 ssize_t Kernel::read_session(Session &s, void *buf, size_t len) {
+  ++s.reads;
   if (read_errno_ != 0) {
     if (read_errno_after_ == 0) {
       errno = read_errno_;
@@ -418,6 +420,8 @@ void Kernel::note(int fd, bool to_kernel, std::span<const uint8_t> bytes) {
 }
 
 ssize_t Kernel::take_write(Session &s, const uint8_t *buf, size_t len) {
+  ++s.writes;
+  if (bulk_mode(s)) return take_bulk_write(s, buf, len);
   if (write_errno_ != 0) {
     errno = write_errno_;
     write_errno_ = 0;
@@ -433,23 +437,27 @@ ssize_t Kernel::take_write(Session &s, const uint8_t *buf, size_t len) {
     errno = EINVAL;
     return -1;
   }
-  const std::span<const uint8_t> msg(buf, len);
+  if (load_u32(buf) != kMagicTlv && load_u32(buf) != kMagicIdr && len < TLK_RAW_HDR_LEN) {
+    errno = EINVAL;
+    return -1;
+  }
+  take_message(s, {buf, len});
+  return static_cast<ssize_t>(len);
+}
+
+void Kernel::take_message(Session &s, std::span<const uint8_t> msg) {
   note(s.lib_fd, true, msg);
   ++s.requests;
-  const uint32_t first = load_u32(buf);
+  const uint32_t first = load_u32(msg.data());
   if (first == kMagicTlv || first == kMagicIdr) {
     if (frame_handler_) {
       frame_handler_(*this, s.lib_fd, msg);
     } else {
       answer_frame(s, msg);
     }
-    return static_cast<ssize_t>(len);
+    return;
   }
-  if (len < TLK_RAW_HDR_LEN) {
-    errno = EINVAL;
-    return -1;
-  }
-  const Request req{s.lib_fd, msg, buf[5], buf[6], load_u32(buf + 12)};
+  const Request req{s.lib_fd, msg, msg[5], msg[6], load_u32(msg.data() + 12)};
   auto it = responders_.find(static_cast<uint16_t>(req.type << 8 | req.op));
   if (it != responders_.end()) {
     if (it->second) it->second(*this, req);
@@ -457,7 +465,6 @@ ssize_t Kernel::take_write(Session &s, const uint8_t *buf, size_t len) {
     answer_builtin(s, req);
   }
   notify_after_write(req.session, msg);  // listeners hear changes (sim/notify.cc)
-  return static_cast<ssize_t>(len);
 }
 
 void Kernel::answer_builtin(Session &s, const Request &req) {
@@ -520,6 +527,13 @@ bool Kernel::deliver(Session &s, std::span<const uint8_t> bytes, bool apply_faul
     reply_truncate_.reset();
     bytes = altered;
   }
+  if (s.collect != nullptr) {
+    // Inside a bulk write: the replies leave together, packed, when the write is done.
+    s.collect->emplace_back(bytes.begin(), bytes.end());
+    ++s.replies;
+    note(s.lib_fd, false, bytes);
+    return true;
+  }
   const ssize_t n = ::send(s.kernel_fd, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   if (n < 0) {
     ++s.dropped;
@@ -568,6 +582,8 @@ void Kernel::clear_faults() {
   reply_truncate_.reset();
   reply_extra_.reset();
   wrong_seq_.reset();
+  bulk_stop_.reset();
+  bulk_reply_fault_ = 0;
 }
 
 }  // namespace tarsim

@@ -12,6 +12,7 @@ namespace tarsim {
 namespace {
 
 constexpr uint8_t kIflType = 6;
+constexpr uint8_t kMarkerType = 102;
 constexpr uint8_t kErrType = 109;
 
 // A decode arena for one request: the codecs allocate through this callback.
@@ -129,6 +130,11 @@ void Kernel::answer_frame(Session &s, std::span<const uint8_t> frame) {
     return;
   }
   const auto *hdr = static_cast<const tlk_hdr *>(choice.tlkm_msg);
+  if (choice.tlkm_type == kMarkerType) {
+    // A marker asked for comes back as it was sent: everything written before it is done.
+    if (hdr->tlkh_op == TLK_OP_GET) deliver(s, frame, true);
+    return;
+  }
   if (choice.tlkm_type != kIflType) return;  // other families come with their stores
   const auto &req = *static_cast<const ifl_msg *>(choice.tlkm_msg);
   if (hdr->tlkh_op != TLK_OP_GET && hdr->tlkh_op != TLK_OP_GETNEXT) return;

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <utility>
+#include <vector>
 
 #include "tarsim.hpp"
 
@@ -16,6 +17,11 @@ struct Kernel::Session {
   uint64_t requests = 0;
   uint64_t replies = 0;
   uint64_t dropped = 0;
+  uint64_t writes = 0;             // write calls, one per bulk batch
+  uint64_t reads = 0;              // read calls the library made
+  uint64_t reply_blocks = 0;       // packed blocks sent in bulk mode
+  uint32_t bulk_info[3] = {};      // option 25: error, messages taken, third word
+  std::vector<Bytes> *collect = nullptr;  // replies held back during a bulk write
 };
 
 }  // namespace tarsim

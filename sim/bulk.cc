@@ -1,0 +1,170 @@
+// Bulk mode of the simulated kernel: a write holds many messages, taken one by one; their
+// replies leave packed into as few blocks as the session's receive size allows, and option 25
+// tells how far the write came.
+#include <errno.h>
+#include <string.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+
+#include "session.h"
+
+namespace tarsim {
+
+namespace {
+
+uint32_t load_u32(const uint8_t *p) {
+  uint32_t v;
+  memcpy(&v, p, 4);
+  return v;
+}
+
+// The length of the message at the start of `rest`, or 0 when no whole message stands there.
+size_t message_length(std::span<const uint8_t> rest) {
+  if (rest.size() < 12) return 0;
+  const uint32_t first = load_u32(rest.data());
+  uint64_t len;
+  if (first == TLK_MAGIC_TLV || first == TLK_MAGIC_IDR) {
+    len = uint64_t{load_u32(rest.data() + 4)} + 12;
+  } else {
+    if (rest.size() < TLK_RAW_HDR_LEN) return 0;
+    len = load_u32(rest.data() + 8);  // tlkh_msglen
+    if (len < TLK_RAW_HDR_LEN) return 0;
+  }
+  return len <= rest.size() ? static_cast<size_t>(len) : 0;
+}
+
+}  // namespace
+
+bool Kernel::bulk_mode(const Session &s) const {
+  auto it = s.options.find({TLK_SOL_ROUTE, TLK_SO_SYNC_MODE});
+  return it != s.options.end() && it->second.size() >= 4 && (load_u32(it->second.data()) & TLK_SYNC_BULK_ENABLE);
+}
+
+ssize_t Kernel::take_bulk_write(Session &s, const uint8_t *buf, size_t len) {
+  if (write_errno_ != 0) {
+    const int err = write_errno_;
+    write_errno_ = 0;
+    s.bulk_info[0] = static_cast<uint32_t>(err);
+    s.bulk_info[1] = 0;
+    errno = err;
+    return -1;
+  }
+  if (buf == nullptr) {
+    errno = EFAULT;
+    return -1;
+  }
+  // A short write takes the messages that lie wholly within the bytes it took.
+  size_t limit = len;
+  std::optional<size_t> short_count;
+  if (short_write_) {
+    short_count = std::min(*short_write_, len);
+    limit = *short_count;
+    short_write_.reset();
+  }
+  std::optional<BulkStop> stop = bulk_stop_;
+  bulk_stop_.reset();
+
+  std::vector<Bytes> replies;
+  s.collect = &replies;
+  uint32_t taken = 0;
+  int failed = 0;
+  size_t off = 0;
+  while (off < limit) {
+    if (stop && taken == stop->after) {
+      failed = stop->err;
+      break;
+    }
+    const size_t n = message_length({buf + off, limit - off});
+    if (n == 0) {
+      if (!short_count) failed = EINVAL;  // a torn or garbled message ends the batch
+      break;
+    }
+    take_message(s, {buf + off, n});
+    off += n;
+    ++taken;
+  }
+  s.collect = nullptr;
+
+  if (!replies.empty() && bulk_reply_fault_ > 0) replies.push_back(replies.back());
+  if (!replies.empty() && bulk_reply_fault_ < 0) replies.pop_back();
+  bulk_reply_fault_ = 0;
+  send_packed(s, replies);
+
+  s.bulk_info[0] = failed != 0 && (!stop || stop->report_err) ? static_cast<uint32_t>(failed) : 0;
+  s.bulk_info[1] = taken;
+  s.bulk_info[2] = 0;
+  if (failed != 0) {
+    errno = failed;
+    return -1;
+  }
+  return static_cast<ssize_t>(short_count ? *short_count : len);
+}
+
+void Kernel::send_packed(Session &s, std::vector<Bytes> &replies) {
+  size_t capacity = TLK_DEFAULT_SOCKBUF;
+  auto it = s.options.find({SOL_SOCKET, SO_RCVBUF});
+  if (it != s.options.end() && it->second.size() >= sizeof(int)) {
+    int size;
+    memcpy(&size, it->second.data(), sizeof size);
+    if (size > 0) capacity = static_cast<size_t>(size);
+  }
+  Bytes block;
+  block.reserve(capacity);
+  for (const Bytes &r : replies) {
+    if (!block.empty() && block.size() + r.size() > capacity) {
+      send_block(s, block);
+      block.clear();
+    }
+    block.insert(block.end(), r.begin(), r.end());
+  }
+  if (!block.empty()) send_block(s, block);
+}
+
+// Sends one packed block.  A block larger than this host's socket can carry goes in two halves,
+// split at a frame boundary.
+bool Kernel::send_block(Session &s, std::span<const uint8_t> block) {
+  const ssize_t n = ::send(s.kernel_fd, block.data(), block.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (n >= 0) {
+    ++s.reply_blocks;
+    return true;
+  }
+  if (errno == EMSGSIZE) {
+    size_t mid = 0;
+    for (size_t off = 0; off < block.size();) {
+      const size_t len = message_length(block.subspan(off));
+      if (len == 0) break;
+      if (off + len > block.size() / 2 && mid != 0) break;
+      off += len;
+      mid = off;
+    }
+    if (mid != 0 && mid < block.size()) {
+      return send_block(s, block.first(mid)) && send_block(s, block.subspan(mid));
+    }
+  }
+  ++s.dropped;
+  return false;
+}
+
+uint64_t Kernel::writes(int fd) const {
+  const Session *s = find(fd);
+  return s ? s->writes : 0;
+}
+
+uint64_t Kernel::reads(int fd) const {
+  const Session *s = find(fd);
+  return s ? s->reads : 0;
+}
+
+uint64_t Kernel::reply_blocks(int fd) const {
+  const Session *s = find(fd);
+  return s ? s->reply_blocks : 0;
+}
+
+void Kernel::inject_bulk_stop(unsigned after, int err, bool report_err) {
+  bulk_stop_ = BulkStop{after, err, report_err};
+}
+void Kernel::inject_bulk_reply_extra() { bulk_reply_fault_ = 1; }
+void Kernel::inject_bulk_reply_missing() { bulk_reply_fault_ = -1; }
+
+}  // namespace tarsim

@@ -1,0 +1,307 @@
+// Bulk transfer through the simulated kernel: batching, partial acceptance, reply matching, and
+// the session settings that turn it on.
+#include <errno.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "harness.h"
+
+namespace tlktest {
+namespace {
+
+constexpr uint8_t kMarker = 102;
+
+class BulkTest : public OneSessionTest {
+ protected:
+  void SetUp() override {
+    OneSessionTest::SetUp();
+    ASSERT_EQ(tarvik_set_sync_mode(c, 1), 0);
+    fd = tarvik_getsockfd(c);
+  }
+  void TearDown() override {
+    for (void *m : messages_) tarvik_msg_free(c, m);
+    OneSessionTest::TearDown();
+  }
+
+  // A marker request: with op get the kernel sends it back, with op add it says nothing.
+  void *marker(uint32_t seq, bool expects_reply) {
+    auto *m = static_cast<tlk_marker_msg *>(tarvik_msg_malloc(c));
+    m->tlkmk_hdr.tlkh_version = TARVIK_VERSION_TABLE[kMarker];
+    m->tlkmk_hdr.tlkh_type = kMarker;
+    m->tlkmk_hdr.tlkh_op = expects_reply ? TLK_OP_GET : TLK_OP_ADD;
+    m->tlkmk_hdr.tlkh_seq = seq;
+    m->tlkmk_hdr.tlkh_fixedlen = sizeof(tlk_marker_msg);
+    m->tlkmk_cookie = seq * 7;
+    messages_.push_back(m);
+    return m;
+  }
+  uint32_t frame_size() {
+    uint8_t buf[512];
+    size_t len = sizeof buf;
+    EXPECT_EQ(tarvik_msg_idl_encode_pa(c, marker(0, false), buf, &len), 0);
+    return static_cast<uint32_t>(len);
+  }
+  // A vector of markers; `replies` says which entries expect one.
+  std::vector<tarvik_msg_iov_t> vector_of(const std::vector<bool> &replies) {
+    std::vector<tarvik_msg_iov_t> iov(replies.size());
+    for (size_t i = 0; i < iov.size(); ++i) {
+      iov[i].msg = marker(static_cast<uint32_t>(100 + i), replies[i]);
+      iov[i].reply = replies[i] ? &iov[i].reply : nullptr;
+    }
+    return iov;
+  }
+  static bool waiting(const tarvik_msg_iov_t &e) { return e.reply == &e.reply; }
+  uint32_t seq_of_reply(const tarvik_msg_iov_t &e) {
+    return static_cast<const tlk_marker_msg *>(e.reply)->tlkmk_hdr.tlkh_seq;
+  }
+  void release_replies(std::vector<tarvik_msg_iov_t> &iov) {
+    for (auto &e : iov) {
+      if (e.reply != nullptr && !waiting(e)) tarvik_msg_idl_release(c, e.reply, nullptr);
+      e.reply = nullptr;
+    }
+  }
+
+  int fd = -1;
+
+ private:
+  std::vector<void *> messages_;
+};
+
+TEST_F(BulkTest, SyncModeMakesBuffersAsLargeAsTheSocketsAndRefusesASecondTime) {
+  EXPECT_EQ(kernel.option_u32(fd, TLK_SOL_ROUTE, TLK_SO_SYNC_MODE), 1u);
+  EXPECT_EQ(c->sync_mode, TLK_SYNC_BULK_ENABLE);
+  EXPECT_EQ(c->wbuf_sz, uint32_t{TLK_DEFAULT_SOCKBUF});
+  EXPECT_EQ(c->rbuf_sz, uint32_t{TLK_DEFAULT_SOCKBUF});
+  ASSERT_NE(c->wbuf, nullptr);
+  ASSERT_NE(c->rbuf_data, nullptr);
+
+  EXPECT_EQ(tarvik_set_sync_mode(c, 1), -1);
+  EXPECT_EQ(log.lines.back().text,
+            "tarvik: ERROR tarvik_set_sync_mode: TLK_SYNC_BULK_ENABLE has already been set!");
+  EXPECT_EQ(tarvik_set_sync_mode(c, 2), -1);
+  EXPECT_EQ(log.lines.back().text, "tarvik: ERROR tarvik_set_sync_mode: Unsupported setting for sync mode 2");
+  EXPECT_EQ(tarvik_set_sync_mode(nullptr, 1), -1);
+
+  uint8_t *kept = c->wbuf;
+  EXPECT_EQ(tarvik_set_sync_mode(c, 0), 0);
+  EXPECT_EQ(c->sync_mode, 0u);
+  EXPECT_EQ(c->wbuf, kept) << "turning bulk mode off keeps its buffers";
+  EXPECT_EQ(tarvik_set_bulk_buffer(c, 4096), EINVAL) << "resizing needs bulk mode";
+
+  kernel.fail_option(TLK_SOL_ROUTE, TLK_SO_SYNC_MODE, EPERM);
+  EXPECT_EQ(tarvik_set_sync_mode(c, 1), -1);
+  EXPECT_TRUE(log.contains("tarvik_set_sync_mode: Failed to set sync mode "));
+}
+
+TEST_F(BulkTest, SetBuffersKeepsTheReadBufferInStepAndTheSendBufferIsTheClients) {
+  ASSERT_EQ(tarvik_set_buffers(c, 65536, 131072), 0);
+  EXPECT_EQ(c->rbuf_sz, 131072u);
+  EXPECT_EQ(c->wbuf_sz, uint32_t{TLK_DEFAULT_SOCKBUF});
+  ASSERT_EQ(tarvik_set_bulk_buffer(c, 1000), 0);
+  EXPECT_EQ(c->wbuf_sz, 1000u);
+}
+
+TEST_F(BulkTest, PacingOptionsAndTheBulkWriteInformation) {
+  EXPECT_EQ(tarvik_set_io_min_elapse(c, 250, 0), 0);
+  EXPECT_EQ(kernel.option_u32(fd, TLK_SOL_ROUTE, TLK_SO_SYNC_ELAPSE), 250u);
+  EXPECT_EQ(tarvik_set_io_min_elapse(c, 9, 1), 0);
+  EXPECT_EQ(kernel.option_u32(fd, TLK_SOL_ROUTE, TLK_SO_ASYNC_ELAPSE), 9u);
+  EXPECT_EQ(tarvik_set_io_min_elapse(c, 9, 2), 0);
+  EXPECT_EQ(log.lines.back().text, "tarvik: FATAL ERROR Illegal socket type: 2");
+  kernel.fail_option(TLK_SOL_ROUTE, TLK_SO_ASYNC_ELAPSE, EPERM);
+  EXPECT_EQ(tarvik_set_io_min_elapse(c, 9, 1), -1);
+  EXPECT_TRUE(log.contains("failed to set asnyc rcv min elapsed time "));
+  EXPECT_EQ(tarvik_set_io_min_elapse(nullptr, 9, 0), -1);
+
+  tarvik_bulkw_info_t info{};
+  EXPECT_EQ(tarvik_get_bulkw_info(c, nullptr), EINVAL);
+  kernel.fail_option(TLK_SOL_ROUTE, TLK_SO_BULKW_INFO, EIO);
+  EXPECT_NE(tarvik_get_bulkw_info(c, &info), 0);
+  EXPECT_EQ(log.lines.back().text, std::string("tarvik: ERROR Failed to get bulk write info ") + strerror(EIO));
+}
+
+TEST_F(BulkTest, AVectorThatFitsIsOneWriteWithEveryReplyMatched) {
+  auto iov = vector_of({true, false, true, true, false});
+  const uint64_t writes = kernel.writes(fd), reads = kernel.reads(fd);
+  ASSERT_EQ(tarvik_msg_writev_idl(c, static_cast<uint32_t>(iov.size()), iov.data(), nullptr), 0);
+  EXPECT_EQ(kernel.writes(fd) - writes, 1u);
+  EXPECT_EQ(kernel.reads(fd) - reads, 1u) << "the three replies come in one block";
+  EXPECT_EQ(seq_of_reply(iov[0]), 100u);
+  EXPECT_EQ(seq_of_reply(iov[2]), 102u);
+  EXPECT_EQ(seq_of_reply(iov[3]), 103u);
+  EXPECT_EQ(iov[1].reply, nullptr);
+  for (const auto &e : iov) EXPECT_EQ(e.write_err + e.read_err, 0);
+  EXPECT_EQ(c->wbuf_cur, c->wbuf);
+  release_replies(iov);
+}
+
+TEST_F(BulkTest, MasksChooseTlvPerEntryAndReceiveTheRepliesMasks) {
+  auto iov = vector_of({true, true});
+  tlk_marker_msg_tlvmap mask{};
+  mask._w0 = 0x1;  // the header ...
+  mask.tlkmk_hdr._w0 = 0x7FF;
+  mask._w1 = 0x1F;  // ... and the fields behind it
+  std::vector<uintptr_t> masks = {reinterpret_cast<uintptr_t>(&mask), 0};
+  ASSERT_EQ(tarvik_msg_writev_idl(c, 2, iov.data(), masks.data()), 0);
+  ASSERT_FALSE(waiting(iov[0]));
+  ASSERT_FALSE(waiting(iov[1]));
+  ASSERT_NE(masks[0], reinterpret_cast<uintptr_t>(&mask)) << "the TLV reply brings its own mask";
+  EXPECT_EQ(reinterpret_cast<const tlk_marker_msg_tlvmap *>(masks[0])->_w1, 0x1Fu);
+  EXPECT_EQ(masks[1], 0u) << "an IDR reply leaves its word alone";
+  EXPECT_EQ(static_cast<const tlk_marker_msg *>(iov[0].reply)->tlkmk_cookie, 700u);
+  release_replies(iov);
+}
+
+TEST_F(BulkTest, NothingExpectingAReplyMeansNoRead) {
+  auto iov = vector_of(std::vector<bool>(20, false));
+  const uint64_t reads = kernel.reads(fd), taken = kernel.requests(fd);
+  ASSERT_EQ(tarvik_msg_writev_idl(c, 20, iov.data(), nullptr), 0);
+  EXPECT_EQ(kernel.reads(fd), reads);
+  EXPECT_EQ(kernel.requests(fd) - taken, 20u);
+}
+
+TEST_F(BulkTest, BatchesFollowTheSendBufferAndAnExactFitStaysInItsBatch) {
+  const uint32_t frame = frame_size();
+  struct Case {
+    uint32_t buffer;
+    uint32_t entries;
+    uint64_t writes;
+  };
+  const Case cases[] = {
+      {4 * frame, 12, 3},      // three batches of four
+      {2 * frame, 3, 2},       // the second frame fills the buffer exactly and stays
+      {2 * frame + 1, 3, 2},
+      {2 * frame - 1, 3, 3},   // one byte short: one frame per batch
+  };
+  for (const Case &k : cases) {
+    ASSERT_EQ(tarvik_set_bulk_buffer(c, k.buffer), 0);
+    auto iov = vector_of(std::vector<bool>(k.entries, false));
+    const uint64_t writes = kernel.writes(fd), taken = kernel.requests(fd);
+    ASSERT_EQ(tarvik_msg_writev_idl(c, k.entries, iov.data(), nullptr), 0);
+    EXPECT_EQ(kernel.writes(fd) - writes, k.writes) << "buffer " << k.buffer;
+    EXPECT_EQ(kernel.requests(fd) - taken, k.entries) << "buffer " << k.buffer;
+  }
+}
+
+TEST_F(BulkTest, RepliesOfSeveralBatchesAreMatchedInOrder) {
+  ASSERT_EQ(tarvik_set_bulk_buffer(c, 3 * frame_size()), 0);
+  std::vector<bool> pattern;
+  // The entry that opens each batch expects no reply: one that did would leave its mark in the
+  // batch before, which would then wait for a reply that never comes.
+  for (int i = 0; i < 9; ++i) pattern.push_back(i % 3 != 0);
+  auto iov = vector_of(pattern);
+  ASSERT_EQ(tarvik_msg_writev_idl(c, 9, iov.data(), nullptr), 0);
+  for (uint32_t i = 0; i < 9; ++i) {
+    if (pattern[i]) {
+      ASSERT_FALSE(waiting(iov[i])) << i;
+      EXPECT_EQ(seq_of_reply(iov[i]), 100 + i);
+    }
+  }
+  release_replies(iov);
+}
+
+TEST_F(BulkTest, PartialAcceptanceStoresTheErrorAndReadsTheRepliesBeforeIt) {
+  auto iov = vector_of({true, true, true, true, true, true});
+  kernel.inject_bulk_stop(3, ENOBUFS, /*report_err=*/false);
+  ASSERT_EQ(tarvik_msg_writev_idl(c, 6, iov.data(), nullptr), 0);
+  for (uint32_t i = 0; i < 3; ++i) {
+    ASSERT_FALSE(waiting(iov[i])) << i;
+    EXPECT_EQ(seq_of_reply(iov[i]), 100 + i);
+  }
+  EXPECT_EQ(iov[3].write_err, ENOBUFS) << "option 25 gave error 0: the write's errno stands";
+  EXPECT_TRUE(waiting(iov[3]));
+  EXPECT_TRUE(waiting(iov[4])) << "entries after the failure are untouched";
+  EXPECT_EQ(iov[4].write_err, 0);
+  release_replies(iov);
+
+  auto again = vector_of({true, true, true});
+  kernel.inject_bulk_stop(1, EEXIST);
+  ASSERT_EQ(tarvik_msg_writev_idl(c, 3, again.data(), nullptr), 0);
+  EXPECT_EQ(again[1].write_err, EEXIST) << "the kernel's own error wins";
+  EXPECT_FALSE(waiting(again[0]));
+  release_replies(again);
+}
+
+TEST_F(BulkTest, AFailureWithNothingTakenReturnsWithoutARead) {
+  auto iov = vector_of({true, true, true});
+  kernel.inject_bulk_stop(0, EPERM);
+  const uint64_t reads = kernel.reads(fd);
+  ASSERT_EQ(tarvik_msg_writev_idl(c, 3, iov.data(), nullptr), 0);
+  EXPECT_EQ(kernel.reads(fd), reads);
+  EXPECT_EQ(iov[0].write_err, EPERM);
+  EXPECT_TRUE(waiting(iov[0]) && waiting(iov[1]) && waiting(iov[2]));
+}
+
+TEST_F(BulkTest, AShortWriteOfOneMessageStoresErrnoOr22) {
+  auto iov = vector_of({true});
+  kernel.inject_short_write(5);
+  errno = 0;
+  ASSERT_EQ(tarvik_msg_writev_idl(c, 1, iov.data(), nullptr), 0);
+  EXPECT_EQ(iov[0].write_err, EINVAL);
+  EXPECT_TRUE(log.contains("tarvik_set_iov_err: errno is 0 when non-zero is expected!\n"));
+  EXPECT_TRUE(waiting(iov[0]));
+}
+
+TEST_F(BulkTest, AShortWriteOfABatchAsksTheKernelHowFarItCame) {
+  auto iov = vector_of({true, true, true});
+  kernel.inject_short_write(frame_size() + 3);  // the first message and a torn piece
+  ASSERT_EQ(tarvik_msg_writev_idl(c, 3, iov.data(), nullptr), 0);
+  ASSERT_FALSE(waiting(iov[0]));
+  EXPECT_EQ(seq_of_reply(iov[0]), 100u);
+  EXPECT_NE(iov[1].write_err, 0);
+  EXPECT_TRUE(waiting(iov[2]));
+  release_replies(iov);
+}
+
+TEST_F(BulkTest, AReplyTooManyMarksTheFirstEntryOfTheBlock) {
+  auto iov = vector_of({true, false, true});
+  kernel.inject_bulk_reply_extra();
+  ASSERT_EQ(tarvik_msg_writev_idl(c, 3, iov.data(), nullptr), 0);
+  EXPECT_EQ(iov[0].read_err, EINVAL);
+  EXPECT_EQ(iov[2].read_err, 0);
+  const std::string line = "tarvik: ERROR tarvik_read_and_decode_bulk_iov: " + std::to_string(frame_size()) +
+                           " bytes to read and 2 of 2 msgs were read while end of iov(0-2)\n";
+  EXPECT_EQ(log.lines.back().text, line);
+  release_replies(iov);
+}
+
+TEST_F(BulkTest, AMissingReplyShowsAsTheReadErrorOfItsEntry) {
+  auto iov = vector_of({true, true, true});
+  kernel.inject_bulk_reply_missing();
+  ASSERT_EQ(tarvik_msg_writev_idl(c, 3, iov.data(), nullptr), 0);
+  EXPECT_FALSE(waiting(iov[0]));
+  EXPECT_FALSE(waiting(iov[1]));
+  EXPECT_EQ(iov[2].read_err, EAGAIN);
+  EXPECT_TRUE(log.contains("tarvik_read_and_decode_bulk_iov: read error, return failure on msg 2\n"));
+  release_replies(iov);
+}
+
+TEST_F(BulkTest, TheBulkPathNeedsItsBuffers) {
+  tarvik_msg_iov_t one{};
+  EXPECT_EQ(tarvik_msg_writev_idl(nullptr, 1, &one, nullptr), EINVAL);
+  EXPECT_EQ(tarvik_msg_writev_idl(c, 0, &one, nullptr), 0);
+  EXPECT_TRUE(log.contains("tarvik_msg_writev_idl: Invalid input from caller: 0 entries"));
+}
+
+// A batch closed by an entry that expects a reply counts that reply too: after the batch's own
+// replies it reads on and on.  Only the process's end stops it; here the client's callback ends
+// it after a hundred empty reads.
+TEST_F(BulkTest, AnOverCountedBatchReadsUntilSomethingEndsIt) {
+  ASSERT_EQ(tarvik_set_bulk_buffer(c, 2 * frame_size()), 0);
+  auto iov = vector_of({true, true, true});
+  EXPECT_EXIT(
+      {
+        static int empty_reads = 0;
+        tarvik_lib_error_register(c, nullptr, [](tarvik_cookie *, void *, int, const char *text) {
+          if (strstr(text, "read() errno") != nullptr && ++empty_reads == 100) _exit(42);
+        });
+        tarvik_msg_writev_idl(c, 3, iov.data(), nullptr);
+        _exit(0);
+      },
+      ::testing::ExitedWithCode(42), "");
+}
+
+}  // namespace
+}  // namespace tlktest
