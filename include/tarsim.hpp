@@ -208,6 +208,13 @@ class TARSIM_EXPORT Kernel {
   void inject_bulk_reply_extra();
   void inject_bulk_reply_missing();
 
+  // Time spent taking writes (decoding, answering, queueing replies), while timing is on: the
+  // simulated kernel's share of a run, for benchmarks.
+  void set_timing(bool on) { timing_ = on; }
+  bool timing() const { return timing_; }
+  uint64_t busy_ns() const { return busy_ns_; }
+  void add_busy_ns(uint64_t ns) { busy_ns_ += ns; }
+
   // --- Faults -----------------------------------------------------------------------------
   void fail_socket(int err);                              // the next socket() fails
   void fail_fcntl(int cmd, int err);                      // the next fcntl(cmd) fails
@@ -281,6 +288,8 @@ class TARSIM_EXPORT Kernel {
   };
   std::optional<BulkStop> bulk_stop_;
   int bulk_reply_fault_ = 0;  // +1: one reply too many, -1: one too few
+  bool timing_ = false;
+  uint64_t busy_ns_ = 0;
   struct NotifyState {
     std::vector<Bytes> queue;    // waiting for flush
     uint64_t listen_stamp = 0;   // when option 1 was last set (0: never)

@@ -36,6 +36,12 @@ uint64_t now_ns() {
   return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
 }
 
+uint64_t monotonic_ns() {
+  timespec ts{};
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
+}
+
 // The length a set of each kernel option must have; 0 where the kernel takes no set.
 socklen_t option_set_length(int name) {
   switch (name) {
@@ -86,7 +92,11 @@ ssize_t sim_read(int fd, void *buf, size_t len) {
 
 ssize_t sim_write(int fd, const void *buf, size_t len) {
   if (Kernel::Session *s = g_kernel->find(fd)) {
-    return g_kernel->take_write(*s, static_cast<const uint8_t *>(buf), len);
+    if (!g_kernel->timing()) return g_kernel->take_write(*s, static_cast<const uint8_t *>(buf), len);
+    const uint64_t start = monotonic_ns();
+    const ssize_t n = g_kernel->take_write(*s, static_cast<const uint8_t *>(buf), len);
+    g_kernel->add_busy_ns(monotonic_ns() - start);
+    return n;
   }
   return g_kernel->previous().write(fd, buf, len);
 }
