@@ -18,4 +18,7 @@ struct Kernel::Session {
   uint64_t dropped = 0;
 };
 
+// One message as a frame in the given encoding (TLV without a map, or IDR).
+Bytes encode_frame(uint8_t type, const void *record, bool tlv);
+
 }  // namespace tarsim

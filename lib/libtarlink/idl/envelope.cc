@@ -42,10 +42,12 @@ uint32_t word_at(const void *data, unsigned index) {
   return w;
 }
 
-// The decoders' allocation callback: bump allocation from the arena, 4-byte granules, never freed.
+// The decoders' allocation callback: bump allocation from the arena, never freed.  Blocks come in
+// 8-byte granules: records keep their 64-bit fields 8-aligned on every target, so a record list
+// that follows a blob of 4 (mod 8) bytes would otherwise start misaligned.
 void *arena_alloc(uint32_t size, void *context) {
   auto *arena = static_cast<Arena *>(context);
-  const uint64_t rounded = (static_cast<uint64_t>(size) + 3u) & ~uint64_t{3};
+  const uint64_t rounded = (static_cast<uint64_t>(size) + 7u) & ~uint64_t{7};
   if (arena->used + rounded > arena->size) {
     if (arena->wanted < arena->used + rounded) arena->wanted = arena->used + rounded;
     return nullptr;
