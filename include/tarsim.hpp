@@ -14,6 +14,7 @@
 
 #include <stdint.h>
 
+#include <compare>
 #include <functional>
 #include <map>
 #include <memory>
@@ -215,6 +216,57 @@ class TARSIM_EXPORT Kernel {
   uint64_t busy_ns() const { return busy_ns_; }
   void add_busy_ns(uint64_t ns) { busy_ns_ += ns; }
 
+  // --- Generic configuration store (sim/gencfg.cc) ----------------------------------------
+  // Blobs keyed by (major, minor, key), where the key is the request's byte key (flag 0x2), else
+  // its numeric key (flag 0x1), else nothing (one blob per major and minor).  A blob is stored as
+  // it arrives, compressed or not: the kernel never looks inside it.  Framed gencfg requests
+  // (type 72) are answered in the encoding they came in:
+  //   add, change            store (replacing what the key held), no reply
+  //   delete                 remove, no reply
+  //   get                    the stored blob
+  //   getnext                the next blob of the same major and minor in key order; a request
+  //                          with flag 0x2 and an empty key, or with no key flag, starts the walk
+  //   add_get, chg_get       store, then reply with what is stored
+  //   chg_get + 0x400000     bulk delete: every blob of the major and minor; the request echoed
+  //   chg_get + 0x800000     delete every byte key of the major and minor that starts with the
+  //                          request's key; the request echoed
+  //   deleteall              every blob of the major and minor, no reply
+  // A get, getnext or chg_get that finds nothing is refused with a raw "tlk-err" (ENOENT), which a
+  // client's framed read reports as EOPNOTSUPP.  Every change that stores or removes a blob is
+  // sent to every other session listening for "gencfg", as an IDR gencfg_msg of op add, change or
+  // delete (one delete per blob removed); the writer does not hear its own change.
+  struct GencfgKey {
+    uint16_t major = 0;
+    uint16_t minor = 0;
+    uint8_t kind = 0;  // 0 none, 1 numeric, 2 bytes: the order of kinds within a major and minor
+    uint32_t kid = 0;
+    Bytes key;
+    std::strong_ordering operator<=>(const GencfgKey &other) const;
+    bool operator==(const GencfgKey &other) const = default;
+  };
+  struct GencfgDep {
+    gencfg_depinfo info{};  // dep_key and dep_key_len are rebuilt from `key` when sent
+    Bytes key;
+  };
+  struct GencfgEntry {
+    GencfgKey id;
+    uint32_t flags = 0;  // as the writer sent them
+    uint16_t sub_id = 0;
+    uint16_t tag = 0;
+    uint8_t lrid = 0;
+    Bytes blob;
+    std::vector<gencfg_peerinfo> peers;
+    std::vector<GencfgDep> deps;
+  };
+  static GencfgKey gencfg_bytes_key(uint16_t major, uint16_t minor, std::span<const uint8_t> key);
+  static GencfgKey gencfg_numeric_key(uint16_t major, uint16_t minor, uint32_t kid);
+  const GencfgEntry *find_gencfg(const GencfgKey &key) const;
+  const std::map<GencfgKey, GencfgEntry> &gencfg_store() const { return gencfg_; }
+  void clear_gencfg() { gencfg_.clear(); }
+  // A change made by the kernel itself: op add or change stores `entry`, op delete removes its
+  // key; either way every listening session hears it.  The number of sessions reached.
+  size_t gencfg_change(uint8_t op, const GencfgEntry &entry);
+
   // --- Faults -----------------------------------------------------------------------------
   void fail_socket(int err);                              // the next socket() fails
   void fail_fcntl(int cmd, int err);                      // the next fcntl(cmd) fails
@@ -259,9 +311,13 @@ class TARSIM_EXPORT Kernel {
   bool send_block(Session &s, std::span<const uint8_t> block);
   void seed_default_objects();
   void answer_frame(Session &s, std::span<const uint8_t> frame);
-  void answer_not_found(Session &s, uint8_t type, uint8_t op, uint32_t seq);
+  void answer_not_found(Session &s, uint8_t type, uint8_t op, uint32_t seq,
+                        const char *function = "ifl_get");
   const Ifl *lookup_ifl(const ifl_msg &req) const;
   std::vector<Ifl> ifls_;
+  void answer_gencfg(Session &s, const gencfg_msg &req, bool tlv);
+  void gencfg_notify(uint8_t op, const GencfgEntry &entry, int except_fd);
+  std::map<GencfgKey, GencfgEntry> gencfg_;
   void note(int fd, bool to_kernel, std::span<const uint8_t> bytes);
 
   tlk_platform previous_{};

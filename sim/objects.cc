@@ -1,5 +1,6 @@
-// The simulated kernel's object store, first part: logical interfaces, answered in the encoding
-// the request came in.
+// The simulated kernel's object store, first part: the framed requests, decoded with the library's
+// codecs, and logical interfaces, answered in the encoding the request came in.  The gencfg store
+// is in gencfg.cc.
 #include <errno.h>
 #include <string.h>
 
@@ -13,17 +14,19 @@ namespace {
 
 constexpr uint8_t kIflType = 6;
 constexpr uint8_t kMarkerType = 102;
+constexpr uint8_t kGencfgType = TLK_GENCFG_TYPE;
 constexpr uint8_t kErrType = 109;
 
 // A decode arena for one request: the codecs allocate through this callback.
 struct Scratch {
-  std::vector<uint8_t> bytes;
+  uint8_t *base = nullptr;
+  size_t size = 0;
   size_t used = 0;
   static void *alloc(uint32_t size, void *ctx) {
     auto *s = static_cast<Scratch *>(ctx);
     const size_t rounded = (static_cast<size_t>(size) + 7) & ~size_t{7};
-    if (s->used + rounded > s->bytes.size()) return nullptr;
-    void *p = s->bytes.data() + s->used;
+    if (s->used + rounded > s->size) return nullptr;
+    void *p = s->base + s->used;
     s->used += rounded;
     return p;
   }
@@ -104,10 +107,24 @@ const Kernel::Ifl *Kernel::lookup_ifl(const ifl_msg &req) const {
   return found;
 }
 
-void Kernel::answer_not_found(Session &s, uint8_t type, uint8_t op, uint32_t seq) {
+Bytes encode_frame(uint8_t type, const void *record, bool tlv) {
+  tlk_msg out{};
+  out.tlkm_type = type;
+  out.tlkm_msg = const_cast<void *>(record);  // the encoders only read through it
+  const uint32_t need = tlv ? tlv_encode_tlk_msg_0(&out, nullptr, nullptr, 0) : idr_encode_tlk_msg_0(&out, nullptr, 0);
+  Bytes bytes(need);
+  if (tlv) {
+    (void)tlv_encode_tlk_msg_0(&out, nullptr, bytes.data(), need);
+  } else {
+    (void)idr_encode_tlk_msg_0(&out, bytes.data(), need);
+  }
+  return bytes;
+}
+
+void Kernel::answer_not_found(Session &s, uint8_t type, uint8_t op, uint32_t seq, const char *function) {
   // The kernel's refusal: a raw "tlk-err" naming the refused message and the error.
   TlkErr body{};
-  strncpy(body.function, "ifl_get", sizeof body.function - 1);
+  strncpy(body.function, function, sizeof body.function - 1);
   body.line = 1;
   body.seq_no = seq;
   body.rtm_type = type;
@@ -119,8 +136,12 @@ void Kernel::answer_not_found(Session &s, uint8_t type, uint8_t op, uint32_t seq
 
 void Kernel::answer_frame(Session &s, std::span<const uint8_t> frame) {
   const bool tlv = load_u32(frame.data()) == TLK_MAGIC_TLV;
-  Scratch scratch;
-  scratch.bytes.resize(frame.size() * 4 + 4096);
+  // Kept between requests and never refilled: the decoders clear what they allocate, and a
+  // large blob should not cost a fresh zeroed buffer per request.
+  static thread_local Bytes buffer;
+  const size_t want = frame.size() * 4 + 4096;
+  if (buffer.size() < want) buffer.resize(want);
+  Scratch scratch{buffer.data(), want, 0};
   tlk_msg choice{};
   const auto len = static_cast<uint32_t>(frame.size());
   const int32_t got = tlv ? tlv_decode_tlk_msg_0(&choice, nullptr, frame.data(), len, Scratch::alloc, &scratch)
@@ -133,6 +154,10 @@ void Kernel::answer_frame(Session &s, std::span<const uint8_t> frame) {
   if (choice.tlkm_type == kMarkerType) {
     // A marker asked for comes back as it was sent: everything written before it is done.
     if (hdr->tlkh_op == TLK_OP_GET) deliver(s, frame, true);
+    return;
+  }
+  if (choice.tlkm_type == kGencfgType) {
+    answer_gencfg(s, *static_cast<const gencfg_msg *>(choice.tlkm_msg), tlv);
     return;
   }
   if (choice.tlkm_type != kIflType) return;  // other families come with their stores
@@ -158,17 +183,7 @@ void Kernel::answer_frame(Session &s, std::span<const uint8_t> frame) {
   name.push_back('\0');
   reply.iflm_name = reinterpret_cast<uint8_t *>(name.data());
   reply.iflm_name_len = static_cast<uint32_t>(name.size());
-  tlk_msg out{};
-  out.tlkm_type = kIflType;
-  out.tlkm_msg = &reply;
-  const uint32_t need = tlv ? tlv_encode_tlk_msg_0(&out, nullptr, nullptr, 0) : idr_encode_tlk_msg_0(&out, nullptr, 0);
-  Bytes bytes(need);
-  if (tlv) {
-    (void)tlv_encode_tlk_msg_0(&out, nullptr, bytes.data(), need);
-  } else {
-    (void)idr_encode_tlk_msg_0(&out, bytes.data(), need);
-  }
-  deliver(s, bytes, true);
+  deliver(s, encode_frame(kIflType, &reply, tlv), true);
 }
 
 }  // namespace tarsim

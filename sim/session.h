@@ -24,4 +24,7 @@ struct Kernel::Session {
   std::vector<Bytes> *collect = nullptr;  // replies held back during a bulk write
 };
 
+// One message as a frame in the given encoding (TLV without a map, or IDR).
+Bytes encode_frame(uint8_t type, const void *record, bool tlv);
+
 }  // namespace tarsim

@@ -34,8 +34,8 @@ struct tarvik_cookie {
   void *seq_error_arg;
   uint32_t comp_nh_retrieval;
   void *unnum_info;                 // unnumbered address donor state
-  void *blob_compress_cb;           // gencfg blob compression pair
-  void *blob_decompress_cb;
+  tarvik_blob_codec_fn blob_compress_cb;    // gencfg blob compression pair
+  tarvik_blob_codec_fn blob_decompress_cb;
   uint32_t num_read_msg;            // messages read per asynchronous event
   uint8_t used_by_stats;            // statistics replies with sequence 0 pass an async session
   uint8_t *wbuf;                    // bulk write buffer (identifier 75)

@@ -34,6 +34,7 @@ TEST(Idlgen, SchemaErrorsNameFileAndLine) {
       {"bits_outside.schema", "bits_outside.schema:3: error: bits 'b' (at 6, width 3) do not fit their 8-bit storage word"},
       {"missing_end.schema", "missing_end.schema:2: error: record 'r' (line 1) lacks its 'end'"},
       {"duplicate_selector.schema", "duplicate_selector.schema:3: error: selector 1 already has an arm (line 2)"},
+      {"bad_mapspare.schema", "bad_mapspare.schema:1: error: mapspare must be 1 to 64 words"},
   };
   for (auto &c : cases) {
     GenRun r = run_idlgen(std::string(IDL_BAD_SCHEMA_DIR) + "/" + c.file);

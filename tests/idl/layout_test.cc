@@ -30,6 +30,14 @@ const Row kRows[] = {
     {"sdl_info", tlv_rtti_sizeof_sdl_info_0, tlv_rtti_sizeof_map_sdl_info_0, idr_rtti_sizeof_sdl_info_0},
     {"idl_sockaddr_dl", tlv_rtti_sizeof_idl_sockaddr_dl_0, tlv_rtti_sizeof_map_idl_sockaddr_dl_0,
      idr_rtti_sizeof_idl_sockaddr_dl_0},
+    {"gencfg_msg", tlv_rtti_sizeof_gencfg_msg_0, tlv_rtti_sizeof_map_gencfg_msg_0, idr_rtti_sizeof_gencfg_msg_0},
+    {"gencfg_depinfo", tlv_rtti_sizeof_gencfg_depinfo_0, tlv_rtti_sizeof_map_gencfg_depinfo_0,
+     idr_rtti_sizeof_gencfg_depinfo_0},
+    {"gencfg_peerinfo", tlv_rtti_sizeof_gencfg_peerinfo_0, tlv_rtti_sizeof_map_gencfg_peerinfo_0,
+     idr_rtti_sizeof_gencfg_peerinfo_0},
+    {"gencfg_peer_index_type", tlv_rtti_sizeof_gencfg_peer_index_type_0,
+     tlv_rtti_sizeof_map_gencfg_peer_index_type_0, idr_rtti_sizeof_gencfg_peer_index_type_0},
+    {"dfw_msg", tlv_rtti_sizeof_dfw_msg_0, tlv_rtti_sizeof_map_dfw_msg_0, idr_rtti_sizeof_dfw_msg_0},
 };
 
 TEST(Layout, ConstantsMatchTheDescriptors) {
@@ -68,6 +76,24 @@ TEST(Layout, TargetSizes) {
     EXPECT_EQ(tlv_rtti_sizeof_tlk_marker_msg_0, 64u);
     EXPECT_EQ(offsetof(tlk_marker_msg, tlkmk_stamp), 56u);  // 64-bit fields 8-aligned, also on i386
     EXPECT_EQ(offsetof(tlk_msg_info, tlkmi_u), 8u);
+    // Generic configuration and the firewall message.
+    EXPECT_EQ(tlv_rtti_sizeof_gencfg_msg_0, 112u);
+    EXPECT_EQ(tlv_rtti_sizeof_map_gencfg_msg_0, 32u);
+    EXPECT_EQ(offsetof(gencfg_msg, blob), 60u);
+    EXPECT_EQ(offsetof(gencfg_msg, tag), 92u);
+    EXPECT_EQ(offsetof(gencfg_msg, lrid), 104u);
+    EXPECT_EQ(tlv_rtti_sizeof_gencfg_depinfo_0, 24u);
+    EXPECT_EQ(tlv_rtti_sizeof_map_gencfg_depinfo_0, 8u);
+    EXPECT_EQ(offsetof(gencfg_depinfo, dep_key), 16u);
+    EXPECT_EQ(offsetof(gencfg_depinfo, dep_key_len), 20u);
+    EXPECT_EQ(tlv_rtti_sizeof_gencfg_peerinfo_0, 40u);
+    EXPECT_EQ(tlv_rtti_sizeof_map_gencfg_peerinfo_0, 8u);
+    EXPECT_EQ(offsetof(gencfg_peerinfo, peer_type), 2u);
+    EXPECT_EQ(offsetof(gencfg_peerinfo, index) + offsetof(gencfg_peer_index_type, index_type), 4u);
+    EXPECT_EQ(offsetof(gencfg_peerinfo, index) + offsetof(gencfg_peer_index_type, idx), 8u);
+    EXPECT_EQ(tlv_rtti_sizeof_dfw_msg_0, 80u);
+    EXPECT_EQ(tlv_rtti_sizeof_map_dfw_msg_0, 16u);
+    EXPECT_EQ(offsetof(dfw_msg, flav), 64u);
   } else {
     // Natural host layout: pointers of 8 bytes.
     EXPECT_EQ(tlv_rtti_sizeof_tlk_hdr_0, 40u);

@@ -64,6 +64,7 @@ MapLayout map_layout(const Record &r) {
     }
   }
   if (m.members.empty()) m.members.push_back("uint32_t _w0;");
+  if (r.map_spare) m.members.push_back("uint32_t _spare[" + std::to_string(r.map_spare) + "]; /* never read or written */");
   return m;
 }
 

@@ -231,6 +231,13 @@ bool parse_header(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
     if (o.kv.count("idrmarker") && !parse_u32(o.kv["idrmarker"], rec.idr_marker)) { cx.error("bad idrmarker"); return false; }
     if (o.kv.count("armbytes") && !parse_u32(o.kv["armbytes"], rec.arm_bytes)) { cx.error("bad armbytes"); return false; }
     if (o.kv.count("mapbytes") && !parse_u32(o.kv["mapbytes"], rec.map_bytes)) { cx.error("bad mapbytes"); return false; }
+  } else if (t[0] == "record") {
+    keys.insert("mapspare");
+    if (o.kv.count("mapspare") && (!parse_u32(o.kv["mapspare"], rec.map_spare) || rec.map_spare == 0 ||
+                                   rec.map_spare > 64)) {
+      cx.error("mapspare must be 1 to 64 words");
+      return false;
+    }
   } else if (t[0] == "custom") {
     rec.custom = true;
     keys.insert({"wraps", "field", "ptr"});

@@ -48,6 +48,8 @@ struct Record {
   uint32_t tlv_marker = 0, idr_marker = 0;
   bool check_marker = false;
   uint32_t arm_bytes = 0, map_bytes = 0;
+  // plain records: spare 32-bit words at the end of the map, which the codecs never touch
+  uint32_t map_spare = 0;
   std::vector<Arm> arms;
   // hand-written records: a choice inside, and a pointer that never travels
   bool custom = false;

@@ -5,6 +5,7 @@
 #include <stdio.h>
 
 #include <span>
+#include <vector>
 
 #include "tarlink.h"
 
@@ -15,6 +16,13 @@ class Kernel;
 namespace tlkctl {
 
 int run_demo(int argc, char **argv);
+// tlkctl gencfg add|get|walk|delete ...: configuration blobs in the embedded kernel's store.
+int run_gencfg(int argc, char **argv);
+// Demo step: a large compressed blob stored and read back, sizes on the wire and after.  0 if
+// the bytes came back whole.
+int demo_gencfg(tarsim::Kernel &kernel, tarvik_cookie *c);
+// `n` bytes of configuration-like text, the same every time: it compresses several times over.
+std::vector<uint8_t> pattern_blob(size_t n);
 // tlkctl monitor [--demo N] [--bulk]: prints notifications as they arrive.
 int run_monitor(int argc, char **argv);
 // Demo step: a second session hears a change that a first one makes; a third doesn't.  0 if so.

@@ -13,6 +13,8 @@ constexpr char kUsage[] =
     "  demo      open a session, negotiate versions, exchange a raw request and reply,\n"
     "            show the memory accounting, close in order\n"
     "  monitor   print notifications as they arrive; --demo N: a second session makes N changes\n"
+    "  gencfg    add, get, walk and delete configuration blobs (zlib with --compress);\n"
+    "            'tlkctl gencfg --help' for the details\n"
     "  help      this text (also -h, --help)\n";
 
 struct Command {
@@ -23,6 +25,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"demo", tlkctl::run_demo},
     {"monitor", tlkctl::run_monitor},
+    {"gencfg", tlkctl::run_gencfg},
 };
 
 }  // namespace

@@ -14,7 +14,7 @@ const char *memid_name(unsigned id) {
     case 0: return "accounting table";
     case MEMID_TARVIK_SUBTYPE: return "subtype tables";
     case MEMID_TARVIK_ASYNC_CTX: return "async context";
-    case MEMID_TARVIK_READ_BUFFER: return "read buffers";
+    case MEMID_TARVIK_READ_BUFFER: return "read bufs, blob copies";
     case MEMID_TARVIK_COOKIE: return "sessions";
     case MEMID_TARVIK_DECODE: return "decoder blocks";
     case MEMID_TARVIK_ASYNC_REG: return "async registrations";

@@ -72,10 +72,6 @@ bool unnum_save(tarvik_cookie *cookie, uint32_t type, const void *) {
 }
 void unnum_report(tarvik_cookie *) {}  // seam: tarvik_unnum_ifa_report
 
-// gencfg blob decompression may replace the message by a decompressed copy; until that code
-// exists a gencfg message passes as it is.
-int gencfg_inline(tarvik_cookie *, void **) { return 0; }  // seam: tarvik_gencfg_async
-
 struct Walk {
   uint32_t delivered = 0;  // messages delivered from this read
 };
@@ -102,7 +98,9 @@ int dispatch_decoded(tarvik_cookie *cookie, void *&message) {
     report_pending = false;
   }
   if (type == kGencfgType) {
-    const int result = gencfg_inline(cookie, &message);
+    // A compressed blob is inflated here: the handler gets a decompressed copy in place of the
+    // received message.
+    const int result = tarvik_gencfg_async(cookie, &message);
     if (result != 0) return result;
   }
   if (info->mode & TLK_ASYNC_HOOKED) {  // read afresh: a handler may have changed it
