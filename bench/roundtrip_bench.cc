@@ -7,6 +7,7 @@
 
 #include <vector>
 
+#include "floor.h"
 #include "tarlink.h"
 #include "tarsim.hpp"
 
@@ -18,20 +19,7 @@ constexpr size_t kReplyBody = 16;
 
 // The floor: four system calls, the same message sizes as the library's round trip below.
 void BM_BareSocketpairRoundTrip(benchmark::State &state) {
-  int sv[2];
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, sv) != 0) {
-    state.SkipWithError("socketpair failed");
-    return;
-  }
-  std::vector<uint8_t> req(24 + kRequestBody, 1), reply(24 + kReplyBody, 2), buf(16384);
-  for (auto _ : state) {
-    if (write(sv[0], req.data(), req.size()) < 0) break;
-    if (read(sv[1], buf.data(), buf.size()) < 0) break;
-    if (write(sv[1], reply.data(), reply.size()) < 0) break;
-    benchmark::DoNotOptimize(read(sv[0], buf.data(), buf.size()));
-  }
-  close(sv[0]);
-  close(sv[1]);
+  tlkbench::bare_round_trip(state, 24 + kRequestBody, 24 + kReplyBody);
 }
 BENCHMARK(BM_BareSocketpairRoundTrip);
 

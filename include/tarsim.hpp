@@ -7,6 +7,11 @@
 // reply is queued before the write returns, as on the router.  Replies to raw requests carry the
 // request's tlkh_seq.
 //
+// On the router a write is one system call, in which the kernel also takes the message.  Here
+// the kernel takes it inside the seam, so that each write still enters the host kernel once, the
+// simulator hands the same bytes to write(2) on /dev/null first: a program pays per write what it
+// would pay on the router, and batching shows its worth in timings as it would there.
+//
 // Tests and tools drive it through this class: the version reply, socket options, system
 // controls, programmable responders, pushes of any bytes, fault injection and a record of every
 // message both ways.  One Kernel is active at a time; it runs on the caller's thread.
@@ -136,6 +141,9 @@ class TARSIM_EXPORT Kernel {
   //
   // Queues `bytes` to every listening session (except `except_fd`); the number of sessions.
   size_t notify(uint8_t type, std::span<const uint8_t> bytes, int except_fd = -1);
+  // Whether any session (but `except_fd`) listens for `type`: a change nobody hears need not be
+  // encoded.
+  bool has_listener(uint8_t type, int except_fd = -1) const;
   // Queues `bytes` to one session, whatever it listens to.  False for an unknown session.
   bool notify_session(int fd, std::span<const uint8_t> bytes);
   // Sends what is queued; the number of messages sent.  What doesn't fit in the session's socket
@@ -300,6 +308,7 @@ class TARSIM_EXPORT Kernel {
   int sysctl_by_mib(const int *mib, unsigned len, void *oldp, size_t *oldlenp, const void *newp,
                     size_t newlen);
   const tlk_platform &previous() const { return previous_; }
+  void charge_system_call(const void *buf, size_t len);
 
  private:
   bool deliver(Session &s, std::span<const uint8_t> bytes, bool apply_faults);
@@ -321,6 +330,7 @@ class TARSIM_EXPORT Kernel {
   void note(int fd, bool to_kernel, std::span<const uint8_t> bytes);
 
   tlk_platform previous_{};
+  int null_fd_ = -1;  // where each write's system call goes
   Bytes version_reply_;
   std::map<std::string, Bytes> sysctl_names_;
   std::map<std::vector<int>, Bytes> sysctl_mibs_;

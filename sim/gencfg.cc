@@ -146,6 +146,7 @@ const Kernel::GencfgEntry *Kernel::find_gencfg(const GencfgKey &key) const {
 }
 
 void Kernel::gencfg_notify(uint8_t op, const GencfgEntry &entry, int except_fd) {
+  if (!has_listener(kGencfgType, except_fd)) return;
   std::vector<gencfg_depinfo> deps;
   GencfgEntry sent;
   const GencfgEntry *what = &entry;

@@ -72,6 +72,18 @@ bool Kernel::notify_session(int fd, std::span<const uint8_t> bytes) {
   return true;
 }
 
+bool Kernel::has_listener(uint8_t type, int except_fd) const {
+  uint32_t want_low = 0, want_high = 0;
+  if (tlk_async_listen_bits(type, &want_low, &want_high) != 0) return false;
+  for (const auto &entry : notify_) {
+    const int fd = entry.first;
+    if (fd == except_fd) continue;
+    const auto [low, high] = listen_mask(fd);
+    if ((low & want_low) != 0 || (high & want_high) != 0) return true;
+  }
+  return false;
+}
+
 size_t Kernel::notify(uint8_t type, std::span<const uint8_t> bytes, int except_fd) {
   uint32_t want_low = 0, want_high = 0;
   if (tlk_async_listen_bits(type, &want_low, &want_high) != 0) return 0;
@@ -94,7 +106,7 @@ size_t Kernel::notify(uint8_t type, std::span<const uint8_t> bytes, int except_f
     ++reached;
   }
   auto_flush_ = auto_flush;
-  if (auto_flush_) flush();
+  if (auto_flush_ && reached > 0) flush();
   return reached;
 }
 

@@ -78,7 +78,7 @@ TLK_EXPORT int tarvik_bulkmsg_idl_decode(tarvik_cookie *cookie, uint32_t *out_de
   // tlkh_msglen, the bytes available from this frame on rather than the frame's own size.
   uint32_t frame = 0;
   const int err = tlk::idl::decode_with_growth(cookie, cookie->rbuf_cur, available, in_out_msg,
-                                               out_mask, &frame);
+                                               out_mask, &frame, /*tight=*/true);
   if (err != 0) {
     *in_out_msg = kept;
     return err;

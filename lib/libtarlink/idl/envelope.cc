@@ -20,6 +20,7 @@ constexpr uint32_t kGrowStep = 1024;
 constexpr uint32_t kHeadLen = 12;
 constexpr uint64_t kMaxArena = 64u << 20;
 constexpr unsigned kLinearRounds = 8;
+constexpr uint64_t kTightMin = 512;
 
 // Words and error numbers of the decoder results, indexed by the result negated.
 struct ResultRow {
@@ -120,7 +121,7 @@ int decode_into_arena(tarvik_cookie *cookie, const void *data, size_t length, vo
 }
 
 int decode_with_growth(tarvik_cookie *cookie, const void *data, size_t length, void **out_msg,
-                       void **out_mask, uint32_t *frame_length) {
+                       void **out_mask, uint32_t *frame_length, bool tight) {
   if (frame_length == nullptr) return EINVAL;
   *frame_length = 0;
   if (length < 4) {
@@ -137,6 +138,9 @@ int decode_with_growth(tarvik_cookie *cookie, const void *data, size_t length, v
   // A frame that claims more than the data holds fails before anything is allocated: it gets the
   // standard first arena rather than one sized by its claim.
   uint64_t size = (frame <= kFirstSize || frame > length) ? kFirstSize : frame + kGrowStep;
+  // A block of bulk replies keeps all its messages alive at once: there the first arena is a
+  // small multiple of the frame, and the usual growth covers the rare message that needs more.
+  if (tight && frame <= length) size = std::min<uint64_t>(size, std::max<uint64_t>(kTightMin, frame * 4));
   // A decoded message may take at most 64 MiB or 64 times its frame, whichever is more.  The
   // rules let a short frame ask for much more (a list count whose elements decode from no bytes
   // at all), and without a bound such a frame would grow the arena until memory runs out.
@@ -146,7 +150,11 @@ int decode_with_growth(tarvik_cookie *cookie, const void *data, size_t length, v
       tarvik_err(cookie, TLK_LEVEL_ERROR, "Allocation Failure");
       return ENOMEM;
     }
-    auto *arena = static_cast<uint8_t *>(tarvik_size_alloc(cookie, static_cast<size_t>(size)));
+    // Not zero-filled: the decoders clear every block they take from the arena, and a reply of
+    // a hundred bytes should not pay for clearing (and faulting in) sixteen kilobytes.
+    auto *arena = cookie != nullptr
+                      ? static_cast<uint8_t *>(tarvik_malloc(MEMID_TARVIK_MSG, static_cast<size_t>(size)))
+                      : nullptr;
     if (arena == nullptr) {
       tarvik_err(cookie, TLK_LEVEL_ERROR, "Allocation Failure");
       return ENOMEM;

@@ -29,8 +29,9 @@ int decode_into_arena(tarvik_cookie *cookie, const void *data, size_t length, vo
                       uint64_t *wanted = nullptr);
 
 // Decodes a frame into a new arena of its own, growing it until the decoder has room; reports
-// the frame's own length through `frame_length`.
+// the frame's own length through `frame_length`.  The first arena is the message block's size
+// (or the frame's and 1024 more), or with `tight` four times the frame (at least 512 bytes).
 int decode_with_growth(tarvik_cookie *cookie, const void *data, size_t length, void **out_msg,
-                       void **out_mask, uint32_t *frame_length);
+                       void **out_mask, uint32_t *frame_length, bool tight = false);
 
 }  // namespace tlk::idl
