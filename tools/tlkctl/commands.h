@@ -27,6 +27,8 @@ std::vector<uint8_t> pattern_blob(size_t n);
 int run_monitor(int argc, char **argv);
 // Demo step: a second session hears a change that a first one makes; a third doesn't.  0 if so.
 int demo_async(tarsim::Kernel &kernel);
+// Demo step: 100,000 objects in bulk and as many one by one, rates side by side.  0 if all taken.
+int demo_bulk(tarsim::Kernel &kernel);
 
 // One notification on one line: "notify seq=N type=NAME(T) op=OP len=L".
 void print_notification(FILE *out, const void *msg);

@@ -131,10 +131,13 @@ int run_demo(int, char **) {
   section("6. A large configuration blob, compressed by the caller's callbacks");
   if (demo_gencfg(kernel, c) != 0) return 1;
 
-  section("7. Memory accounting while the session is open");
+  section("7. Many objects: one write per batch against one write per object");
+  if (demo_bulk(kernel) != 0) return 1;
+
+  section("8. Memory accounting while the session is open");
   print_memory(stdout);
 
-  section("8. Close in order: socket first, then everything the session holds");
+  section("9. Close in order: socket first, then everything the session holds");
   tarvik_close(c);
   print_memory(stdout);
   int32_t outstanding = 0;
