@@ -16,7 +16,14 @@ inline void bare_round_trip(benchmark::State &state, size_t request, size_t repl
     state.SkipWithError("socketpair failed");
     return;
   }
-  std::vector<uint8_t> req(request, 1), rep(reply, 2), buf(request > 16384 ? request : 16384);
+  // Large frames (blobs of hundreds of kilobytes) need buffers beyond the host's default.
+  const int size = 4 << 20;
+  for (int fd : sv) {
+    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
+    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+  }
+  const size_t largest = request > reply ? request : reply;
+  std::vector<uint8_t> req(request, 1), rep(reply, 2), buf(largest > 16384 ? largest : 16384);
   for (auto _ : state) {
     if (write(sv[0], req.data(), req.size()) < 0) break;
     if (read(sv[1], buf.data(), buf.size()) < 0) break;

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "floor.h"
 #include "tarlink.h"
 #include "tarsim.hpp"
 
@@ -129,25 +130,7 @@ void BM_BareRoundTrip(benchmark::State &state, bool compressed) {
     Session s;
     f = s.frames(compressed ? deflated(blob) : blob, compressed);
   }
-  int sv[2];
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, sv) != 0) {
-    state.SkipWithError("socketpair failed");
-    return;
-  }
-  const int size = 4 << 20;
-  for (int fd : sv) {
-    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
-    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
-  }
-  std::vector<uint8_t> req(f.request, 1), reply(f.reply, 2), buf(std::max(f.request, f.reply));
-  for (auto _ : state) {
-    if (write(sv[0], req.data(), req.size()) < 0) break;
-    if (read(sv[1], buf.data(), buf.size()) < 0) break;
-    if (write(sv[1], reply.data(), reply.size()) < 0) break;
-    benchmark::DoNotOptimize(read(sv[0], buf.data(), buf.size()));
-  }
-  close(sv[0]);
-  close(sv[1]);
+  tlkbench::bare_round_trip(state, f.request, f.reply);
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
 }
 BENCHMARK_CAPTURE(BM_BareRoundTrip, plain, false)->Apply(sizes);
