@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds everything and runs every test: the unit tests (g++), the same tests under AddressSanitizer
-# and UndefinedBehaviorSanitizer (clang), the codec tests in a 32-bit build, a bounded fuzz run of
+# and UndefinedBehaviorSanitizer (clang), the codec and core tests in a 32-bit build, a bounded fuzz run of
 # the decoders, the install test, and the benchmarks once as a smoke run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -20,7 +20,7 @@ cmake --preset sanitize >/dev/null
 cmake --build --preset sanitize
 ctest --preset sanitize
 
-step "codec tests in the 32-bit build (the target's in-memory layout)"
+step "codec and core tests in the 32-bit build (the target's in-memory layout)"
 cmake --preset m32 >/dev/null
 cmake --build --preset m32
 ctest --preset m32
