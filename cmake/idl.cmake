@@ -10,6 +10,7 @@ set(TARLINK_SCHEMA_FILES
   ${TARLINK_SCHEMA_DIR}/address.schema
   ${TARLINK_SCHEMA_DIR}/acc_cntl.schema
   ${TARLINK_SCHEMA_DIR}/interface.schema
+  ${TARLINK_SCHEMA_DIR}/attachments.schema
   CACHE INTERNAL "the record schema")
 
 if(NOT TARGET idlgen)

@@ -11,6 +11,7 @@
 namespace tarsim {
 namespace {
 
+constexpr uint8_t kIfdType = 5;
 constexpr uint8_t kIflType = 6;
 constexpr uint8_t kErrType = 109;
 
@@ -55,6 +56,7 @@ void Kernel::seed_default_objects() {
     ifl.generation = 1;
     add_ifl(ifl);
   }
+  seed_default_devices();
 }
 
 void Kernel::add_ifl(const Ifl &ifl) {
@@ -129,6 +131,10 @@ void Kernel::answer_frame(Session &s, std::span<const uint8_t> frame) {
     return;
   }
   const auto *hdr = static_cast<const tlk_hdr *>(choice.tlkm_msg);
+  if (choice.tlkm_type == kIfdType) {
+    answer_device(s, choice, tlv);
+    return;
+  }
   if (choice.tlkm_type != kIflType) return;  // other families come with their stores
   const auto &req = *static_cast<const ifl_msg *>(choice.tlkm_msg);
   if (hdr->tlkh_op != TLK_OP_GET && hdr->tlkh_op != TLK_OP_GETNEXT) return;

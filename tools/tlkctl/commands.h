@@ -19,6 +19,10 @@ int run_demo(int argc, char **argv);
 int run_monitor(int argc, char **argv);
 // Demo step: a second session hears a change that a first one makes; a third doesn't.  0 if so.
 int demo_async(tarsim::Kernel &kernel);
+// tlkctl show devices: the simulated chassis in an aligned table.
+int run_show(int argc, char **argv);
+// Demo step: the kernel takes a device's link down and a listening session hears it.  0 if so.
+int demo_device_down(tarsim::Kernel &kernel);
 
 // One notification on one line: "notify seq=N type=NAME(T) op=OP len=L".
 void print_notification(FILE *out, const void *msg);

@@ -128,10 +128,13 @@ int run_demo(int, char **) {
   section("5. A second session hears a change, a third that doesn't listen doesn't");
   if (demo_async(kernel) != 0) return 1;
 
-  section("6. Memory accounting while the session is open");
+  section("6. A device goes down and a listening session hears it");
+  if (demo_device_down(kernel) != 0) return 1;
+
+  section("7. Memory accounting while the session is open");
   print_memory(stdout);
 
-  section("7. Close in order: socket first, then everything the session holds");
+  section("8. Close in order: socket first, then everything the session holds");
   tarvik_close(c);
   print_memory(stdout);
   int32_t outstanding = 0;

@@ -13,6 +13,7 @@ constexpr char kUsage[] =
     "  demo      open a session, negotiate versions, exchange a raw request and reply,\n"
     "            show the memory accounting, close in order\n"
     "  monitor   print notifications as they arrive; --demo N: a second session makes N changes\n"
+    "  show devices  list the simulated chassis: name, index, flags, media kind, addresses\n"
     "  help      this text (also -h, --help)\n";
 
 struct Command {
@@ -23,6 +24,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"demo", tlkctl::run_demo},
     {"monitor", tlkctl::run_monitor},
+    {"show", tlkctl::run_show},
 };
 
 }  // namespace

@@ -43,15 +43,18 @@ uint32_t word_at(const void *data, unsigned index) {
 }
 
 // The decoders' allocation callback: bump allocation from the arena, 4-byte granules, never freed.
+// Each block starts 8-aligned: records with 64-bit fields (8-aligned on every target) and, on a
+// 64-bit host, records with pointers may follow a block of an odd number of words.
 void *arena_alloc(uint32_t size, void *context) {
   auto *arena = static_cast<Arena *>(context);
   const uint64_t rounded = (static_cast<uint64_t>(size) + 3u) & ~uint64_t{3};
-  if (arena->used + rounded > arena->size) {
-    if (arena->wanted < arena->used + rounded) arena->wanted = arena->used + rounded;
+  const uint64_t start = (uint64_t{arena->used} + 7u) & ~uint64_t{7};
+  if (start + rounded > arena->size) {
+    if (arena->wanted < start + rounded) arena->wanted = start + rounded;
     return nullptr;
   }
-  void *p = arena->base + arena->used;
-  arena->used += static_cast<uint32_t>(rounded);
+  void *p = arena->base + start;
+  arena->used = static_cast<uint32_t>(start + rounded);
   return p;
 }
 
