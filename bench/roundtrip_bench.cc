@@ -96,7 +96,7 @@ void BM_IflmEncodeDecodeOnly(benchmark::State &state) {
   req->iflm_hdr.tlkh_type = 6;
   req->iflm_hdr.tlkh_version = 'k';
   req->iflm_index.idx = 71;
-  static char name[] = "ge-0/0/0";
+  static char name[] = "ge0";
   req->iflm_name = reinterpret_cast<uint8_t *>(name);
   req->iflm_name_len = sizeof name;
   for (auto _ : state) {

@@ -12,6 +12,7 @@ set(TARLINK_SCHEMA_FILES
   ${TARLINK_SCHEMA_DIR}/interface.schema
   ${TARLINK_SCHEMA_DIR}/gencfg.schema
   ${TARLINK_SCHEMA_DIR}/firewall.schema
+  ${TARLINK_SCHEMA_DIR}/attachments.schema
   CACHE INTERNAL "the record schema")
 
 if(NOT TARGET idlgen)

@@ -61,7 +61,7 @@ int main(int argc, char **argv) {
 
   /* Some configuration text: it compresses well. */
   for (i = 0; i < BLOB_LEN; ++i)
-    blob[i] = (unsigned char)("set interfaces ge-0/0/0 unit 0;\n"[i % 32]);
+    blob[i] = (unsigned char)("iface ge0 mtu 1500 state up;  \n"[i % 32]);
 
   gencfg_t record;
   memset(&record, 0, sizeof record);

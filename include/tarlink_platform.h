@@ -60,6 +60,11 @@ typedef struct tlk_platform {
   int (*evMainLoopSyncSighdl)(evContext ctx);
   int (*evDestroy)(evContext ctx);
   int (*evBreak)(evContext ctx);
+  /* The product the library runs on: a record whose second u16 is the model number, or NULL
+   * when unknown (the host default); and whether the platform is of the variant family (0 on the
+   * host). */
+  const void *(*product_info_data)(void);
+  int (*product_is_platform_varn)(int a, int b);
 } tlk_platform;
 
 /* The table in force. */

@@ -20,6 +20,7 @@
 #include <stdint.h>
 
 #include <compare>
+#include <array>
 #include <functional>
 #include <map>
 #include <memory>
@@ -31,6 +32,8 @@
 #include "tarlink_platform.h"
 
 #define TARSIM_EXPORT __attribute__((visibility("default")))
+
+struct tlk_msg;
 
 namespace tarsim {
 
@@ -167,7 +170,7 @@ class TARSIM_EXPORT Kernel {
   // Framed requests are decoded with the library's own codecs and answered in the encoding they
   // came in, unless on_frame() installed a handler of the test's own.  A get or getnext of a
   // logical interface (type 6) is answered from the store below, which starts with a small
-  // chassis: ge-0/0/0 units 0 and 100, ge-0/0/1 unit 0, xe-1/0/0 units 0 and 200, lo0 unit 0.
+  // chassis: ge0 units 0 and 100, ge1 unit 0, xe0 units 0 and 200, lo0 unit 0.
   // A key the store doesn't hold is refused with a raw "tlk-err" (type 109) whose body is a
   // TlkErr with final_err ENOENT; a client's framed read then gives EOPNOTSUPP, the answer
   // for "a raw message in hand".  A marker (type 102) with op get is sent back as it came.
@@ -274,6 +277,70 @@ class TARSIM_EXPORT Kernel {
   // A change made by the kernel itself: op add or change stores `entry`, op delete removes its
   // key; either way every listening session hears it.  The number of sessions reached.
   size_t gencfg_change(uint8_t op, const GencfgEntry &entry);
+  // --- Devices (sim/devices.cc) -------------------------------------------------------------
+  // Devices start as a small chassis: mgmt0 (1), lo0 (6), ge0 to ge3 (130 to 133),
+  // xe0 and xe1 (140, 141), et0 (150), ae0 and ae1 (160, 161), sonet0 (170), each
+  // with a media record, a hardware address (not lo0) and, on some, an IPv4 address.  A framed
+  // device request (type 5) is answered from this store:
+  // - a get or getnext by index (getnext: the next index), by SNMP id or by name; an unknown key
+  //   draws the raw "tlk-err" of the logical interfaces;
+  // - an add (op 1) of a free index creates the device from the request (name, flags, media kind
+  //   and MTU, addresses);
+  // - a change (op 2) takes the request's flags and device flags (and with ifdm_dinfotype 1 the
+  //   addresses it carries), or with ifdm_change 0x2000 and bit 0 of ifdm_point_mask ORs
+  //   ifdm_point_flags into the flags.
+  // Adds and changes draw no reply: they move the device's generation on and are sent as "ifdev"
+  // notifications (IDR) to every other listening session.  The system control
+  // { 4, 17, 0, 0, 3, 1 } reads every device as IDR frames back to back (unless set_sysctl
+  // installed a value of its own).  The media kind travels in the media record's first field.
+  enum MediaKind : uint16_t {
+    kMediaEthernet = 1,
+    kMediaSonet = 2,
+    kMediaAggregate = 3,
+    kMediaLoopback = 4
+  };
+  struct Device {
+    uint16_t index = 0;
+    uint32_t snmp_id = 0;
+    std::string name;
+    uint32_t flags = 0;  // IFF_UP (0x1) and friends
+    uint16_t devflags = 0;
+    uint32_t generation = 1;
+    uint16_t media = kMediaEthernet;
+    uint32_t mtu = 1514;
+    std::array<uint8_t, 6> mac{};  // all zero: no hardware address
+    uint32_t inet = 0;             // IPv4 address in host order, 0 for none
+    uint64_t in_packets = 0, out_packets = 0;
+    uint32_t alarms = 0;
+  };
+  void add_device(const Device &d);
+  void clear_devices() { devices_.clear(); }
+  const std::vector<Device> &devices() const { return devices_; }
+  const Device *find_device(uint16_t index) const;
+  const Device *find_device(const std::string &name) const;
+  // Changes a device as the kernel would on its own (a link going down, a flag set by another
+  // agent): the flags change, the generation moves on, and every listening session hears it.
+  // False for an unknown device.
+  bool change_device_flags(uint16_t index, uint32_t set, uint32_t clear);
+  bool set_link(const std::string &name, bool up);
+  // Raw device requests: "ifdstats" (type 15) get or getnext by index (offset 26) or by name
+  // (offset 72) is answered with the request's 72 bytes, the whole length made 88, and the
+  // device's input and output packet counts as two u64; a clear (op 6) zeroes them, without a
+  // reply.  With reply flag 128 or 64 in stat_flags (offset 58) the answer comes as a
+  // notification to the asking session instead, stat_flags and caller's cookie kept.
+  // "ifdalarm" (type 20) get by index (offset 24) or name (offset 48) is answered with the
+  // request's 48 bytes and the device's alarm word.  Unknown devices draw the "tlk-err".
+  bool set_device_counters(uint16_t index, uint64_t in, uint64_t out, uint32_t alarms);
+  // The product record the platform reports (model number in its second u16), none with
+  // nullopt; the default is model 2.  And whether the platform is of the variant family.
+  void set_product_model(std::optional<uint16_t> model);
+  void set_platform_varn(bool on) { varn_ = on; }
+  const void *product_record() const { return product_ ? product_->data() : nullptr; }
+  bool platform_varn() const { return varn_; }
+  // Device replies go out in TLV with every field present, whatever the request's encoding.
+  void set_device_replies_tlv(bool on) { device_tlv_ = on; }
+  // One device as the kernel sends it: a frame of an ifdev_msg with `op` and `seq`.
+  Bytes device_frame(const Device &d, uint8_t op, uint32_t seq, bool tlv) const;
 
   // --- Faults -----------------------------------------------------------------------------
   void fail_socket(int err);                              // the next socket() fails
@@ -327,6 +394,15 @@ class TARSIM_EXPORT Kernel {
   void answer_gencfg(Session &s, const gencfg_msg &req, bool tlv);
   void gencfg_notify(uint8_t op, const GencfgEntry &entry, int except_fd);
   std::map<GencfgKey, GencfgEntry> gencfg_;
+  void seed_default_devices();
+  void answer_device(Session &s, const tlk_msg &choice, bool request_tlv);
+  void device_changed(const Device &d, int except_fd);
+  Bytes device_list() const;
+  std::vector<Device> devices_;
+  bool device_tlv_ = false;
+  bool answer_device_raw(Session &s, const Request &req);
+  std::optional<std::array<uint16_t, 2>> product_ = std::array<uint16_t, 2>{0, 2};
+  bool varn_ = false;
   void note(int fd, bool to_kernel, std::span<const uint8_t> bytes);
 
   tlk_platform previous_{};

@@ -139,6 +139,13 @@ int sim_sysctlbyname(const char *name, void *oldp, size_t *oldlenp, const void *
   return g_kernel->sysctl_by_name(name, oldp, oldlenp, newp, newlen);
 }
 
+const void *sim_product_info_data() {
+  return g_kernel->product_record();
+}
+int sim_product_is_platform_varn(int, int) {
+  return g_kernel->platform_varn() ? 1 : 0;
+}
+
 // Copies a value out by the usual rules: size only with no buffer, ENOMEM when it doesn't fit.
 int copy_out(const Bytes &value, void *oldp, size_t *oldlenp) {
   if (oldlenp == nullptr) {
@@ -189,6 +196,8 @@ Kernel::Kernel() : previous_(*tlk_platform_get()), version_reply_(default_versio
   table.setsockopt = sim_setsockopt;
   table.sysctl = sim_sysctl;
   table.sysctlbyname = sim_sysctlbyname;
+  table.product_info_data = sim_product_info_data;
+  table.product_is_platform_varn = sim_product_is_platform_varn;
   tlk_platform_set(&table);
 }
 
@@ -250,6 +259,15 @@ int Kernel::sysctl_by_mib(const int *mib, unsigned len, void *oldp, size_t *oldl
     return -1;
   }
   auto it = sysctl_mibs_.find(std::vector<int>(mib, mib + len));
+  if (it == sysctl_mibs_.end() &&
+      std::vector<int>(mib, mib + len) == std::vector<int>{4, 17, 0, 0, 3, 1}) {
+    // The device list, as it stands at the time of the call.
+    if (newp != nullptr) {
+      errno = EPERM;
+      return -1;
+    }
+    return copy_out(device_list(), oldp, oldlenp);
+  }
   if (it == sysctl_mibs_.end()) {
     errno = ENOENT;
     return -1;
@@ -486,6 +504,7 @@ void Kernel::take_message(Session &s, std::span<const uint8_t> msg) {
 
 void Kernel::answer_builtin(Session &s, const Request &req) {
   constexpr uint8_t kTarlinkStats = 26;
+  if (answer_device_raw(s, req)) return;
   if (req.type != kTarlinkStats || req.op != TLK_OP_GET) return;
   uint32_t open = 0;
   for (const auto &p : by_fd_) open += p ? 1 : 0;

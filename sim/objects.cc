@@ -12,6 +12,7 @@
 namespace tarsim {
 namespace {
 
+constexpr uint8_t kIfdType = 5;
 constexpr uint8_t kIflType = 6;
 constexpr uint8_t kMarkerType = 102;
 constexpr uint8_t kGencfgType = TLK_GENCFG_TYPE;
@@ -46,8 +47,8 @@ void Kernel::seed_default_objects() {
     const char *device;
     uint16_t devidx;
     uint32_t unit, index;
-  } seed[] = {{"ge-0/0/0", 130, 0, 70}, {"ge-0/0/0", 130, 100, 71}, {"ge-0/0/1", 131, 0, 72},
-              {"xe-1/0/0", 140, 0, 80}, {"xe-1/0/0", 140, 200, 81}, {"lo0", 6, 0, 16}};
+  } seed[] = {{"ge0", 130, 0, 70}, {"ge0", 130, 100, 71}, {"ge1", 131, 0, 72},
+              {"xe0", 140, 0, 80}, {"xe0", 140, 200, 81}, {"lo0", 6, 0, 16}};
   for (const auto &s : seed) {
     Ifl ifl;
     ifl.device = s.device;
@@ -59,6 +60,7 @@ void Kernel::seed_default_objects() {
     ifl.generation = 1;
     add_ifl(ifl);
   }
+  seed_default_devices();
 }
 
 void Kernel::add_ifl(const Ifl &ifl) {
@@ -158,6 +160,10 @@ void Kernel::answer_frame(Session &s, std::span<const uint8_t> frame) {
   }
   if (choice.tlkm_type == kGencfgType) {
     answer_gencfg(s, *static_cast<const gencfg_msg *>(choice.tlkm_msg), tlv);
+    return;
+  }
+  if (choice.tlkm_type == kIfdType) {
+    answer_device(s, choice, tlv);
     return;
   }
   if (choice.tlkm_type != kIflType) return;  // other families come with their stores

@@ -252,6 +252,61 @@ TEST_F(EnvelopeTest, AttachmentListHolds128AndRefusesThe129th) {
   tarvik_msg_free(c, m);
 }
 
+TEST_F(EnvelopeTest, DeviceMessageAttachmentsKeepTheirOrderInBothEncodings) {
+  // An ifdev_msg with four attachments: a known arm, a selector without an arm, an unknown
+  // selector (whose arm bytes are not sent) and a shared arm.
+  const uint32_t sels[] = {1, 5, 0x7000001, 344};
+  alignas(8) static tlk_msg_info infos[4];
+  memset(infos, 0, sizeof infos);
+  for (int i = 0; i < 4; ++i) infos[i].tlkmi_type = sels[i];
+  static uint32_t words[2] = {77, 78};
+  infos[0].tlkmi_u.if_opcode.io_words = words;
+  infos[0].tlkmi_u.if_opcode.io_count = 2;
+  memset(&infos[2].tlkmi_u, 0xAB, 32);
+  const uint8_t mac[6] = {0x02, 0x54, 0x4c, 0x71, 0x12, 0x34};
+  memcpy(infos[3].tlkmi_u.ether_addr.octet, mac, 6);
+
+  for (bool tlv : {true, false}) {
+    auto *m = static_cast<ifdev_msg *>(tarvik_msg_malloc(c));
+    m->ifdm_hdr.tlkh_version = 'b';
+    m->ifdm_hdr.tlkh_type = 5;
+    m->ifdm_hdr.tlkh_op = TLK_OP_ADD;
+    m->ifdm_index = 141;
+    m->ifdm_generation = 9;
+    void *cursor = reinterpret_cast<uint8_t *>(m) + sizeof(ifdev_msg);
+    for (auto &info : infos) ASSERT_EQ(tlkm_info_user_add(m, &info, &cursor), 0);
+    ifdev_msg_tlvmap mask;
+    memset(&mask, 0, sizeof mask);
+    for (uint32_t *w : {&mask._w0, &mask._w1, &mask._w2, &mask._w3, &mask._w4, &mask._w5, &mask._w6,
+                        &mask._w7, &mask._w8})
+      *w = 0xFFFFFFFFu;
+    mask.ifdm_hdr._w0 =
+        0xFFFu;  // every header field and the attachment list; element maps null: full
+    void *frame = nullptr;
+    size_t len = 0;
+    ASSERT_EQ(tarvik_msg_idl_encode(c, m, tlv ? &mask : nullptr, &frame, &len), 0);
+    void *out = nullptr;
+    ASSERT_EQ(tarvik_msg_idl_decode(c, frame, len, &out, nullptr), 0) << tlv;
+    const auto *got = static_cast<const ifdev_msg *>(out);
+    EXPECT_EQ(got->ifdm_index, 141);
+    EXPECT_EQ(got->ifdm_generation, 9u);
+    ASSERT_EQ(got->ifdm_hdr.tlkh_info_len, 4u) << tlv;
+    for (int i = 0; i < 4; ++i)
+      EXPECT_EQ(got->ifdm_hdr.tlkh_info[i]->tlkmi_type, sels[i]) << tlv << i;
+    const auto &op = got->ifdm_hdr.tlkh_info[0]->tlkmi_u.if_opcode;
+    ASSERT_EQ(op.io_count, 2u);
+    EXPECT_EQ(op.io_words[0], 77u);
+    EXPECT_EQ(op.io_words[1], 78u);
+    EXPECT_EQ(memcmp(got->ifdm_hdr.tlkh_info[3]->tlkmi_u.ether_addr.octet, mac, 6), 0);
+    const uint8_t zero[32] = {};
+    EXPECT_EQ(memcmp(&got->ifdm_hdr.tlkh_info[2]->tlkmi_u, zero, sizeof zero), 0) << tlv;
+    EXPECT_EQ(memcmp(&got->ifdm_hdr.tlkh_info[1]->tlkmi_u, zero, sizeof zero), 0) << tlv;
+    tarvik_msg_idl_release(c, out, nullptr);
+    tarvik_msg_free(c, frame);
+    tarvik_msg_free(c, m);
+  }
+}
+
 // --- The framed read and write wrappers, over the simulated kernel's socket ----------------
 
 class WrapperTest : public EnvelopeTest {

@@ -349,6 +349,9 @@ TEST_F(EventTest, UndecodableFrameIsDroppedAndSeqStays) {
   set_u32(garbled, 0, TLK_MAGIC_IDR);
   set_u32(garbled, 4, 28);
   set_u32(garbled, 8, 5);
+  // A device header with one attachment and no bytes behind it: garbled (-1), not a wild count
+  // that would cost an arena failure first.
+  set_u32(garbled, 36, 1);
   const uint32_t seq = c->seq;
   ASSERT_TRUE(kernel.push(fd, cat({garbled, raw(5, 8, 0)})));
   EXPECT_EQ(tarvik_async_event_process(c), 0);

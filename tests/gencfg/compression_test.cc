@@ -281,11 +281,11 @@ TEST_F(GencfgTest, BulkDeleteLeavesItsFlagInTheRecord) {
 }
 
 TEST_F(GencfgTest, PrefixDeleteRemovesTheKeysThatStartWithIt) {
-  for (const char *k : {"ge-0/0/0", "ge-0/0/1", "ge-1/0/0", "xe-0/0/0", "ge-0"}) {
+  for (const char *k : {"eth0/0", "eth0/1", "eth1/0", "ten0/0", "eth0"}) {
     gencfg_t r = keyed(11, 1, k);
     ASSERT_EQ(tarvik_gencfg_add(c, &r), 0);
   }
-  gencfg_t r = keyed(11, 1, "ge-0/");
+  gencfg_t r = keyed(11, 1, "eth0/");
   void *m = nullptr;
   ASSERT_EQ(tarvik_gencfg_delete_prefix_key(c, &r, &m, nullptr), 0);
   EXPECT_EQ(r.flags, TLK_GENCFG_KEY | TLK_GENCFG_PREFIX_DELETE);
@@ -293,7 +293,7 @@ TEST_F(GencfgTest, PrefixDeleteRemovesTheKeysThatStartWithIt) {
   tarvik_msg_free(c, m);
   std::vector<std::string> left;
   for (const auto &[k, e] : kernel.gencfg_store()) left.emplace_back(k.key.begin(), k.key.end());
-  EXPECT_EQ(left, (std::vector<std::string>{"ge-0", "ge-1/0/0", "xe-0/0/0"}));
+  EXPECT_EQ(left, (std::vector<std::string>{"eth0", "eth1/0", "ten0/0"}));
 }
 
 // The read and write layer, the allocator and the counter, all the caller's.

@@ -108,7 +108,8 @@ bool all_zero(const void *p, size_t n) {
 size_t field_bytes(const Field &f) {
   switch (f.kind) {
     case Kind::kScalar: return f.width;
-    case Kind::kGrow64: return 8;
+    case Kind::kGrow64:
+      return f.width;
     case Kind::kAf: return 1;
     case Kind::kBytes: return f.aux;
     case Kind::kNested: return f.sub->size;
@@ -159,7 +160,9 @@ void fill_random(const Record &r, void *rec, void *map, std::mt19937 &rng, Pool 
     void *submap = map == nullptr ? nullptr : bytes(map, f.map_sub);
     switch (f.kind) {
       case Kind::kScalar: fill_bytes(p, f.width, rng); break;
-      case Kind::kGrow64: store(p, 8, rand64(rng)); break;
+      case Kind::kGrow64:
+        store(p, f.width, rand64(rng));
+        break;
       case Kind::kAf: *p = stable_families()[r32(rng) % stable_families().size()]; break;
       case Kind::kBits: bits_set(rec, f, r32(rng)); break;
       case Kind::kBytes: fill_bytes(p, f.aux, rng); break;

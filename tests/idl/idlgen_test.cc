@@ -31,9 +31,15 @@ TEST(Idlgen, SchemaErrorsNameFileAndLine) {
       {"duplicate_tag.schema", "duplicate_tag.schema:4: error: duplicate tag 7: 'c' and 'b'"},
       {"bad_bound.schema", "bad_bound.schema:2: error: bound of 'name' must be 1 to 65535"},
       {"unknown_type.schema", "unknown_type.schema:2: error: unknown record type 'nowhere'"},
-      {"bits_outside.schema", "bits_outside.schema:3: error: bits 'b' (at 6, width 3) do not fit their 8-bit storage word"},
+      {"bits_outside.schema",
+       "bits_outside.schema:3: error: bits 'b' (at 6, width 3) do not fit their 8-bit storage "
+       "word"},
       {"missing_end.schema", "missing_end.schema:2: error: record 'r' (line 1) lacks its 'end'"},
-      {"duplicate_selector.schema", "duplicate_selector.schema:3: error: selector 1 already has an arm (line 2)"},
+      {"duplicate_selector.schema",
+       "duplicate_selector.schema:3: error: selector 1 already has an arm (line 2)"},
+      {"bad_reserve.schema", "bad_reserve.schema:2: error: reserve needs a name and a byte count"},
+      {"bits_in_reserve.schema",
+       "bits_in_reserve.schema:3: error: storage word 'gap' is not declared before 'b'"},
       {"bad_mapspare.schema", "bad_mapspare.schema:1: error: mapspare must be 1 to 64 words"},
   };
   for (auto &c : cases) {

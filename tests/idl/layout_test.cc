@@ -16,18 +16,25 @@ struct Row {
 
 // The constants as exported for each record of the library schema.
 const Row kRows[] = {
-    {"tlk_hdr", tlv_rtti_sizeof_tlk_hdr_0, tlv_rtti_sizeof_map_tlk_hdr_0, idr_rtti_sizeof_tlk_hdr_0},
-    {"tlk_base", tlv_rtti_sizeof_tlk_base_0, tlv_rtti_sizeof_map_tlk_base_0, idr_rtti_sizeof_tlk_base_0},
-    {"tlk_msg", tlv_rtti_sizeof_tlk_msg_0, tlv_rtti_sizeof_map_tlk_msg_0, idr_rtti_sizeof_tlk_msg_0},
-    {"tlk_msg_info", tlv_rtti_sizeof_tlk_msg_info_0, tlv_rtti_sizeof_map_tlk_msg_info_0, idr_rtti_sizeof_tlk_msg_info_0},
+    {"tlk_hdr", tlv_rtti_sizeof_tlk_hdr_0, tlv_rtti_sizeof_map_tlk_hdr_0,
+     idr_rtti_sizeof_tlk_hdr_0},
+    {"tlk_base", tlv_rtti_sizeof_tlk_base_0, tlv_rtti_sizeof_map_tlk_base_0,
+     idr_rtti_sizeof_tlk_base_0},
+    {"tlk_msg", tlv_rtti_sizeof_tlk_msg_0, tlv_rtti_sizeof_map_tlk_msg_0,
+     idr_rtti_sizeof_tlk_msg_0},
+    {"tlk_msg_info", tlv_rtti_sizeof_tlk_msg_info_0, tlv_rtti_sizeof_map_tlk_msg_info_0,
+     idr_rtti_sizeof_tlk_msg_info_0},
     {"tlk_marker_msg", tlv_rtti_sizeof_tlk_marker_msg_0, tlv_rtti_sizeof_map_tlk_marker_msg_0,
      idr_rtti_sizeof_tlk_marker_msg_0},
     {"prefix", tlv_rtti_sizeof_prefix_0, tlv_rtti_sizeof_map_prefix_0, idr_rtti_sizeof_prefix_0},
-    {"rtb_seq", tlv_rtti_sizeof_rtb_seq_0, tlv_rtti_sizeof_map_rtb_seq_0, idr_rtti_sizeof_rtb_seq_0},
-    {"rtb_rpf_info", tlv_rtti_sizeof_rtb_rpf_info_0, tlv_rtti_sizeof_map_rtb_rpf_info_0, idr_rtti_sizeof_rtb_rpf_info_0},
+    {"rtb_seq", tlv_rtti_sizeof_rtb_seq_0, tlv_rtti_sizeof_map_rtb_seq_0,
+     idr_rtti_sizeof_rtb_seq_0},
+    {"rtb_rpf_info", tlv_rtti_sizeof_rtb_rpf_info_0, tlv_rtti_sizeof_map_rtb_rpf_info_0,
+     idr_rtti_sizeof_rtb_rpf_info_0},
     {"acc_cntl_msg_ifl_status", tlv_rtti_sizeof_acc_cntl_msg_ifl_status_0,
      tlv_rtti_sizeof_map_acc_cntl_msg_ifl_status_0, 0},
-    {"sdl_info", tlv_rtti_sizeof_sdl_info_0, tlv_rtti_sizeof_map_sdl_info_0, idr_rtti_sizeof_sdl_info_0},
+    {"sdl_info", tlv_rtti_sizeof_sdl_info_0, tlv_rtti_sizeof_map_sdl_info_0,
+     idr_rtti_sizeof_sdl_info_0},
     {"idl_sockaddr_dl", tlv_rtti_sizeof_idl_sockaddr_dl_0, tlv_rtti_sizeof_map_idl_sockaddr_dl_0,
      idr_rtti_sizeof_idl_sockaddr_dl_0},
     {"gencfg_msg", tlv_rtti_sizeof_gencfg_msg_0, tlv_rtti_sizeof_map_gencfg_msg_0, idr_rtti_sizeof_gencfg_msg_0},
@@ -38,6 +45,20 @@ const Row kRows[] = {
     {"gencfg_peer_index_type", tlv_rtti_sizeof_gencfg_peer_index_type_0,
      tlv_rtti_sizeof_map_gencfg_peer_index_type_0, idr_rtti_sizeof_gencfg_peer_index_type_0},
     {"dfw_msg", tlv_rtti_sizeof_dfw_msg_0, tlv_rtti_sizeof_map_dfw_msg_0, idr_rtti_sizeof_dfw_msg_0},
+    {"ifdev_msg", tlv_rtti_sizeof_ifdev_msg_0, tlv_rtti_sizeof_map_ifdev_msg_0,
+     idr_rtti_sizeof_ifdev_msg_0},
+    {"ifl_msg", tlv_rtti_sizeof_ifl_msg_0, tlv_rtti_sizeof_map_ifl_msg_0,
+     idr_rtti_sizeof_ifl_msg_0},
+    {"iff_msg", tlv_rtti_sizeof_iff_msg_0, tlv_rtti_sizeof_map_iff_msg_0,
+     idr_rtti_sizeof_iff_msg_0},
+    {"ifa_msg", tlv_rtti_sizeof_ifa_msg_0, tlv_rtti_sizeof_map_ifa_msg_0,
+     idr_rtti_sizeof_ifa_msg_0},
+    {"ifmedia", tlv_rtti_sizeof_ifmedia_0, tlv_rtti_sizeof_map_ifmedia_0,
+     idr_rtti_sizeof_ifmedia_0},
+    {"iffilter", tlv_rtti_sizeof_iffilter_0, tlv_rtti_sizeof_map_iffilter_0,
+     idr_rtti_sizeof_iffilter_0},
+    {"if_opcode", tlv_rtti_sizeof_if_opcode_0, tlv_rtti_sizeof_map_if_opcode_0,
+     idr_rtti_sizeof_if_opcode_0},
 };
 
 TEST(Layout, ConstantsMatchTheDescriptors) {
@@ -94,6 +115,22 @@ TEST(Layout, TargetSizes) {
     EXPECT_EQ(tlv_rtti_sizeof_dfw_msg_0, 80u);
     EXPECT_EQ(tlv_rtti_sizeof_map_dfw_msg_0, 16u);
     EXPECT_EQ(offsetof(dfw_msg, flav), 64u);
+    // The interface records.
+    const struct {
+      uint32_t size, map, want_size, want_map;
+      const char *name;
+    } ifrows[] = {
+        {tlv_rtti_sizeof_ifdev_msg_0, tlv_rtti_sizeof_map_ifdev_msg_0, 184, 72, "ifdev_msg"},
+        {tlv_rtti_sizeof_ifl_msg_0, tlv_rtti_sizeof_map_ifl_msg_0, 232, 72, "ifl_msg"},
+        {tlv_rtti_sizeof_iff_msg_0, tlv_rtti_sizeof_map_iff_msg_0, 304, 40, "iff_msg"},
+        {tlv_rtti_sizeof_ifa_msg_0, tlv_rtti_sizeof_map_ifa_msg_0, 152, 56, "ifa_msg"},
+        {tlv_rtti_sizeof_ifmedia_0, tlv_rtti_sizeof_map_ifmedia_0, 160, 20, "ifmedia"},
+        {tlv_rtti_sizeof_iffilter_0, tlv_rtti_sizeof_map_iffilter_0, 124, 4, "iffilter"},
+    };
+    for (auto &row : ifrows) {
+      EXPECT_EQ(row.size, row.want_size) << row.name;
+      EXPECT_EQ(row.map, row.want_map) << row.name;
+    }
   } else {
     // Natural host layout: pointers of 8 bytes.
     EXPECT_EQ(tlv_rtti_sizeof_tlk_hdr_0, 40u);

@@ -229,12 +229,21 @@ class Emitter {
           h << "  " << ctype(f.type) << " " << f.name << (f.width == 8 ? " TLK_IDL_ALIGN8" : "") << ";" << tag << "\n";
           break;
         case FieldKind::kGrow64:
-          h << "  uint64_t " << f.name << " TLK_IDL_ALIGN8; /* tag " << f.tag << ", growable */\n";
+          if (f.word_sized)
+            h << "  unsigned long " << f.name << "; /* tag " << f.tag
+              << ", growable, the platform word */\n";
+          else
+            h << "  uint64_t " << f.name << " TLK_IDL_ALIGN8; /* tag " << f.tag
+              << ", growable */\n";
           break;
         case FieldKind::kAf:
           h << "  uint8_t " << f.name << "; /* tag " << f.tag << ", address family */\n";
           break;
         case FieldKind::kStorage:
+          if (f.type.empty()) {
+            h << "  uint8_t " << f.name << "[" << f.count << "]; /* reserved, never travels */\n";
+            break;
+          }
           h << "  " << ctype(f.type) << " " << f.name << (f.width == 8 ? " TLK_IDL_ALIGN8" : "") << "; /* bit-field storage */\n";
           break;
         case FieldKind::kBits:
@@ -361,9 +370,11 @@ class Emitter {
         std::string word = "offsetof(" + map + ", _w" + std::to_string(ml.slots[i].word) + ")";
         std::string sub_off = composite(f) ? "offsetof(" + map + ", " + f.name + ")" : "0";
         std::string sub = composite(f) ? "&rec_" + f.type : "nullptr";
-        c << "    {" << f.tag << ", " << off << ", " << aux << ", " << word << ", " << sub_off << ", " << sub
-          << ", Kind::" << engine_kind(f) << ", " << f.width << ", " << ml.slots[i].bit << ", " << f.bit_off
-          << ", " << f.bit_width << "},  // " << f.name << "\n";
+        c << "    {" << f.tag << ", " << off << ", " << aux << ", " << word << ", " << sub_off
+          << ", " << sub << ", Kind::" << engine_kind(f) << ", "
+          << (f.word_sized ? std::string("sizeof(unsigned long)") : std::to_string(f.width)) << ", "
+          << ml.slots[i].bit << ", " << f.bit_off << ", " << f.bit_width << "},  // " << f.name
+          << "\n";
       }
       c << "};\n";
       c << "static const uint16_t tags_" << n << "[" << (max_tag + 1) << "] = {";
@@ -388,6 +399,7 @@ class Emitter {
     if (r.net || r.is_choice || r.custom || r.fields.empty()) return false;
     for (auto &f : r.fields) {
       if (f.kind != FieldKind::kScalar && f.kind != FieldKind::kGrow64 && f.kind != FieldKind::kBytes) return false;
+      if (f.word_sized) return false;  // its memory width differs from its wire width on the target
     }
     return true;
   }

@@ -88,9 +88,10 @@ bool parse_field(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
     f.kind = FieldKind::kScalar;
     f.type = kw;
     f.width = static_cast<uint32_t>(scalar_width(kw, f.is_signed));
-  } else if (kw == "grow64") {
+  } else if (kw == "grow64" || kw == "growlong") {
     f.kind = FieldKind::kGrow64;
     f.width = 8;
+    f.word_sized = kw == "growlong";
   } else if (kw == "af") {
     f.kind = FieldKind::kAf;
     f.width = 1;
@@ -102,6 +103,16 @@ bool parse_field(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
     if (f.width == 0 || sg) { cx.error("storage width must be u8, u16, u32 or u64, not '" + t[2] + "'"); return false; }
     f.type = t[2];
     if (t.size() > 3) { cx.error("unexpected words after storage"); return false; }
+    rec.fields.push_back(f);
+    return true;
+  } else if (kw == "reserve") {
+    // Room in the in-memory record that never travels: no tag, no map bit.
+    f.kind = FieldKind::kStorage;
+    if (t.size() != 3 || !valid_ident(t[1]) || !parse_u32(t[2], f.count) || f.count == 0) {
+      cx.error("reserve needs a name and a byte count");
+      return false;
+    }
+    f.name = t[1];
     rec.fields.push_back(f);
     return true;
   } else if (kw == "bits") {
@@ -188,7 +199,7 @@ bool parse_field(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
     f.storage = o.kv["in"];
     const Field *st = nullptr;
     for (auto &g : rec.fields) {
-      if (g.kind == FieldKind::kStorage && g.name == f.storage) st = &g;
+      if (g.kind == FieldKind::kStorage && !g.type.empty() && g.name == f.storage) st = &g;
     }
     if (st == nullptr) { cx.error("storage word '" + f.storage + "' is not declared before '" + name + "'"); return false; }
     if (f.bit_width == 0 || f.bit_width > 32 || f.bit_off + f.bit_width > st->width * 8) {

@@ -21,7 +21,9 @@ struct Field {
   std::string count_name; // counted kinds: the u32 count word
   bool count_first = false;
   bool by_ptr = false;    // list of pointers
-  std::string storage;    // bit-field: its storage word
+  bool word_sized = false;  // growable kept in the platform word (unsigned long) in memory
+  std::string
+      storage;  // bit-field: its storage word; a storage entry without a type is reserved room
   uint32_t bit_off = 0, bit_width = 0;
   std::string file;
   int line = 0;

@@ -29,6 +29,10 @@ int run_monitor(int argc, char **argv);
 int demo_async(tarsim::Kernel &kernel);
 // Demo step: 100,000 objects in bulk and as many one by one, rates side by side.  0 if all taken.
 int demo_bulk(tarsim::Kernel &kernel);
+// tlkctl show devices: the simulated chassis in an aligned table.
+int run_show(int argc, char **argv);
+// Demo step: the kernel takes a device's link down and a listening session hears it.  0 if so.
+int demo_device_down(tarsim::Kernel &kernel);
 
 // One notification on one line: "notify seq=N type=NAME(T) op=OP len=L".
 void print_notification(FILE *out, const void *msg);

@@ -77,8 +77,8 @@ int read_logical_interfaces(tarvik_cookie *c) {
   }
   print_ifl(msg);
   tarvik_msg_idl_release(c, msg, nullptr);
-  printf("  by name xe-1/0/0 unit 200:\n");
-  err = tarvik_iflm_get_by_name(c, "xe-1/0/0", 200, TLK_OP_GET, &msg, nullptr);
+  printf("  by name xe0 unit 200:\n");
+  err = tarvik_iflm_get_by_name(c, "xe0", 200, TLK_OP_GET, &msg, nullptr);
   if (err != 0) {
     printf("  failed: %d\n", err);
     return 1;
@@ -128,16 +128,19 @@ int run_demo(int, char **) {
   section("5. A second session hears a change, a third that doesn't listen doesn't");
   if (demo_async(kernel) != 0) return 1;
 
-  section("6. A large configuration blob, compressed by the caller's callbacks");
+  section("6. A device goes down and a listening session hears it");
+  if (demo_device_down(kernel) != 0) return 1;
+
+  section("7. A large configuration blob, compressed by the caller's callbacks");
   if (demo_gencfg(kernel, c) != 0) return 1;
 
-  section("7. Many objects: one write per batch against one write per object");
+  section("8. Many objects: one write per batch against one write per object");
   if (demo_bulk(kernel) != 0) return 1;
 
-  section("8. Memory accounting while the session is open");
+  section("9. Memory accounting while the session is open");
   print_memory(stdout);
 
-  section("9. Close in order: socket first, then everything the session holds");
+  section("10. Close in order: socket first, then everything the session holds");
   tarvik_close(c);
   print_memory(stdout);
   int32_t outstanding = 0;

@@ -15,6 +15,7 @@ constexpr char kUsage[] =
     "  monitor   print notifications as they arrive; --demo N: a second session makes N changes\n"
     "  gencfg    add, get, walk and delete configuration blobs (zlib with --compress);\n"
     "            'tlkctl gencfg --help' for the details\n"
+    "  show devices  list the simulated chassis: name, index, flags, media kind, addresses\n"
     "  help      this text (also -h, --help)\n";
 
 struct Command {
@@ -26,6 +27,7 @@ constexpr Command kCommands[] = {
     {"demo", tlkctl::run_demo},
     {"monitor", tlkctl::run_monitor},
     {"gencfg", tlkctl::run_gencfg},
+    {"show", tlkctl::run_show},
 };
 
 }  // namespace

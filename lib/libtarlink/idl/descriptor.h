@@ -14,7 +14,8 @@ namespace tlk::idl {
 // idr_engine.cc.
 enum class Kind : uint8_t {
   kScalar,      // u8/u16/u32/u64 (signed or not) at `offset`, `width` bytes
-  kGrow64,      // u64 at `offset`; TLV decode accepts a 1, 2, 4 or 8-byte value and widens it
+  kGrow64,      // `width`-byte unsigned at `offset` (8, or the platform word), 8 bytes on the wire;
+                // TLV decode accepts a 1, 2, 4 or 8-byte value and widens it
   kAf,          // u8 address family; TLV maps it through tlk_encode_af/tlk_decode_af
   kBits,        // bit-field member: `bit_width` bits at `bit_off` of the storage word at `offset`
                 // (`width` is the storage word's size); travels as u8 if bit_width <= 8, else u32

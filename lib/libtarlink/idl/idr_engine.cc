@@ -73,8 +73,8 @@ uint32_t idr_encode(const Record &r, const void *rec, uint8_t *buf, uint32_t len
       case Kind::kScalar:
         off = put_scalar(w, off, f.width, load(p, f.width), r.net);
         break;
-      case Kind::kGrow64:
-        off = put_scalar(w, off, 8, load(p, 8), r.net);
+      case Kind::kGrow64:  // 8 bytes on the wire, whatever its width in memory
+        off = put_scalar(w, off, 8, load(p, f.width), r.net);
         break;
       case Kind::kAf:  // the host's number, unmapped
         off = put_scalar(w, off, 1, *p, r.net);
@@ -188,7 +188,10 @@ int32_t idr_decode(const Record &r, void *rec, const uint8_t *data, uint32_t len
         off = align_up(off, scalar_align(width));
         if (!fits(width)) return -1;
         uint64_t v = from_wire(data + off, width, r.net);
-        if (f.kind == Kind::kBits) bits_set(rec, f, v); else store(p, f.kind == Kind::kGrow64 ? 8 : width, v);
+        if (f.kind == Kind::kBits)
+          bits_set(rec, f, v);
+        else
+          store(p, f.kind == Kind::kGrow64 ? f.width : width, v);
         off += width;
         break;
       }

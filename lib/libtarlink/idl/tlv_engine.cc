@@ -144,8 +144,8 @@ uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *
       case Kind::kScalar:
         off = scalar_item(w, off, r, f.tag, f.width, load(p, f.width));
         break;
-      case Kind::kGrow64:
-        off = scalar_item(w, off, r, f.tag, 8, load(p, 8));
+      case Kind::kGrow64:  // 8 bytes on the wire, whatever its width in memory
+        off = scalar_item(w, off, r, f.tag, 8, load(p, f.width));
         break;
       case Kind::kAf:
         off = scalar_item(w, off, r, f.tag, 1, tlk_encode_af(*p) & 0xFFu);
@@ -289,7 +289,9 @@ int32_t decode_field(const Record &r, const Field &f, void *rec, void *map, cons
       return 0;
     case Kind::kGrow64:
       // Any length other than 1, 2, 4 or 8 leaves the field zero, without an error.
-      store(p, 8, (vlen == 1 || vlen == 2 || vlen == 4 || vlen == 8) ? from_wire(v, vlen, r.net) : 0);
+      // A field kept in a 32-bit platform word keeps the low half of a wider value.
+      store(p, f.width,
+            (vlen == 1 || vlen == 2 || vlen == 4 || vlen == 8) ? from_wire(v, vlen, r.net) : 0);
       return 0;
     case Kind::kAf:
       if (vlen < 1) return -1;

@@ -48,6 +48,10 @@ void host_assert_fail(const char *expr, const char *file, int line, const char *
   ::abort();
 }
 
+// A Linux host is no router: no product record, no variant.
+const void *host_product_info_data() { return nullptr; }
+int host_product_is_platform_varn(int, int) { return 0; }
+
 constexpr tlk_platform kHost = {
     host_socket,     host_read,         host_write,  host_recv,        host_close,
     host_fcntl,      host_getsockopt,   host_setsockopt, host_sysctl,  host_sysctlbyname,
@@ -56,6 +60,7 @@ constexpr tlk_platform kHost = {
     // The event loop: the library's own (platform/eventlib.cc).
     evlib::create,   evlib::select_fd,  evlib::deselect_fd, evlib::main_loop,
     evlib::main_loop_sync_sighdl, evlib::destroy, evlib::brk,
+    host_product_info_data, host_product_is_platform_varn,
 };
 
 }  // namespace

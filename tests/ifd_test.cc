@@ -1,0 +1,365 @@
+// Device operations against the simulated kernel: reads by each key in both reply encodings,
+// the list of all devices, the read-modify-write change and the point change, and a change
+// heard by another session.
+#include <errno.h>
+#include <string.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "harness.h"
+
+namespace tlktest {
+namespace {
+
+using tarsim::Bytes;
+
+const ifdev_msg &ifd(const void *m) {
+  return *static_cast<const ifdev_msg *>(m);
+}
+std::string name_of(const ifdev_msg &m) {
+  return m.ifdm_name ? std::string(reinterpret_cast<const char *>(m.ifdm_name)) : "";
+}
+
+// Device notifications heard by a session: index, flags and generation of each.
+struct Heard {
+  struct Entry {
+    uint16_t index;
+    uint32_t flags, generation;
+    uint8_t op;
+  };
+  std::vector<Entry> entries;
+  static int handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
+    const ifdev_msg &m = ifd(msg);
+    static_cast<Heard *>(arg)->entries.push_back(
+        {m.ifdm_index, m.ifdm_flags, m.ifdm_generation, m.ifdm_hdr.tlkh_op});
+    tarvik_msg_idl_release(cookie, msg, nullptr);
+    return 0;
+  }
+};
+
+class IfdTest : public OneSessionTest {
+ protected:
+  // The last request the kernel saw, decoded (released by the caller with tarvik_msg_idl_release).
+  ifdev_msg *last_request() {
+    const auto &rec = kernel.recorded();
+    for (auto it = rec.rbegin(); it != rec.rend(); ++it) {
+      if (!it->to_kernel) continue;
+      void *m = nullptr;
+      if (tarvik_msg_idl_decode(c, it->bytes.data(), it->bytes.size(), &m, nullptr) != 0)
+        return nullptr;
+      return static_cast<ifdev_msg *>(m);
+    }
+    return nullptr;
+  }
+  // A second session that listens for device changes.
+  tarvik_cookie *listener(Heard &heard) {
+    tarvik_cookie *l = open_session(8);
+    EXPECT_EQ(tarvik_set_async_info_nocontext(l, nullptr), 0);
+    EXPECT_EQ(tarvik_ifdm_async_register(l, &heard, Heard::handler), 0);
+    return l;
+  }
+};
+
+TEST_F(IfdTest, ReadsByEachKeyInBothReplyEncodings) {
+  const struct {
+    const char *how;
+    std::function<int(tarvik_cookie *, void **, void **)> get;
+  } keys[] = {
+      {"index", [](tarvik_cookie *k, void **o,
+                   void **m) { return tarvik_ifdm_get_by_index(k, 140, TLK_OP_GET, o, m); }},
+      {"name", [](tarvik_cookie *k, void **o,
+                  void **m) { return tarvik_ifdm_get_by_name(k, "xe0", TLK_OP_GET, o, m); }},
+      {"snmp", [](tarvik_cookie *k, void **o,
+                  void **m) { return tarvik_ifdm_get_by_snmp_index(k, 640, TLK_OP_GET, o, m); }},
+  };
+  for (bool tlv : {false, true}) {
+    kernel.set_device_replies_tlv(tlv);
+    for (auto &key : keys) {
+      void *m = nullptr, *mask = nullptr;
+      ASSERT_EQ(key.get(c, &m, &mask), 0) << key.how << tlv;
+      const ifdev_msg &d = ifd(m);
+      EXPECT_EQ(d.ifdm_index, 140) << key.how;
+      EXPECT_EQ(name_of(d), "xe0") << key.how;
+      EXPECT_EQ(d.ifdm_snmp_id.idx, 640u);
+      EXPECT_EQ(d.ifdm_flags & 1u, 1u);
+      EXPECT_EQ(d.ifdm_generation, 1u);
+      ASSERT_EQ(d.ifdm_media_len, 1u);
+      EXPECT_EQ(d.ifdm_media[0].ifm_mtu, 9192u);
+      EXPECT_EQ(d.ifdm_media[0].ifm_f48, tarsim::Kernel::kMediaEthernet);
+      ASSERT_EQ(d.ifdm_addr_len, 1u);
+      const Bytes inet = {16, 2, 0, 0, 10, 1, 0, 1};
+      EXPECT_EQ(memcmp(d.ifdm_addr[0].sai_addr, inet.data(), inet.size()), 0) << key.how;
+      ASSERT_EQ(d.ifdm_haddr_len, 1u);
+      EXPECT_EQ(d.ifdm_haddr[0].sai_addr[1], 18);
+      EXPECT_EQ(d.ifdm_haddr[0].sai_addr[17], 140);  // the MAC's last byte
+      EXPECT_EQ(mask != nullptr, tlv) << key.how;    // a map only comes with a TLV reply
+      tarvik_msg_idl_release(c, m, mask);
+    }
+  }
+}
+
+TEST_F(IfdTest, GetnextWalksEveryDeviceInIndexOrder) {
+  std::vector<uint16_t> seen;
+  uint32_t key = 0;
+  for (;;) {
+    void *m = nullptr;
+    const int err = tarvik_ifdm_get_by_index(c, key, TLK_OP_GETNEXT, &m, nullptr);
+    if (err != 0) {
+      EXPECT_EQ(err, EOPNOTSUPP);  // the kernel's "no such device" is a raw tlk-err
+      EXPECT_EQ(m, nullptr);
+      break;
+    }
+    key = ifd(m).ifdm_index;
+    seen.push_back(ifd(m).ifdm_index);
+    tarvik_msg_idl_release(c, m, nullptr);
+  }
+  std::vector<uint16_t> want;
+  for (const auto &d : kernel.devices()) want.push_back(d.index);
+  EXPECT_EQ(seen, want);
+  EXPECT_EQ(seen.size(), 12u);
+}
+
+TEST_F(IfdTest, RefusedAndBadArguments) {
+  void *m = reinterpret_cast<void *>(1);
+  const uint64_t before = kernel.requests(tarvik_getsockfd(c));
+  EXPECT_EQ(tarvik_ifdm_get_by_snmp_index(c, 640, TLK_OP_GETNEXT, &m, nullptr), EINVAL);
+  EXPECT_EQ(m, nullptr);
+  EXPECT_EQ(kernel.requests(tarvik_getsockfd(c)), before);  // nothing was sent
+  EXPECT_EQ(tarvik_ifdm_get_by_index(nullptr, 1, TLK_OP_GET, &m, nullptr), EINVAL);
+  EXPECT_EQ(tarvik_ifdm_get_by_index(c, 1, TLK_OP_GET, nullptr, nullptr), EINVAL);
+  EXPECT_EQ(tarvik_ifdm_get_by_name(c, nullptr, TLK_OP_GET, &m, nullptr), EINVAL);
+  EXPECT_EQ(tarvik_ifdm_get_by_index(c, 999, TLK_OP_GET, &m, nullptr), EOPNOTSUPP);
+  EXPECT_EQ(m, nullptr);
+  EXPECT_EQ(tarvik_ifdm_pointchange(c, 130, 1, nullptr, nullptr, 0), EINVAL);
+  EXPECT_EQ(tarvik_ifdm_change_flags(c, 999, 1, 0), EOPNOTSUPP);
+  EXPECT_EQ(tarvik_ifdm_get_all(c, nullptr), EINVAL);
+}
+
+TEST_F(IfdTest, LongNameIsCutTo59Characters) {
+  kernel.record(true);
+  const std::string longname(70, 'g');
+  void *m = nullptr;
+  EXPECT_EQ(tarvik_ifdm_get_by_name(c, longname.c_str(), TLK_OP_GET, &m, nullptr), EOPNOTSUPP);
+  ifdev_msg *req = last_request();
+  ASSERT_NE(req, nullptr);
+  EXPECT_EQ(req->ifdm_name_len, 60u);
+  EXPECT_EQ(name_of(*req), longname.substr(0, 59));
+  tarvik_msg_idl_release(c, req, nullptr);
+}
+
+TEST_F(IfdTest, GetAllListsTheChassisAsItStands) {
+  ASSERT_TRUE(kernel.set_link("ge1", false));
+  tarvik_msg_list_t *list = nullptr;
+  ASSERT_EQ(tarvik_ifdm_get_all(c, &list), 0);
+  ASSERT_NE(list, nullptr);
+  EXPECT_EQ(list->kind, TARVIK_MSG_LIST_DECODED);
+  EXPECT_EQ(list->type, 5);
+  ASSERT_EQ(list->count, kernel.devices().size());
+  for (int i = 0; i < list->count; ++i) {
+    const ifdev_msg &d = ifd(tarvik_msg_list_get_by_index(list, i));
+    const auto &want = kernel.devices()[static_cast<size_t>(i)];
+    EXPECT_EQ(d.ifdm_index, want.index);
+    EXPECT_EQ(name_of(d), want.name);
+    EXPECT_EQ(d.ifdm_flags, want.flags);
+    EXPECT_EQ(d.ifdm_generation, want.generation);
+  }
+  EXPECT_EQ(kernel.find_device("ge1")->flags & 1u, 0u);
+  EXPECT_EQ(kernel.find_device("ge1")->generation, 2u);
+  tarvik_msg_list_free(c, list);
+
+  // Logical interfaces have no list in this kernel: the control's errno comes back.
+  list = reinterpret_cast<tarvik_msg_list_t *>(1);
+  EXPECT_EQ(tarvik_ifxm_get_all(c, &list, 2), ENOENT);
+  EXPECT_EQ(list, nullptr);
+}
+
+TEST_F(IfdTest, ChangeFlagsSetsAndClearsAndAnotherSessionHearsIt) {
+  Heard heard;
+  tarvik_cookie *l = listener(heard);
+  const struct {
+    uint32_t flags;
+    int clear;
+    bool up_after;
+  } steps[] = {{0x1, 1, false}, {0x10, 0, false}, {0x1, 0, true}};
+  uint32_t generation = kernel.find_device(130)->generation;
+  for (auto &st : steps) {
+    const uint32_t before = kernel.find_device(130)->flags;
+    ASSERT_EQ(tarvik_ifdm_change_flags(c, 130, st.flags, st.clear), 0);
+    const auto *d = kernel.find_device(130);
+    EXPECT_EQ(d->flags, st.clear ? (before & ~st.flags) : (before | st.flags));
+    EXPECT_EQ((d->flags & 1u) != 0, st.up_after);
+    EXPECT_EQ(d->generation, ++generation);
+  }
+  while (tarvik_async_event_process(l) == 0) {
+  }
+  ASSERT_EQ(heard.entries.size(), 3u);
+  for (size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(heard.entries[i].index, 130);
+    EXPECT_EQ(heard.entries[i].op, TLK_OP_CHANGE);
+    EXPECT_EQ(heard.entries[i].generation, generation - 2 + i);
+  }
+  EXPECT_EQ(heard.entries.back().flags, kernel.find_device(130)->flags);
+  // The writer doesn't hear its own change: its socket is empty.
+  void *m = nullptr;
+  EXPECT_EQ(tarvik_long_msg_read_idl(c, &m, nullptr), EAGAIN);
+  tarvik_close(l);
+}
+
+TEST_F(IfdTest, KernelLinkDownReachesAListener) {
+  Heard heard;
+  tarvik_cookie *l = listener(heard);
+  ASSERT_TRUE(kernel.set_link("et0", false));
+  while (tarvik_async_event_process(l) == 0) {
+  }
+  ASSERT_EQ(heard.entries.size(), 1u);
+  EXPECT_EQ(heard.entries[0].index, 150);
+  EXPECT_EQ(heard.entries[0].flags & 1u, 0u);
+  EXPECT_EQ(heard.entries[0].generation, 2u);
+  tarvik_close(l);
+}
+
+void set_lr_bits(tarvik_cookie *, void *msg) {
+  static_cast<ifdev_msg *>(msg)->ifdm_f21 = 0x77;
+}
+
+TEST_F(IfdTest, PointChangeNamesOnlyWhatChanges) {
+  kernel.record(true);
+  Bytes run = {0xF4, 0x01, 8, 0, 1, 2, 3, 4};  // one input record of type 500
+  ASSERT_EQ(tarvik_ifdm_pointchange(c, 133, 0x1, set_lr_bits, run.data(),
+                                    static_cast<uint32_t>(run.size())),
+            0);
+  EXPECT_EQ(kernel.find_device(133)->flags & 1u, 1u);
+  ifdev_msg *req = last_request();
+  ASSERT_NE(req, nullptr);
+  EXPECT_EQ(req->ifdm_change, 0x2000u);
+  EXPECT_EQ(req->ifdm_point_mask, 1u);
+  EXPECT_EQ(req->ifdm_point_flags, 1u);
+  EXPECT_EQ(req->ifdm_flags, 1u);
+  EXPECT_EQ(req->ifdm_f21, 0x77);
+  EXPECT_EQ(req->ifdm_dinfotype, 1);
+  ASSERT_EQ(req->ifdm_hdr.tlkh_info_len, 1u);
+  EXPECT_EQ(req->ifdm_hdr.tlkh_info[0]->tlkmi_type, 0x70000FFu);  // no arm: the bare head
+  tarvik_msg_idl_release(c, req, nullptr);
+
+  // A forwarding-engine record: the 592 bytes behind the first four travel as arm 438.
+  Bytes fe(596, 0);
+  fe[0] = 438 & 0xFF;
+  fe[1] = 438 >> 8;
+  for (size_t i = 4; i < fe.size(); ++i) fe[i] = static_cast<uint8_t>(i);
+  ASSERT_EQ(
+      tarvik_ifdm_pointchange(c, 133, 0, nullptr, fe.data(), static_cast<uint32_t>(fe.size())), 0);
+  req = last_request();
+  ASSERT_NE(req, nullptr);
+  EXPECT_EQ(req->ifdm_point_mask, 0u);
+  ASSERT_EQ(req->ifdm_hdr.tlkh_info_len, 1u);
+  const auto &arm = req->ifdm_hdr.tlkh_info[0]->tlkmi_u.af_fe;
+  ASSERT_EQ(arm.af_len, 592u);
+  EXPECT_EQ(memcmp(arm.af_data, fe.data() + 4, 592), 0);
+  tarvik_msg_idl_release(c, req, nullptr);
+  EXPECT_EQ(tarvik_ifdm_pointchange(c, 133, 0, nullptr, fe.data(), 100), EINVAL);  // cut short
+}
+
+// Input records for the attachment builder: u16 type, u16 length with the header, data, padded.
+Bytes tlv_record(uint16_t type, const Bytes &data) {
+  const auto length = static_cast<uint16_t>(4 + data.size());
+  Bytes b = {static_cast<uint8_t>(type), static_cast<uint8_t>(type >> 8),
+             static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8)};
+  b.insert(b.end(), data.begin(), data.end());
+  while (b.size() % 4 != 0) b.push_back(0);
+  return b;
+}
+
+TEST_F(IfdTest, AddCreatesADeviceThatOthersHear) {
+  Heard heard;
+  tarvik_cookie *l = listener(heard);
+  kernel.record(true);
+  const Bytes inet = {16, 2, 0, 0, 192, 0, 2, 7, 0, 0, 0, 0, 0, 0, 0, 0};
+  const Bytes link = {20, 18, 0,    0,    0,    0,    0,    0,    0, 0,
+                      6,  0,  0x02, 0x11, 0x22, 0x33, 0x44, 0x55, 0, 0};
+  ifmedia media{};
+  media.ifm_mtu = 1600;
+  media.ifm_f48 = tarsim::Kernel::kMediaEthernet;
+  Bytes runs;
+  for (const Bytes &r :
+       {tlv_record(1, {1, 0, 0, 0, 2, 0, 0, 0}), tlv_record(4, {9, 9, 9, 9, 7, 0, 0, 0}),
+        tlv_record(500, {0xAA, 0xBB}), tlv_record(10, Bytes(8, 1)), tlv_record(451, {0xCC})})
+    runs.insert(runs.end(), r.begin(), r.end());
+  ASSERT_EQ(tarvik_ifdm_add_with_tlvs(c, "ge50", 300, 0x12, 0x8001, 0x40, &media, inet.data(),
+                                      link.data(), runs.data(), static_cast<uint32_t>(runs.size())),
+            0);
+  ifdev_msg *req = last_request();
+  ASSERT_NE(req, nullptr);
+  EXPECT_EQ(req->ifdm_hdr.tlkh_op, TLK_OP_ADD);
+  EXPECT_EQ(req->ifdm_hdr.tlkh_seq, 0u);  // an add draws no sequence number
+  EXPECT_EQ(req->ifdm_class_word, 0x12);
+  EXPECT_EQ(req->ifdm_sflags, 0x40u);
+  EXPECT_EQ(req->ifdm_dinfotype, 1);
+  ASSERT_EQ(req->ifdm_media_len, 1u);
+  EXPECT_EQ(req->ifdm_media[0].ifm_mtu, 1600u);
+  // Word list, inline, then the two unknown records gathered behind one 0x70000FF attachment;
+  // the structure of type 10 is dropped.
+  ASSERT_EQ(req->ifdm_hdr.tlkh_info_len, 3u);
+  const tlk_msg_info *const *info = req->ifdm_hdr.tlkh_info;
+  EXPECT_EQ(info[0]->tlkmi_type, 1u);
+  ASSERT_EQ(info[0]->tlkmi_u.if_opcode.io_count, 2u);
+  EXPECT_EQ(info[0]->tlkmi_u.if_opcode.io_words[1], 2u);
+  EXPECT_EQ(info[1]->tlkmi_type, 4u);
+  EXPECT_EQ(info[1]->tlkmi_u.if_pfe_options.ipo_flags, 0x09090909u);
+  EXPECT_EQ(info[1]->tlkmi_u.if_pfe_options.ipo_value, 7u);
+  EXPECT_EQ(info[2]->tlkmi_type, 0x70000FFu);
+  tarvik_msg_idl_release(c, req, nullptr);
+
+  const auto *d = kernel.find_device(300);
+  ASSERT_NE(d, nullptr);
+  EXPECT_EQ(d->name, "ge50");
+  EXPECT_EQ(d->mtu, 1600u);
+  EXPECT_EQ(d->inet, 0xC0000207u);
+  EXPECT_EQ(d->mac[5], 0x55);
+  while (tarvik_async_event_process(l) == 0) {
+  }
+  ASSERT_EQ(heard.entries.size(), 1u);
+  EXPECT_EQ(heard.entries[0].index, 300);
+  EXPECT_EQ(heard.entries[0].op, TLK_OP_ADD);
+  EXPECT_EQ(tarvik_ifdm_add(c, nullptr, 301, 0, nullptr, nullptr, nullptr), EINVAL);
+  ASSERT_EQ(tarvik_ifdm_add(c, "ge51", 301, 0, nullptr, nullptr, nullptr), 0);
+  EXPECT_NE(kernel.find_device(301), nullptr);
+  tarvik_close(l);
+}
+
+TEST_F(IfdTest, ChangeAddrSendsOnlyTheGivenAddresses) {
+  kernel.record(true);
+  const Bytes link = {20, 18, 0,    0,    0,    0,    0,    0,    0, 0,
+                      6,  0,  0x02, 0x99, 0x88, 0x77, 0x66, 0x55, 0, 0};
+  EXPECT_EQ(tarvik_ifdm_change_addr(c, 131, 0, nullptr, nullptr), EINVAL);
+  ASSERT_EQ(tarvik_ifdm_change_addr(c, 131, 0x4, nullptr, link.data()), 0);
+  ifdev_msg *req = last_request();
+  ASSERT_NE(req, nullptr);
+  EXPECT_EQ(req->ifdm_addr_len, 0u);
+  ASSERT_EQ(req->ifdm_haddr_len, 1u);
+  EXPECT_EQ(req->ifdm_dinfotype, 1);
+  EXPECT_EQ(req->ifdm_flags, 0x8001u);  // the flags as read: the argument has no effect
+  tarvik_msg_idl_release(c, req, nullptr);
+  EXPECT_EQ(kernel.find_device(131)->mac[1], 0x99);
+  EXPECT_EQ(kernel.find_device(131)->inet, 0x0A000101u);  // untouched
+  EXPECT_EQ(kernel.find_device(131)->generation, 2u);
+}
+
+TEST_F(IfdTest, ChangeTlvsCarriesTheRunAndTheFlagsAsRead) {
+  kernel.record(true);
+  EXPECT_EQ(tarvik_ifdm_change_tlvs(c, 140, 0, nullptr, 0), EINVAL);
+  const Bytes run = tlv_record(26, {5, 0, 0, 0});
+  ASSERT_EQ(tarvik_ifdm_change_tlvs(c, 140, 0x2, run.data(), static_cast<uint32_t>(run.size())), 0);
+  ifdev_msg *req = last_request();
+  ASSERT_NE(req, nullptr);
+  EXPECT_EQ(req->ifdm_hdr.tlkh_op, TLK_OP_CHANGE);
+  EXPECT_EQ(req->ifdm_flags, 0x8001u);
+  ASSERT_EQ(req->ifdm_hdr.tlkh_info_len, 1u);
+  EXPECT_EQ(req->ifdm_hdr.tlkh_info[0]->tlkmi_type, 26u);
+  EXPECT_EQ(req->ifdm_hdr.tlkh_info[0]->tlkmi_u.if_opcode.io_words[0], 5u);
+  tarvik_msg_idl_release(c, req, nullptr);
+}
+
+}  // namespace
+}  // namespace tlktest
