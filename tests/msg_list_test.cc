@@ -171,8 +171,14 @@ TEST_F(MsgListTest, BadFillsAreRefused) {
   memcpy(no_record.data(), head, 12);
   Bytes garbled = f;
   garbled.insert(garbled.end(), no_record.begin(), no_record.end());
+  // A second frame whose length word wraps to 4 in 32 bits: its claim is checked in full.
+  Bytes wrapping = f;
+  const uint32_t wrap_head[3] = {TLK_MAGIC_IDR, 0xFFFFFFF8u, 6};
+  wrapping.insert(wrapping.end(), reinterpret_cast<const uint8_t *>(wrap_head),
+                  reinterpret_cast<const uint8_t *>(wrap_head) + 12);
   const Case cases[] = {
       {"frame cut short", cut, EINVAL},
+      {"frame length that wraps", wrapping, EINVAL},
       {"raw message of length 0", raw_zero, EINVAL},
       {"raw run with a tail", raw_tail, EINVAL},
   };

@@ -13,6 +13,7 @@
 #include <string.h>
 
 #include "cookie.h"
+#include "idl/envelope.h"
 
 namespace {
 
@@ -42,7 +43,11 @@ int count_messages(const uint8_t *block, size_t length, uint32_t magic, uint32_t
     if (is_frame(magic)) {
       // Frame length: payload length plus the 12-byte head; with under 8 bytes left the
       // previous step stands.
-      if (left >= 8) step = word_at(p + 4) + 12;
+      if (left >= 8) {
+        const uint64_t whole = uint64_t{word_at(p + 4)} + 12;  // no wrap: a huge claim stays huge
+        if (whole > left) return EINVAL;
+        step = static_cast<uint32_t>(whole);
+      }
     } else {
       // A raw message shorter than its head is the rest of the block.
       step = left >= kRawHead ? word_at(p + 8) : static_cast<uint32_t>(left);
@@ -126,9 +131,12 @@ TLK_EXPORT int tarvik_msg_list_fillin(tarvik_cookie *cookie, tarvik_msg_list_t *
     if (is_frame(magic)) {
       if (left < 8) return EINVAL;
       const size_t whole = word_at(p + 4) + size_t{12};
+      if (whole > left) return EINVAL;
       void *msg = nullptr;
       void *arena = nullptr;
-      err = tarvik_msg_idl_decode(cookie, p, whole, &msg, &arena);
+      // Every message of the block stays alive at once: first arenas sized to the frame.
+      uint32_t frame = 0;
+      err = tlk::idl::decode_with_growth(cookie, p, whole, &msg, &arena, &frame, /*tight=*/true);
       if (err != 0) return err;
       const auto *h = static_cast<const tlk_hdr *>(msg);
       list->version = h->tlkh_version;
