@@ -42,17 +42,7 @@ struct Heard {
 class IfdTest : public OneSessionTest {
  protected:
   // The last request the kernel saw, decoded (released by the caller with tarvik_msg_idl_release).
-  ifdev_msg *last_request() {
-    const auto &rec = kernel.recorded();
-    for (auto it = rec.rbegin(); it != rec.rend(); ++it) {
-      if (!it->to_kernel) continue;
-      void *m = nullptr;
-      if (tarvik_msg_idl_decode(c, it->bytes.data(), it->bytes.size(), &m, nullptr) != 0)
-        return nullptr;
-      return static_cast<ifdev_msg *>(m);
-    }
-    return nullptr;
-  }
+  ifdev_msg *last_request() { return static_cast<ifdev_msg *>(last_framed_request()); }
   // A second session that listens for device changes.
   tarvik_cookie *listener(Heard &heard) {
     tarvik_cookie *l = open_session(8);

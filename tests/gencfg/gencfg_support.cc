@@ -63,15 +63,7 @@ gencfg_t GencfgTest::numbered(uint16_t major, uint16_t minor, uint32_t kid) {
 }
 
 gencfg_msg *GencfgTest::last_request() {
-  const auto &rec = kernel.recorded();
-  for (auto it = rec.rbegin(); it != rec.rend(); ++it) {
-    if (!it->to_kernel) continue;
-    void *m = nullptr;
-    if (tarvik_msg_idl_decode(c, it->bytes.data(), it->bytes.size(), &m, nullptr) != 0)
-      return nullptr;
-    return static_cast<gencfg_msg *>(m);
-  }
-  return nullptr;
+  return static_cast<gencfg_msg *>(last_framed_request());
 }
 
 size_t GencfgTest::requests_seen() const {

@@ -56,6 +56,17 @@ void SimTest::SetUp() {
   start_ = outstanding();
 }
 
+void *OneSessionTest::last_framed_request() {
+  const auto &rec = kernel.recorded();
+  for (auto it = rec.rbegin(); it != rec.rend(); ++it) {
+    if (!it->to_kernel) continue;
+    void *m = nullptr;
+    if (tarvik_msg_idl_decode(c, it->bytes.data(), it->bytes.size(), &m, nullptr) != 0) return nullptr;
+    return m;
+  }
+  return nullptr;
+}
+
 void SimTest::TearDown() {
   const auto end = outstanding();
   for (unsigned i = 0; i < MEMID_TARVIK_MAX; ++i) {

@@ -85,6 +85,9 @@ class OneSessionTest : public SimTest {
     tarvik_close(c);
     SimTest::TearDown();
   }
+  // The last framed request the kernel recorded, decoded (released by the caller with
+  // tarvik_msg_idl_release); NULL if there is none or it doesn't decode.  Needs kernel.record.
+  void *last_framed_request();
   tarvik_cookie *c = nullptr;
 };
 

@@ -258,6 +258,27 @@ int fetch(tarvik_cookie *cookie, uint32_t index, void **got) {
   return err;
 }
 
+// The read half of a read-modify-write change: a change request for `index` carrying the
+// device's current flags, and the current device itself (`*got`, released by the caller).
+int start_change(tarvik_cookie *cookie, uint32_t index, uint32_t flags, ifdev_msg **out_req,
+                 void **got) {
+  ifdev_msg *req = new_request(cookie, TLK_OP_CHANGE);
+  if (req == nullptr) return ENOMEM;
+  req->ifdm_index = static_cast<uint16_t>(index);
+  req->ifdm_hdr.tlkh_seq = ++cookie->seq;
+  if (flags != 0) req->ifdm_flags = flags;  // overwritten by the read below, as it always was
+  const int err = fetch(cookie, index, got);
+  if (err != 0) {
+    tarvik_msg_free(cookie, req);
+    return err;
+  }
+  const auto *cur = static_cast<const ifdev_msg *>(*got);
+  req->ifdm_devflags = cur->ifdm_devflags;
+  req->ifdm_flags = cur->ifdm_flags;
+  *out_req = req;
+  return 0;
+}
+
 }  // namespace
 
 extern "C" {
@@ -462,20 +483,11 @@ TLK_EXPORT int tarvik_ifdm_add(tarvik_cookie *cookie, const char *name, uint32_t
 TLK_EXPORT int tarvik_ifdm_change_addr(tarvik_cookie *cookie, uint32_t index, uint32_t flags,
                                        const void *addr, const void *haddr) {
   if (cookie == nullptr || (addr == nullptr && haddr == nullptr)) return EINVAL;
-  ifdev_msg *req = new_request(cookie, TLK_OP_CHANGE);
-  if (req == nullptr) return ENOMEM;
-  req->ifdm_index = static_cast<uint16_t>(index);
-  req->ifdm_hdr.tlkh_seq = ++cookie->seq;
-  if (flags != 0) req->ifdm_flags = flags;  // overwritten by the read below, as it always was
+  ifdev_msg *req = nullptr;
   void *got = nullptr;
-  int err = fetch(cookie, index, &got);
-  if (err != 0) {
-    tarvik_msg_free(cookie, req);
-    return err;
-  }
+  int err = start_change(cookie, index, flags, &req, &got);
+  if (err != 0) return err;
   const auto *cur = static_cast<const ifdev_msg *>(got);
-  req->ifdm_devflags = cur->ifdm_devflags;
-  req->ifdm_flags = cur->ifdm_flags;
   uint8_t *cursor = variable_area(req);
   cursor =
       put_address(static_cast<const uint8_t *>(addr), &req->ifdm_addr, &req->ifdm_addr_len, cursor);
@@ -492,20 +504,11 @@ TLK_EXPORT int tarvik_ifdm_change_addr(tarvik_cookie *cookie, uint32_t index, ui
 TLK_EXPORT int tarvik_ifdm_change_tlvs(tarvik_cookie *cookie, uint32_t index, uint32_t flags,
                                        const void *tlvs, uint32_t tlvs_len) {
   if (cookie == nullptr || tlvs == nullptr) return EINVAL;
-  ifdev_msg *req = new_request(cookie, TLK_OP_CHANGE);
-  if (req == nullptr) return ENOMEM;
-  req->ifdm_index = static_cast<uint16_t>(index);
-  req->ifdm_hdr.tlkh_seq = ++cookie->seq;
-  if (flags != 0) req->ifdm_flags = flags;  // overwritten by the read below, as it always was
+  ifdev_msg *req = nullptr;
   void *got = nullptr;
-  int err = fetch(cookie, index, &got);
-  if (err != 0) {
-    tarvik_msg_free(cookie, req);
-    return err;
-  }
+  int err = start_change(cookie, index, flags, &req, &got);
+  if (err != 0) return err;
   const auto *cur = static_cast<const ifdev_msg *>(got);
-  req->ifdm_devflags = cur->ifdm_devflags;
-  req->ifdm_flags = cur->ifdm_flags;
   req->ifdm_sflags = cur->ifdm_sflags;
   uint8_t *cursor = keep_altaddr(req, cur, variable_area(req));
   err = build_attachments(req, static_cast<const uint8_t *>(tlvs), tlvs_len, cursor);
