@@ -150,11 +150,7 @@ int decode_with_growth(tarvik_cookie *cookie, const void *data, size_t length, v
       tarvik_err(cookie, TLK_LEVEL_ERROR, "Allocation Failure");
       return ENOMEM;
     }
-    // Not zero-filled: the decoders clear every block they take from the arena, and a reply of
-    // a hundred bytes should not pay for clearing (and faulting in) sixteen kilobytes.
-    auto *arena = cookie != nullptr
-                      ? static_cast<uint8_t *>(tarvik_malloc(MEMID_TARVIK_MSG, static_cast<size_t>(size)))
-                      : nullptr;
+    auto *arena = static_cast<uint8_t *>(tarvik_size_alloc(cookie, static_cast<size_t>(size)));
     if (arena == nullptr) {
       tarvik_err(cookie, TLK_LEVEL_ERROR, "Allocation Failure");
       return ENOMEM;
