@@ -7,6 +7,12 @@ install(TARGETS tarlink tarsim EXPORT tarlinkTargets
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES include/tarlink.h include/tarlink_platform.h include/tarsim.h include/tarsim.hpp
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# The area headers that the umbrella headers include.
+foreach(dir tarlink tarsim)
+  if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/include/${dir})
+    install(DIRECTORY include/${dir} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
+  endif()
+endforeach()
 # The records header that tarlink.h includes, generated from the schema at build time.
 install(FILES ${TARLINK_GEN_DIR}/tarlink_records.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT tarlinkTargets NAMESPACE tarlink:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tarlink)

@@ -18,6 +18,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "tarlink/msg_types.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -531,7 +533,7 @@ TLK_EXPORT int tarvik_iflm_get_by_name(tarvik_cookie *cookie, const char *name, 
 #define TLK_GENCFG_BULK_DELETE 0x400000u  /* bulk delete */
 #define TLK_GENCFG_PREFIX_DELETE 0x800000u /* delete every key that starts with the given one */
 
-#define TLK_GENCFG_TYPE 72                /* message type ('H'), version 'i' */
+#define TLK_GENCFG_TYPE TLK_MSG_GENCFG    /* message type ('H'), version 'i' */
 #define TLK_GENCFG_KEY_MAX 250            /* longest key */
 #define TLK_GENCFG_WIRE_MAX 0x80000u      /* a blob on the wire must stay below this */
 #define TLK_GENCFG_DECOMPRESSED_MAX 0x300000u /* room offered to the decompress callback */
