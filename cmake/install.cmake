@@ -26,6 +26,27 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tarlinkConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/tarlinkConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tarlink)
 
+# The pkg-config files find the prefix from where they stand, so an installed tree can move; the
+# climb out of the pkgconfig folder has as many steps as the library directory has parts
+# (lib/x86_64-linux-gnu/pkgconfig is three below the prefix).
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(TARLINK_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+  set(TARLINK_PC_LIBDIR "${CMAKE_INSTALL_LIBDIR}")
+else()
+  set(TARLINK_PC_PREFIX "\${pcfiledir}/..")
+  string(REPLACE "/" ";" libdir_parts "${CMAKE_INSTALL_LIBDIR}")
+  foreach(part IN LISTS libdir_parts)
+    if(NOT part STREQUAL "" AND NOT part STREQUAL ".")
+      string(APPEND TARLINK_PC_PREFIX "/..")
+    endif()
+  endforeach()
+  set(TARLINK_PC_LIBDIR "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+endif()
+if(IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
+  set(TARLINK_PC_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}")
+else()
+  set(TARLINK_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+endif()
 foreach(pc tarlink tarsim)
   configure_file(cmake/${pc}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${pc}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${pc}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
