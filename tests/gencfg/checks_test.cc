@@ -8,20 +8,13 @@
 namespace tlktest {
 namespace {
 
-TEST_F(GencfgTest, EveryEntryRefusesANullCookie) {
+// The plain null-session answers are rows of the null-argument table; these are the quirks.
+TEST_F(GencfgTest, WithANullCookieSomeChecksComeFirst) {
   gencfg_t r = keyed(1, 1, "k");
   void *m = nullptr;
-  EXPECT_EQ(tarvik_gencfg_add(nullptr, &r), EINVAL);
-  EXPECT_EQ(tarvik_gencfg_change(nullptr, &r), EINVAL);
-  EXPECT_EQ(tarvik_gencfg_delete(nullptr, &r), EINVAL);
-  EXPECT_EQ(tarvik_gencfg_get(nullptr, &r, TLK_OP_GET, &m, nullptr), EINVAL);
-  EXPECT_EQ(tarvik_gencfg_add_and_get(nullptr, &r, &m, nullptr), EINVAL);
-  EXPECT_EQ(tarvik_gencfg_change_and_get(nullptr, &r, &m, nullptr), EINVAL);
-  EXPECT_EQ(r.flags, TLK_GENCFG_KEY);
   EXPECT_EQ(tarvik_gencfg_bulk_delete(nullptr, &r, &m, nullptr), EINVAL);
   EXPECT_EQ(r.flags, TLK_GENCFG_KEY | TLK_GENCFG_BULK_DELETE)
       << "set before the cookie is looked at";
-  EXPECT_EQ(tarvik_gencfg_delete_prefix_key(nullptr, &r, &m, nullptr), EINVAL);
   // A numeric key has no prefix: refused before the cookie is looked at.
   gencfg_t n = numbered(1, 1, 5);
   EXPECT_EQ(tarvik_gencfg_delete_prefix_key(nullptr, &n, &m, nullptr), EOPNOTSUPP);

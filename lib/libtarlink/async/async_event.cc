@@ -150,7 +150,8 @@ extern "C" {
 TLK_EXPORT void tarvik_async_set_io_debug(int value) { tarvik_async_io_debug = value; }
 
 TLK_EXPORT void tarvik_async_set_num_read_msg(tarvik_cookie *cookie, uint32_t count) {
-  cookie->num_read_msg = count;
+  // The store takes no other check; a null session is ignored rather than written through.
+  if (cookie != nullptr) cookie->num_read_msg = count;
 }
 
 TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie) {
@@ -291,6 +292,9 @@ TLK_EXPORT int tarvik_async_event_loop_sighdl(tarvik_cookie *cookie) {
 }
 
 TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record, void *msg, uintptr_t word) {
+  // Called by the event engine with its own record and message; a direct call without them has
+  // nothing to dispatch.
+  if (record == nullptr || msg == nullptr) return EINVAL;
   const auto *info = static_cast<const tarvik_async_subtype_info_t *>(record);
   const auto *bytes = static_cast<const uint8_t *>(msg);
   const uint32_t offset = info->offset;
