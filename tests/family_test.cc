@@ -1,0 +1,201 @@
+// The read operations that every object family repeats, run once per family: a get by each key
+// finds the same object, a getnext walk visits the kernel's store in its order, a name is cut at
+// its limit, bad arguments send nothing, a silent kernel gives EAGAIN, an unknown key gives the
+// kernel's refusal, and a failed write skips the read.  A new family joins with a row in
+// kFamilies; its own quirks stay in its own tests.
+#include <errno.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "harness.h"
+
+namespace tlktest {
+namespace {
+
+using Get = std::function<int(tarvik_cookie *, uint32_t op, void **out, void **mask)>;
+
+struct Family {
+  const char *name;
+  uint32_t known;  // a key the default store holds, and one it does not
+  uint32_t unknown;
+  // Gets of the object `known` by each of the family's keys.
+  std::vector<std::pair<const char *, Get>> keys;
+  // A get by the walk key (a getnext with `op` TLK_OP_GETNEXT), and the walk key of a reply.
+  std::function<int(tarvik_cookie *, uint32_t key, uint32_t op, void **out)> by_key;
+  std::function<uint32_t(const void *msg)> key_of;
+  // The walk keys of the kernel's store, in order.
+  std::function<std::vector<uint32_t>(const tarsim::Kernel &)> store;
+  // A get by name, and the name and length a request carried.
+  std::function<int(tarvik_cookie *, const char *name, void **out)> by_name;
+  size_t name_max;
+  std::function<std::pair<std::string, uint32_t>(const void *request)> sent_name;
+};
+
+std::string text(const uint8_t *p) { return p ? reinterpret_cast<const char *>(p) : ""; }
+
+const ifl_msg &ifl(const void *m) { return *static_cast<const ifl_msg *>(m); }
+const ifdev_msg &ifd(const void *m) { return *static_cast<const ifdev_msg *>(m); }
+
+const Family kFamilies[] = {
+    {
+        "logical interfaces",
+        71,
+        4242,
+        {{"index", [](auto *c, uint32_t op, void **o,
+                      void **m) { return tarvik_iflm_get_by_index(c, 71, op, o, m); }},
+         {"snmp index", [](auto *c, uint32_t op, void **o,
+                           void **m) { return tarvik_iflm_get_by_snmp_index(c, 571, op, o, m); }},
+         {"device and unit", [](auto *c, uint32_t op, void **o,
+                                void **m) { return tarvik_iflm_get_by_device(c, 130, 100, op, o, m); }},
+         {"name and unit", [](auto *c, uint32_t op, void **o,
+                              void **m) { return tarvik_iflm_get_by_name(c, "ge0", 100, op, o, m); }}},
+        [](auto *c, uint32_t key, uint32_t op, void **o) {
+          return tarvik_iflm_get_by_index(c, key, op, o, nullptr);
+        },
+        [](const void *m) { return ifl(m).iflm_index.idx; },
+        [](const tarsim::Kernel &k) {
+          std::vector<uint32_t> keys;
+          for (const auto &i : k.ifls()) keys.push_back(i.index);
+          return keys;
+        },
+        [](auto *c, const char *name, void **o) {
+          return tarvik_iflm_get_by_name(c, name, 0, TLK_OP_GET, o, nullptr);
+        },
+        59,
+        [](const void *r) { return std::pair{text(ifl(r).iflm_name), ifl(r).iflm_name_len}; },
+    },
+    {
+        "devices",
+        140,
+        999,
+        {{"index", [](auto *c, uint32_t op, void **o,
+                      void **m) { return tarvik_ifdm_get_by_index(c, 140, op, o, m); }},
+         {"name", [](auto *c, uint32_t op, void **o,
+                     void **m) { return tarvik_ifdm_get_by_name(c, "xe0", op, o, m); }},
+         {"snmp index", [](auto *c, uint32_t op, void **o,
+                           void **m) { return tarvik_ifdm_get_by_snmp_index(c, 640, op, o, m); }}},
+        [](auto *c, uint32_t key, uint32_t op, void **o) {
+          return tarvik_ifdm_get_by_index(c, key, op, o, nullptr);
+        },
+        [](const void *m) { return uint32_t{ifd(m).ifdm_index}; },
+        [](const tarsim::Kernel &k) {
+          std::vector<uint32_t> keys;
+          for (const auto &d : k.devices()) keys.push_back(d.index);
+          return keys;
+        },
+        [](auto *c, const char *name, void **o) {
+          return tarvik_ifdm_get_by_name(c, name, TLK_OP_GET, o, nullptr);
+        },
+        59,
+        [](const void *r) { return std::pair{text(ifd(r).ifdm_name), ifd(r).ifdm_name_len}; },
+    },
+};
+
+class FamilyTest : public OneSessionTest, public ::testing::WithParamInterface<const Family *> {
+ protected:
+  const Family &f = *GetParam();
+  // A poisoned out pointer, so that a test sees the operation clear it.
+  void *poisoned() { return reinterpret_cast<void *>(1); }
+};
+
+TEST_P(FamilyTest, AGetByEachKeyFindsTheSameObject) {
+  for (const auto &[how, get] : f.keys) {
+    SCOPED_TRACE(how);
+    void *m = nullptr;
+    ASSERT_EQ(get(c, TLK_OP_GET, &m, nullptr), 0);
+    EXPECT_EQ(f.key_of(m), f.known);
+    tarvik_msg_idl_release(c, m, nullptr);
+  }
+}
+
+TEST_P(FamilyTest, AGetnextWalkVisitsTheStoreInOrder) {
+  std::vector<uint32_t> seen;
+  uint32_t key = 0;
+  for (;;) {
+    void *m = poisoned();
+    const int err = f.by_key(c, key, TLK_OP_GETNEXT, &m);
+    if (err != 0) {
+      EXPECT_EQ(err, EOPNOTSUPP) << "the walk ends on the kernel's raw refusal";
+      EXPECT_EQ(m, nullptr);
+      break;
+    }
+    key = f.key_of(m);
+    seen.push_back(key);
+    tarvik_msg_idl_release(c, m, nullptr);
+    ASSERT_LE(seen.size(), 100000u) << "the walk does not end";
+  }
+  EXPECT_EQ(seen, f.store(kernel));
+  EXPECT_GT(seen.size(), 1u);
+}
+
+TEST_P(FamilyTest, ANameIsCutAtItsLimitAndCountsItsEndByte) {
+  kernel.record(true);
+  const size_t max = f.name_max;
+  for (const std::string &name :
+       {std::string(max, 'a'), std::string(max + 1, 'b'), std::string(200, 'c'), std::string()}) {
+    SCOPED_TRACE(name.size());
+    void *m = poisoned();
+    EXPECT_EQ(f.by_name(c, name.c_str(), &m), EOPNOTSUPP) << "no such object";
+    EXPECT_EQ(m, nullptr);
+    void *req = last_framed_request();
+    ASSERT_NE(req, nullptr);
+    const auto [sent, length] = f.sent_name(req);
+    EXPECT_EQ(sent, name.substr(0, max));
+    EXPECT_EQ(length, std::min(name.size(), max) + 1);
+    tarvik_msg_idl_release(c, req, nullptr);
+  }
+}
+
+TEST_P(FamilyTest, BadArgumentsSendNothing) {
+  kernel.record(true);
+  for (const auto &[how, get] : f.keys) {
+    SCOPED_TRACE(how);
+    EXPECT_EQ(get(c, TLK_OP_GET, nullptr, nullptr), EINVAL);
+    void *m = poisoned();
+    EXPECT_EQ(get(nullptr, TLK_OP_GET, &m, nullptr), EINVAL);
+    EXPECT_EQ(m, nullptr) << "the out pointer is cleared even then";
+  }
+  void *m = poisoned();
+  EXPECT_EQ(f.by_name(c, nullptr, &m), EINVAL);
+  EXPECT_EQ(m, nullptr);
+  EXPECT_TRUE(kernel.recorded().empty());
+}
+
+TEST_P(FamilyTest, AnUnknownKeyGetsTheKernelsRefusal) {
+  void *m = poisoned();
+  EXPECT_EQ(f.by_key(c, f.unknown, TLK_OP_GET, &m), EOPNOTSUPP) << "a raw tlk-err in hand";
+  EXPECT_EQ(m, nullptr);
+}
+
+TEST_P(FamilyTest, ASilentKernelGivesEagainAndLeavesNothing) {
+  kernel.on_frame([](tarsim::Kernel &, int, std::span<const uint8_t>) {});
+  void *m = poisoned();
+  EXPECT_EQ(f.by_key(c, f.known, TLK_OP_GET, &m), EAGAIN);
+  EXPECT_EQ(m, nullptr);
+}
+
+TEST_P(FamilyTest, AFailedWriteSkipsTheRead) {
+  const int fd = tarvik_getsockfd(c);
+  ASSERT_TRUE(kernel.push(fd, tarsim::raw_message(TLK_MSG_TARLINK_STATS, TLK_OP_GET, c->seq + 1)));
+  kernel.inject_write_errno(ENOBUFS);
+  void *m = poisoned();
+  EXPECT_EQ(f.by_key(c, f.known, TLK_OP_GET, &m), ENOBUFS);
+  EXPECT_EQ(m, nullptr);
+  EXPECT_EQ(tarvik_peek_pkt_len(fd), TLK_RAW_HDR_LEN) << "the queued message was not read";
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, FamilyTest, ::testing::ValuesIn([] {
+                           std::vector<const Family *> rows;
+                           for (const Family &f : kFamilies) rows.push_back(&f);
+                           return rows;
+                         }()),
+                         [](const auto &row) {
+                           std::string name = row.param->name;
+                           for (char &ch : name) ch = isalnum(static_cast<unsigned char>(ch)) ? ch : '_';
+                           return name;
+                         });
+
+}  // namespace
+}  // namespace tlktest
