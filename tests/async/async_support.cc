@@ -91,6 +91,34 @@ void keep_abandoned(tarvik_cookie *cookie) {
   }
 }
 
+void AsyncTest::SetUp() {
+  SimTest::SetUp();
+  c = open_session();
+  ASSERT_NE(c, nullptr);
+  fd = tarvik_getsockfd(c);
+}
+
+void AsyncTest::TearDown() {
+  tarvik_async_set_io_debug(0);
+  tarvik_close(c);
+  if (shared.opaque != nullptr) {
+    EXPECT_EQ(tlk_ev_destroy(shared), 0);
+  }
+  SimTest::TearDown();
+}
+
+void AsyncTest::join_shared() {
+  ASSERT_EQ(tlk_ev_create(&shared), 0);
+  ASSERT_EQ(tarvik_set_async_context(c, shared), 0);
+}
+
+void AsyncTest::close_abandoning(int32_t n) {
+  keep_abandoned(c);
+  tarvik_close(c);
+  c = nullptr;
+  expect_abandoned(MEMID_TARVIK_ASYNC_REG, n);
+}
+
 tarsim::Bytes raw_note(uint8_t type, uint8_t op, size_t body, uint8_t fill) {
   return tarsim::raw_message(type, op, 0, tarsim::Bytes(body, fill));
 }
