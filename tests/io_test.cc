@@ -234,29 +234,6 @@ TEST_F(IoTest, MismatchWithCallbackIsSilent) {
   EXPECT_TRUE(log.lines.empty());
 }
 
-TEST_F(IoTest, AsyncSessionResynchronisesAndLetsStatsThrough) {
-  ASSERT_EQ(tarvik_set_async_info_nocontext(c, nullptr), 0);
-  c->seq = 50;
-  Bytes m = raw();
-  put_u32(m, 12, 50);
-  EXPECT_EQ(tarvik_check_read_seq(c, m.data()), 0);
-  EXPECT_EQ(c->seq, 51u);
-
-  put_u32(m, 12, 60);
-  EXPECT_EQ(tarvik_check_read_seq(c, m.data()), -2);
-  EXPECT_EQ(c->seq, 61u) << "resynchronised after the mismatch";
-  EXPECT_EQ(log.lines.back().level, TLK_LEVEL_ERROR);
-  EXPECT_EQ(log.lines.back().text, "tarvik: ERROR async message seq mismatch: (51 != 60)\n");
-
-  put_u32(m, 12, 0);
-  tarvik_set_used_by_stats(c, 0x101);
-  EXPECT_EQ(tarvik_check_read_seq(c, m.data()), 0);
-  EXPECT_EQ(c->seq, 61u) << "a statistics reply leaves the counter alone";
-  tarvik_set_used_by_stats(c, 0x100);  // only the low 8 bits are kept
-  EXPECT_EQ(tarvik_check_read_seq(c, m.data()), -2);
-  EXPECT_EQ(c->seq, 1u);
-}
-
 TEST_F(IoTest, SequenceCounterWrapsAndChecksArguments) {
   c->seq = 0xFFFFFFFF;
   uint32_t seq = 5;

@@ -220,15 +220,24 @@ TEST_F(EventTest, TypesAbove109AreUnknownEvenWithASlotAt110) {
 
 TEST_F(EventTest, StatisticsReplyWithSequenceZeroPassesWithoutMovingSeq) {
   nocontext();
-  tarvik_set_used_by_stats(c, 1);
+  tarvik_set_used_by_stats(c, 0x101);
   ASSERT_EQ(tarvik_ifdm_async_register(c, &r, Recorder::handler), 0);
   const uint32_t seq = c->seq;
-  Bytes stats = tarsim::raw_message(5, TLK_OP_GET, 0, Bytes(8, 1));
+  const Bytes stats = tarsim::raw_message(5, TLK_OP_GET, 0, Bytes(8, 1));
   ASSERT_TRUE(kernel.push(fd, cat({stats, raw(5, 8, 0)})));
   EXPECT_EQ(tarvik_async_event_process(c), 0);
   EXPECT_EQ(r.heard.size(), 2u);
   EXPECT_EQ(c->seq, seq + 1);
   EXPECT_TRUE(log.lines.empty());
+  // Without the flag (only its low 8 bits are kept) sequence 0 is a gap like any other: the
+  // counter resynchronises to 1.
+  tarvik_set_used_by_stats(c, 0x100);
+  ASSERT_TRUE(kernel.push(fd, stats));
+  EXPECT_EQ(tarvik_async_event_process(c), 0);
+  EXPECT_EQ(r.heard.size(), 3u);
+  EXPECT_EQ(c->seq, 1u);
+  EXPECT_EQ(log.lines.back().text,
+            "tarvik: ERROR async message seq mismatch: (" + std::to_string(seq + 1) + " != 0)\n");
 }
 
 struct SeqCalls {

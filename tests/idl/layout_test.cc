@@ -1,5 +1,4 @@
-// In-memory sizes: the target's numbers in a 32-bit build, natural layout in a 64-bit one; and
-// the presence maps' slots inside their maps.
+// In-memory sizes: the target's numbers in a 32-bit build, natural layout in a 64-bit one.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -62,22 +61,6 @@ TEST(Layout, TargetSizes) {
     EXPECT_EQ(tlv_rtti_sizeof_acc_cntl_msg_ifl_status_0, 8u);
   }
   EXPECT_EQ(offsetof(tlk_hdr, tlkh_info), 24u);
-}
-
-// The presence map mirrors the record: every field's bit lies inside the map, and the composite
-// fields' maps follow their bit words.
-TEST(Layout, MapSlotsLieInsideTheMap) {
-  for (auto *r : all_records()) {
-    for (uint16_t i = 0; i < r->nfields; ++i) {
-      const tlk::idl::Field &f = r->fields[i];
-      EXPECT_LE(f.map_word + 4, r->map_size) << r->name << " field " << i;
-      EXPECT_LT(f.bit, 32) << r->name;
-      if (f.sub != nullptr) {
-        EXPECT_GT(f.map_sub, f.map_word) << r->name << " field " << i;
-      }
-      EXPECT_EQ(r->tag_index[f.tag], i + 1) << r->name;
-    }
-  }
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// TLV: the worked examples byte for byte, and the edge cases of the decoding rules.
+// TLV: the worked examples byte for byte (their decoding is the inverse the property tests check
+// for every type), and the edge cases of the decoding rules.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -13,10 +14,6 @@ TEST(TlvExample, RtbSeqHostForm) {
   r.rtbs_seq = 0x1234;
   Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_rtb_seq_0(&r, nullptr, p, n); });
   EXPECT_EQ(b, (Bytes{1, 0, 0, 0, 2, 0, 0, 0, 0x34, 0x12, 0, 0}));
-  rtb_seq back;
-  std::memset(&back, 0x77, sizeof back);
-  EXPECT_EQ(tlv_decode_rtb_seq_0(&back, nullptr, b.data(), len32(b)), 12);
-  EXPECT_EQ(back.rtbs_seq, 0x1234);
 }
 
 TEST(TlvExample, AccCntlNetworkForm) {
@@ -27,11 +24,6 @@ TEST(TlvExample, AccCntlNetworkForm) {
   r.acis_oper = 7;
   Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_acc_cntl_msg_ifl_status_0(&r, nullptr, p, n); });
   EXPECT_EQ(b, (Bytes{0, 1, 0, 4, 1, 2, 3, 4, 0, 2, 0, 1, 5, 0, 0, 0, 0, 3, 0, 1, 6, 0, 0, 0, 0, 4, 0, 1, 7, 0, 0, 0}));
-  acc_cntl_msg_ifl_status back{};
-  acc_cntl_msg_ifl_status_tlvmap m{};
-  EXPECT_EQ(tlv_decode_acc_cntl_msg_ifl_status_0(&back, &m, b.data(), len32(b)), 32);
-  EXPECT_EQ(std::memcmp(&back, &r, sizeof r), 0);
-  EXPECT_EQ(m._w0, 0xFu);
 }
 
 // Type 0 with every header bit but the attachment bit: 152 bytes as a TLV frame, 40 as IDR.
@@ -62,20 +54,6 @@ TEST(TlvExample, TypeZeroFrame) {
   ASSERT_EQ(idr.size(), 40u);
   EXPECT_EQ(Bytes(idr.begin(), idr.begin() + 12), cat({le32(0x5022), le32(28), le32(0)}));
 
-  // And back, through the frame decoder, with a map.
-  Heap heap;
-  tlk_msg out{};
-  tlk_msg_tlvmap omap{};
-  ASSERT_EQ(tlv_decode_tlk_msg_0(&out, &omap, tlv.data(), len32(tlv), Heap::alloc, &heap), 152);
-  ASSERT_NE(out.tlkm_msg, nullptr);
-  auto *ob = static_cast<tlk_base *>(out.tlkm_msg);
-  EXPECT_EQ(ob->tlkb_hdr.tlkh_seq, 0x01020304u);
-  EXPECT_EQ(ob->tlkb_hdr.tlkh_fixedlen, 32);
-  auto *om = static_cast<tlk_base_tlvmap *>(omap.tlkm_msg);
-  ASSERT_NE(om, nullptr);
-  EXPECT_EQ(om->tlkb_hdr._w0, 0x7FFu);
-  tlv_release_tlk_msg_0(&out, &omap, Heap::release, &heap);
-  EXPECT_EQ(heap.live(), 0u);
 }
 
 // The decoding rules on one small record (u8 type, u8 flags, u32 index), with and without a
