@@ -159,8 +159,6 @@ TEST_F(ContextTest, NullAndMissingRecordAnswers) {
   uint32_t seq;
   EXPECT_EQ(tarvik_get_async_seq_num(c, &seq), EINVAL);
   EXPECT_EQ(tarvik_setup_async_registration(c, 2, 0, 0, nullptr, noop_handler), EINVAL);
-  EXPECT_EQ(tarvik_rtm_async_register(c, nullptr, noop_handler), EINVAL);
-  EXPECT_EQ(tarvik_rtm_async_register(nullptr, nullptr, noop_handler), EINVAL);
 }
 
 TEST_F(ContextTest, AllocFailureIsFatalWithEnomem) {
