@@ -51,11 +51,8 @@ TEST_F(IoTest, RequestReplyRoundTripCopiesSequence) {
   size_t len = 0;
   ASSERT_EQ(tarvik_msg_read(c, buf, &len), 0);
   ASSERT_EQ(len, 24u + 16u);
-  uint32_t got_seq, requests;
-  memcpy(&got_seq, buf + 12, 4);
-  memcpy(&requests, buf + 24, 4);
-  EXPECT_EQ(got_seq, seq);
-  EXPECT_EQ(requests, 1u);
+  EXPECT_EQ(get_u32(buf, 12), seq);
+  EXPECT_EQ(get_u32(buf, 24), 1u) << "the session's request count";
   EXPECT_EQ(c->seq, 2u) << "a request-reply session's counter is not advanced by the read";
 }
 

@@ -13,8 +13,8 @@ int Recorder::handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
   Heard h{};
   h.type = b[5];
   h.op = b[6];
-  memcpy(&h.seq, b + 12, 4);
-  memcpy(&h.msglen, b + 8, 4);
+  h.seq = get_u32(b, 12);
+  h.msglen = get_u32(b, 8);
   h.bytes.assign(b, b + h.msglen);
   r->heard.push_back(std::move(h));
   tarvik_msg_free(cookie, msg);

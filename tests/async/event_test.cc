@@ -71,8 +71,7 @@ TEST_P(KindTest, KernelNotificationsFollowTheSessionsStream) {
 
 // A framed "marker" notification (type 102), encoded by the library's own envelope.
 Bytes marker_frame(tarvik_cookie *c, uint32_t value, uint32_t seq = 0) {
-  tlk_marker_msg m;
-  memset(&m, 0, sizeof m);
+  tlk_marker_msg m{};
   m.tlkmk_hdr.tlkh_version = TARVIK_VERSION_TABLE[102];
   m.tlkmk_hdr.tlkh_type = 102;
   m.tlkmk_hdr.tlkh_op = TLK_OP_ADD;
@@ -311,10 +310,7 @@ TEST_F(EventTest, ReceiveSizeAndBufferFailures) {
 TEST_F(EventTest, UndecodableFrameIsDroppedAndSeqStays) {
   nocontext();
   ASSERT_EQ(tarvik_ifdm_async_register(c, &r, Recorder::handler), 0);
-  Bytes garbled(40, 0xEE);
-  put_u32(garbled, 0, TLK_MAGIC_IDR);
-  put_u32(garbled, 4, 28);
-  put_u32(garbled, 8, 5);
+  Bytes garbled = frame_head(TLK_MAGIC_IDR, 28, 5, 40);
   // A device header with one attachment and no bytes behind it: garbled (-1), not a wild count
   // that would cost an arena failure first.
   put_u32(garbled, 36, 1);
@@ -362,7 +358,7 @@ TEST_F(EventTest, HookedModeHandsEachMessageToTheHook) {
   EXPECT_EQ(tarvik_async_event_process(c), 0);
   EXPECT_TRUE(r.heard.empty());  // the handler is not called in hooked mode
   ASSERT_EQ(hook.calls.size(), 1u);
-  EXPECT_EQ(hook.calls[0].first, c->async_info->reg[5]);
+  EXPECT_EQ(hook.calls[0].first->arg, &r) << "the device registration's slot";
   EXPECT_EQ(hook.calls[0].second, 0);
   bool enqueued = false;
   for (const auto &l : os.syslog) enqueued |= l.text == "tarvik_async_process_msg, Enqueueing tarlink message - non-idl\n\n";
@@ -402,7 +398,7 @@ TEST_F(EventTest, FramesWithoutAHandlerOrRefusedByTheHookAreReleased) {
   EXPECT_EQ(errno, EBUSY);
   ASSERT_EQ(hook.calls.size(), 1u);
   EXPECT_EQ(hook.calls[0].second, 1);
-  EXPECT_EQ(hook.calls[0].first, c->async_info->reg[102]);
+  EXPECT_EQ(hook.calls[0].first->arg, &markers) << "the marker registration's slot";
   EXPECT_TRUE(markers.values.empty());
   bool enqueued = false;
   for (const auto &l : os.syslog) enqueued |= l.text == "tarvik_async_process_msg, Enqueueing tarlink message - idl\n\n";
