@@ -8,40 +8,22 @@
 namespace tlktest {
 namespace {
 
-using tarsim::Bytes;
-
 constexpr uint8_t kStatsType = 26;  // "tarlink stats": a raw type
 
-Bytes frame(uint32_t magic, size_t payload) {
-  Bytes f(12 + payload, 0xAB);
-  memcpy(&f[0], &magic, 4);
-  const uint32_t len = static_cast<uint32_t>(payload);
-  memcpy(&f[4], &len, 4);
-  const uint32_t type = 6;
-  memcpy(&f[8], &type, 4);
-  return f;
-}
-
-void set_u32(Bytes &m, size_t off, uint32_t v) { memcpy(&m[off], &v, 4); }
-
-class IoTest : public SimTest {
+class IoTest : public OneSessionTest {
  protected:
   void SetUp() override {
-    SimTest::SetUp();
-    c = open_session();
-    ASSERT_NE(c, nullptr);
+    OneSessionTest::SetUp();
     fd = tarvik_getsockfd(c);
     buf = static_cast<uint8_t *>(tarvik_msg_malloc(c));
   }
   void TearDown() override {
     tarvik_msg_free(c, buf);
-    tarvik_close(c);
-    SimTest::TearDown();
+    OneSessionTest::TearDown();
   }
   // A raw message the kernel pushes, carrying the session's current sequence number.
   Bytes raw(size_t body = 0) { return tarsim::raw_message(kStatsType, TLK_OP_GET, c->seq, Bytes(body, 0x5A)); }
 
-  tarvik_cookie *c = nullptr;
   int fd = -1;
   uint8_t *buf = nullptr;
 };
@@ -69,75 +51,100 @@ TEST_F(IoTest, RequestReplyRoundTripCopiesSequence) {
   size_t len = 0;
   ASSERT_EQ(tarvik_msg_read(c, buf, &len), 0);
   ASSERT_EQ(len, 24u + 16u);
-  uint32_t got_seq, requests;
-  memcpy(&got_seq, buf + 12, 4);
-  memcpy(&requests, buf + 24, 4);
-  EXPECT_EQ(got_seq, seq);
-  EXPECT_EQ(requests, 1u);
+  EXPECT_EQ(get_u32(buf, 12), seq);
+  EXPECT_EQ(get_u32(buf, 24), 1u) << "the session's request count";
   EXPECT_EQ(c->seq, 2u) << "a request-reply session's counter is not advanced by the read";
 }
 
-TEST_F(IoTest, FixedReadAcceptsExactly16384Bytes) {
-  Bytes m = raw(TLK_MSG_BUF_SIZE - 24);
+// Raw messages of every length class through both reads.  Each row's message is pushed twice: the
+// fixed read takes one, the long read (which sizes by the peek) the other.
+struct RawCase {
+  const char *name;
+  size_t size;      // bytes on the socket
+  uint32_t msglen;  // what the header claims
+  int peek;         // what tarvik_peek_pkt_len says (-1 with EAGAIN under 24 bytes)
+  int fixed;        // result and length of the fixed read, and its last diagnostic
+  size_t fixed_len;
+  const char *fixed_line;
+  int long_rc;      // the same for the long read ("" where it adds no line)
+  size_t long_len;
+  const char *long_line;
+};
+
+const RawCase kRawCases[] = {
+    {"Exactly16384", 16384, 16384, 16384, 0, 16384, "", 0, 16384, ""},
+    {"Over16384", 16385, 16385, 16385, EIO, 0,
+     "tarvik: FATAL ERROR msg read too large for tarlink message: 16385\n", 0, 16385, ""},
+    // The fixed read takes 16385 bytes of it, which its header calls short.
+    {"HundredThousand", 100000, 100000, 100000, EIO, 0,
+     "tarvik: FATAL ERROR msg read too short got (16385), expected 100000\n", 0, 100000, ""},
+    // Longer than its header says: cut to the header's length.  The long read asks for just that.
+    {"LongerThanItsLength", 100, 80, 80, 0, 80, "tarvik: WARNING msg read too long got (100), expected 80\n",
+     0, 80, ""},
+    {"ShorterThanItsLength", 40, 200, 200, EIO, 0,
+     "tarvik: FATAL ERROR msg read too short got (40), expected 200\n", EIO, 0,
+     "tarvik: FATAL ERROR msg read too short got (40), expected 200\n"},
+    // Under a header: invisible to the peek, so the long read sees no message at all.
+    {"TwentyBytes", 20, 20, -1, EIO, 0, "tarvik: FATAL ERROR msg read too small for header: 20\n", EAGAIN, 0,
+     ""},
+    // The long read allocates exactly the 5 claimed bytes and never reads past them: the length
+    // word it cannot hold counts as 0.
+    {"HeaderClaimsFive", 32, 5, 5, EIO, 0, "tarvik: FATAL ERROR msg read too small for header: 5\n", EIO, 0,
+     "tarvik: FATAL ERROR msg read too small for header: 0\n"},
+    // Lengths the long read refuses before allocating.
+    {"HeaderClaimsZero", 24, 0, 0, EIO, 0, "tarvik: FATAL ERROR msg read too small for header: 0\n", EINVAL,
+     0, ""},
+    {"HeaderClaims0x7FFFFFFE", 24, 0x7FFFFFFE, 0x7FFFFFFE, EIO, 0,
+     "tarvik: FATAL ERROR msg read too short got (24), expected 2147483646\n", EINVAL, 0, ""},
+    {"HeaderClaimsAllOnes", 24, 0xFFFFFFFF, -1, EIO, 0, "tarvik: FATAL ERROR msg read too short got (24), expected -1\n",
+     EINVAL, 0, ""},
+};
+
+class RawReadTest : public IoTest, public ::testing::WithParamInterface<RawCase> {};
+
+TEST_P(RawReadTest, BothReadsJudgeTheLength) {
+  const RawCase &k = GetParam();
+  Bytes m = raw(k.size < 24 ? 0 : k.size - 24);
+  m.resize(k.size);
+  put_u32(m, 8, k.msglen);
   ASSERT_TRUE(kernel.push(fd, m));
-  size_t len = 0;
-  EXPECT_EQ(tarvik_msg_read(c, buf, &len), 0);
-  EXPECT_EQ(len, 16384u);
-  EXPECT_EQ(buf[16383], 0x5A);
-
-  ASSERT_TRUE(kernel.push(fd, raw(TLK_MSG_BUF_SIZE - 23)));
-  EXPECT_EQ(tarvik_msg_read(c, buf, &len), EIO);
-  EXPECT_EQ(log.lines.back().text, "tarvik: FATAL ERROR msg read too large for tarlink message: 16385\n");
-}
-
-TEST_F(IoTest, OverlongRawMessageIsCutToItsLength) {
-  Bytes m = raw(100 - 24);
-  set_u32(m, 8, 80);
-  ASSERT_TRUE(kernel.push(fd, m));
-  size_t len = 0;
-  EXPECT_EQ(tarvik_msg_read(c, buf, &len), 0);
-  EXPECT_EQ(len, 80u);
-  ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_EQ(log.lines[0].level, TLK_LEVEL_WARNING);
-  EXPECT_EQ(log.lines[0].text, "tarvik: WARNING msg read too long got (100), expected 80\n");
-
-  ASSERT_TRUE(kernel.push(fd, m));
-  void *out = nullptr;
-  EXPECT_EQ(tarvik_long_msg_read(c, &out, &len), 0) << "the long read sizes by the header: 80";
-  EXPECT_EQ(len, 80u);
-  tarvik_msg_free(c, out);
-}
-
-TEST_F(IoTest, ShortRawMessageIsEio) {
-  Bytes m = raw(16);
-  set_u32(m, 8, 200);
-  ASSERT_TRUE(kernel.push(fd, m));
-  EXPECT_EQ(tarvik_msg_read(c, buf, nullptr), EIO);
-  EXPECT_EQ(log.lines.back().level, TLK_LEVEL_FATAL);
-  EXPECT_EQ(log.lines.back().text, "tarvik: FATAL ERROR msg read too short got (40), expected 200\n");
-}
-
-TEST_F(IoTest, TwentyByteMessageIsTooSmallAndInvisibleToPeek) {
-  Bytes m = raw();
-  m.resize(20);
-  set_u32(m, 8, 20);
   ASSERT_TRUE(kernel.push(fd, m));
   errno = 0;
-  EXPECT_EQ(tarvik_peek_pkt_len(fd), -1);
-  EXPECT_EQ(errno, EAGAIN);
-  EXPECT_EQ(tarvik_msg_read(c, buf, nullptr), EIO);
-  EXPECT_EQ(log.lines.back().text, "tarvik: FATAL ERROR msg read too small for header: 20\n");
-  // The long read peeks first, and a 20-byte message looks like no message at all.
-  ASSERT_TRUE(kernel.push(fd, m));
-  void *out = nullptr;
-  EXPECT_EQ(tarvik_long_msg_read(c, &out, nullptr), EAGAIN);
-  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(tarvik_peek_pkt_len(fd), k.peek);
+  if (k.size < 24) {
+    EXPECT_EQ(errno, EAGAIN);
+  }
+
+  size_t len = 0;
+  EXPECT_EQ(tarvik_msg_read(c, buf, &len), k.fixed);
+  if (k.fixed == 0) {
+    EXPECT_EQ(len, k.fixed_len);
+    EXPECT_EQ(memcmp(buf, m.data(), len), 0);
+  }
+  EXPECT_EQ(log.lines.empty() ? "" : log.lines.back().text, k.fixed_line);
+
+  const size_t lines = log.lines.size();
+  void *out = reinterpret_cast<void *>(1);
+  len = 7;
+  EXPECT_EQ(tarvik_long_msg_read(c, &out, &len), k.long_rc);
+  EXPECT_EQ(len, k.long_len);
+  if (k.long_rc == 0) {
+    ASSERT_NE(out, nullptr);
+    EXPECT_EQ(memcmp(out, m.data(), len), 0);
+    tarvik_msg_free(c, out);
+  } else {
+    EXPECT_EQ(out, nullptr);
+  }
+  EXPECT_EQ(log.lines.size() == lines ? "" : log.lines.back().text, k.long_line);
 }
+
+INSTANTIATE_TEST_SUITE_P(Lengths, RawReadTest, ::testing::ValuesIn(kRawCases),
+                         [](const auto &p) { return std::string(p.param.name); });
 
 TEST_F(IoTest, FramesAreNotLengthCheckedOrSequenceChecked) {
   for (uint32_t magic : {TLK_MAGIC_TLV, TLK_MAGIC_IDR}) {
-    Bytes f = frame(magic, 40);
-    set_u32(f, 12, 0xFFFFFFFF);  // would be a wild msglen/seq in a raw message
+    Bytes f = frame_head(magic, 40, 6, 52);
+    put_u32(f, 12, 0xFFFFFFFF);  // would be a wild msglen/seq in a raw message
     ASSERT_TRUE(kernel.push(fd, f));
     EXPECT_EQ(tarvik_peek_pkt_len(fd), 52);
     size_t len = 0;
@@ -152,42 +159,6 @@ TEST_F(IoTest, FramesAreNotLengthCheckedOrSequenceChecked) {
   }
   EXPECT_TRUE(log.lines.empty());
   EXPECT_EQ(c->seq, 1u);
-}
-
-TEST_F(IoTest, LongReadSizesByPeekAndTakesAnyLength) {
-  const Bytes m = raw(100000);
-  kernel.push(fd, m);
-  EXPECT_EQ(tarvik_peek_pkt_len(fd), static_cast<int>(m.size()));
-  void *out = nullptr;
-  size_t len = 0;
-  ASSERT_EQ(tarvik_long_msg_read(c, &out, &len), 0);
-  EXPECT_EQ(len, m.size());
-  EXPECT_EQ(memcmp(out, m.data(), m.size()), 0);
-  tarvik_msg_free(c, out);
-}
-
-TEST_F(IoTest, LongReadRefusesZeroAndHugePeekedLengths) {
-  for (uint32_t bad : {0u, 0x7FFFFFFEu, 0xFFFFFFFFu}) {
-    Bytes m = raw();
-    set_u32(m, 8, bad);
-    ASSERT_TRUE(kernel.push(fd, m));
-    void *out = reinterpret_cast<void *>(1);
-    size_t len = 5;
-    EXPECT_EQ(tarvik_long_msg_read(c, &out, &len), EINVAL) << bad;
-    EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(len, 0u);
-    ASSERT_EQ(tarvik_msg_read(c, buf, nullptr), EIO) << "drain " << bad;
-  }
-}
-
-TEST_F(IoTest, LongReadOfTinyHeaderLengthNeverReadsPastItsBlock) {
-  Bytes m = raw(8);
-  set_u32(m, 8, 5);  // the header claims 5 bytes: the long read allocates exactly 5
-  ASSERT_TRUE(kernel.push(fd, m));
-  void *out = nullptr;
-  EXPECT_EQ(tarvik_long_msg_read(c, &out, nullptr), EIO);
-  EXPECT_EQ(out, nullptr);
-  EXPECT_TRUE(log.contains("msg read too small for header"));
 }
 
 TEST_F(IoTest, ReadErrorOtherThanEagainIsFatal) {
@@ -224,7 +195,7 @@ TEST_F(IoTest, WriteErrorsAndShortWrites) {
 TEST_F(IoTest, RequestReplyMismatchIsFatalButDelivers) {
   c->seq = 7;
   Bytes m = raw();
-  set_u32(m, 12, 9);
+  put_u32(m, 12, 9);
   ASSERT_TRUE(kernel.push(fd, m));
   size_t len = 0;
   memset(buf, 0, 64);
@@ -248,7 +219,7 @@ TEST_F(IoTest, MismatchWithCallbackIsSilent) {
     ++s->calls;
   });
   Bytes m = raw();
-  set_u32(m, 12, 1000);
+  put_u32(m, 12, 1000);
   ASSERT_TRUE(kernel.push(fd, m));
   void *out = nullptr;
   EXPECT_EQ(tarvik_long_msg_read(c, &out, nullptr), -2);
@@ -258,30 +229,6 @@ TEST_F(IoTest, MismatchWithCallbackIsSilent) {
   EXPECT_EQ(seen.expected, 1u);
   EXPECT_EQ(seen.got, 1000u);
   EXPECT_TRUE(log.lines.empty());
-}
-
-TEST_F(IoTest, AsyncSessionResynchronisesAndLetsStatsThrough) {
-  c->async_info = static_cast<tarvik_async_info_t *>(
-      tarvik_calloc(MEMID_TARVIK_ASYNC_CTX, 1, sizeof(tarvik_async_info_t)));
-  c->seq = 50;
-  Bytes m = raw();
-  set_u32(m, 12, 50);
-  EXPECT_EQ(tarvik_check_read_seq(c, m.data()), 0);
-  EXPECT_EQ(c->seq, 51u);
-
-  set_u32(m, 12, 60);
-  EXPECT_EQ(tarvik_check_read_seq(c, m.data()), -2);
-  EXPECT_EQ(c->seq, 61u) << "resynchronised after the mismatch";
-  EXPECT_EQ(log.lines.back().level, TLK_LEVEL_ERROR);
-  EXPECT_EQ(log.lines.back().text, "tarvik: ERROR async message seq mismatch: (51 != 60)\n");
-
-  set_u32(m, 12, 0);
-  tarvik_set_used_by_stats(c, 1);
-  EXPECT_EQ(tarvik_check_read_seq(c, m.data()), 0);
-  EXPECT_EQ(c->seq, 61u) << "a statistics reply leaves the counter alone";
-  tarvik_set_used_by_stats(c, 0);
-  EXPECT_EQ(tarvik_check_read_seq(c, m.data()), -2);
-  EXPECT_EQ(c->seq, 1u);
 }
 
 TEST_F(IoTest, SequenceCounterWrapsAndChecksArguments) {

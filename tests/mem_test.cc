@@ -189,33 +189,38 @@ TEST(MemDeathTest, WrongIdentifierOrDamagedRootStops) {
 
 // --- Diagnostics ---------------------------------------------------------------------------
 
-TEST(Diagnostics, NoCookieGoesToSyslogAtTablePriorities) {
-  OsCapture os;
-  tarvik_err(nullptr, TLK_LEVEL_DEBUG, "d%d", 0);
-  tarvik_err(nullptr, TLK_LEVEL_INFO, "i");
-  tarvik_err(nullptr, TLK_LEVEL_WARNING, "w");
-  tarvik_err(nullptr, TLK_LEVEL_ERROR, "e\n");
-  ASSERT_EQ(os.syslog.size(), 4u);
-  EXPECT_EQ(os.syslog[0].priority, LOG_DEBUG);
-  EXPECT_EQ(os.syslog[0].text, "tarvik: DEBUG d0");
-  EXPECT_EQ(os.syslog[1].priority, LOG_INFO);
-  EXPECT_EQ(os.syslog[1].text, "tarvik: INFO i");
-  EXPECT_EQ(os.syslog[2].priority, LOG_WARNING);
-  EXPECT_EQ(os.syslog[2].text, "tarvik: WARNING w");
-  EXPECT_EQ(os.syslog[3].priority, LOG_ERR);
-  EXPECT_EQ(os.syslog[3].text, "tarvik: ERROR e\n") << "the callback gets the text as it stands";
-  EXPECT_TRUE(os.exits.empty());
-}
-
-TEST(Diagnostics, LevelFourWithoutCookieLogsCriticalAndExits) {
+// Without a cookie each level goes to the system log at its priority, level 4 then exits with
+// status 1 whatever any cookie registered, and levels above 4 go to stderr bare.
+TEST(Diagnostics, NoCookieGoesWhereItsLevelSays) {
+  const struct {
+    int level;
+    const char *word;
+    int priority;  // -1: stderr
+    const char *text;
+  } rows[] = {
+      {TLK_LEVEL_DEBUG, "d", LOG_DEBUG, "tarvik: DEBUG 7d"},
+      {TLK_LEVEL_INFO, "i", LOG_INFO, "tarvik: INFO 7i"},
+      {TLK_LEVEL_WARNING, "w", LOG_WARNING, "tarvik: WARNING 7w"},
+      {TLK_LEVEL_ERROR, "e\n", LOG_ERR, "tarvik: ERROR 7e\n"},  // the text as it stands
+      {TLK_LEVEL_FATAL, " broken contract", LOG_CRIT, "tarvik: FATAL ERROR 7 broken contract"},
+      {5, "odd", -1, "tarvik: 7odd"},
+  };
   tarvik_cookie *c = tarvik_cookie_create();
   tarvik_lib_error_register(c, nullptr, [](tarvik_cookie *, void *, int, const char *) {});
-  OsCapture os;
-  tarvik_err(nullptr, TLK_LEVEL_FATAL, "broken %s", "contract");
-  ASSERT_EQ(os.syslog.size(), 1u);
-  EXPECT_EQ(os.syslog[0].priority, LOG_CRIT);
-  EXPECT_EQ(os.syslog[0].text, "tarvik: FATAL ERROR broken contract");
-  EXPECT_EQ(os.exits, std::vector<int>{1}) << "whatever any cookie registered";
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.level);
+    OsCapture os;
+    tarvik_err(nullptr, row.level, "%d%s", 7, row.word);
+    if (row.priority < 0) {
+      EXPECT_TRUE(os.syslog.empty());
+      EXPECT_EQ(os.stderr_lines, std::vector<std::string>{row.text});
+    } else {
+      ASSERT_EQ(os.syslog.size(), 1u);
+      EXPECT_EQ(os.syslog[0].priority, row.priority);
+      EXPECT_EQ(os.syslog[0].text, row.text);
+    }
+    EXPECT_EQ(os.exits, row.level == TLK_LEVEL_FATAL ? std::vector<int>{1} : std::vector<int>{});
+  }
   tarvik_cookie_destroy(c);
 }
 
@@ -225,13 +230,6 @@ TEST(DiagnosticsDeathTest, LevelFourEndsTheProcessWithStatusOne) {
   EXPECT_EXIT(tarvik_err(c, TLK_LEVEL_FATAL, "bye"), ::testing::ExitedWithCode(1), "")
       << "the default callback of a cookie ends the process too";
   tarvik_cookie_destroy(c);
-}
-
-TEST(Diagnostics, LevelsAboveFourGoToStderr) {
-  OsCapture os;
-  tarvik_err(nullptr, 5, "odd");
-  EXPECT_TRUE(os.syslog.empty());
-  EXPECT_EQ(os.stderr_lines, std::vector<std::string>{"tarvik: odd"});
 }
 
 TEST(Diagnostics, SilencedSessionFormatsNothingAndKeepsErrno) {

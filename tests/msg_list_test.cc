@@ -10,8 +10,6 @@
 namespace tlktest {
 namespace {
 
-using tarsim::Bytes;
-
 class MsgListTest : public OneSessionTest {
  protected:
   // A decoded-message-sized block whose header says `type` and `version`.
@@ -31,11 +29,7 @@ class MsgListTest : public OneSessionTest {
     memset(&mask, 0xFF, sizeof mask);
     mask.iflm_hdr.tlkh_info = nullptr;
     mask.iflm_addr = nullptr;
-    void *frame = nullptr;
-    size_t len = 0;
-    EXPECT_EQ(tarvik_msg_idl_encode(c, m, tlv ? &mask : nullptr, &frame, &len), 0);
-    Bytes out(static_cast<uint8_t *>(frame), static_cast<uint8_t *>(frame) + len);
-    tarvik_msg_free(c, frame);
+    Bytes out = frame_of(c, m, tlv ? &mask : nullptr);
     tarvik_msg_free(c, m);
     return out;
   }
@@ -98,10 +92,7 @@ TEST_F(MsgListTest, FillingFromFramesDecodesEachMessage) {
   for (size_t n : {1u, 3u}) {
     for (bool tlv : {true, false}) {
       Bytes all;
-      for (uint32_t i = 0; i < n; ++i) {
-        Bytes f = ifl_frame(100 + i, tlv);
-        all.insert(all.end(), f.begin(), f.end());
-      }
+      for (uint32_t i = 0; i < n; ++i) all = cat({all, ifl_frame(100 + i, tlv)});
       void *block = block_of(all);
       tarvik_msg_list_t *l = tarvik_msg_list_alloc(c);
       ASSERT_EQ(tarvik_msg_list_fillin(c, l, all.size(), block), 0) << n << tlv;
@@ -124,9 +115,7 @@ TEST_F(MsgListTest, FillingFromFramesDecodesEachMessage) {
 
 TEST_F(MsgListTest, RawMessagesStayInsideTheCallersBlock) {
   Bytes a = tarsim::raw_message(20, TLK_OP_GET, 1, Bytes(8, 0xA1), 'e');
-  Bytes b = tarsim::raw_message(20, TLK_OP_GET, 2, Bytes(20, 0xB2), 'f');
-  Bytes all = a;
-  all.insert(all.end(), b.begin(), b.end());
+  Bytes all = cat({a, tarsim::raw_message(20, TLK_OP_GET, 2, Bytes(20, 0xB2), 'f')});
   void *block = block_of(all);
   tarvik_msg_list_t *l = tarvik_msg_list_alloc(c);
   ASSERT_EQ(tarvik_msg_list_fillin(c, l, all.size(), block), 0);
@@ -160,27 +149,17 @@ TEST_F(MsgListTest, BadFillsAreRefused) {
   Bytes cut(f.begin(), f.end() - 4);
   Bytes raw = tarsim::raw_message(20, TLK_OP_GET, 1);
   Bytes raw_zero = raw;
-  memset(&raw_zero[8], 0, 4);
+  put_u32(raw_zero, 8, 0);
   Bytes tail(12, 0);
   tail[8] = 99;  // a second raw message claiming more than is left
-  Bytes raw_tail = raw;
-  raw_tail.insert(raw_tail.end(), tail.begin(), tail.end());
   // A second frame of a type that has no record: the first decodes, the second is refused.
-  Bytes no_record(12, 0);
-  const uint32_t head[3] = {TLK_MAGIC_IDR, 0, 3};
-  memcpy(no_record.data(), head, 12);
-  Bytes garbled = f;
-  garbled.insert(garbled.end(), no_record.begin(), no_record.end());
-  // A second frame whose length word wraps to 4 in 32 bits: its claim is checked in full.
-  Bytes wrapping = f;
-  const uint32_t wrap_head[3] = {TLK_MAGIC_IDR, 0xFFFFFFF8u, 6};
-  wrapping.insert(wrapping.end(), reinterpret_cast<const uint8_t *>(wrap_head),
-                  reinterpret_cast<const uint8_t *>(wrap_head) + 12);
+  const Bytes garbled = cat({f, frame_head(TLK_MAGIC_IDR, 0, 3)});
   const Case cases[] = {
       {"frame cut short", cut, EINVAL},
-      {"frame length that wraps", wrapping, EINVAL},
+      // A second frame whose length word wraps to 4 in 32 bits: its claim is checked in full.
+      {"frame length that wraps", cat({f, frame_head(TLK_MAGIC_IDR, 0xFFFFFFF8u, 6)}), EINVAL},
       {"raw message of length 0", raw_zero, EINVAL},
-      {"raw run with a tail", raw_tail, EINVAL},
+      {"raw run with a tail", cat({raw, tail}), EINVAL},
   };
   for (auto &cs : cases) {
     void *block = block_of(cs.bytes);

@@ -28,13 +28,10 @@ std::vector<uint8_t> read_file(const std::string &path) {
 }
 
 // The frame as the fuzz target builds it from an input.
-std::vector<uint8_t> frame_of(const std::vector<uint8_t> &in) {
+Bytes fuzz_frame(const Bytes &in) {
   if (in[0] & 2) return {in.begin() + 1, in.end()};
-  const uint32_t head[3] = {(in[0] & 1) ? TLK_MAGIC_TLV : TLK_MAGIC_IDR,
-                            static_cast<uint32_t>(in.size() - 2), in[1]};
-  std::vector<uint8_t> f(reinterpret_cast<const uint8_t *>(head), reinterpret_cast<const uint8_t *>(head) + 12);
-  f.insert(f.end(), in.begin() + 2, in.end());
-  return f;
+  return cat({frame_head((in[0] & 1) ? TLK_MAGIC_TLV : TLK_MAGIC_IDR, static_cast<uint32_t>(in.size() - 2), in[1]),
+              Bytes(in.begin() + 2, in.end())});
 }
 
 class RegressionTest : public OneSessionTest {};
@@ -48,14 +45,12 @@ TEST_F(RegressionTest, EveryRecordedInputDecodesSafely) {
     if (name.size() < 4 || name.substr(name.size() - 4) != ".bin") continue;
     const std::vector<uint8_t> in = read_file(std::string(TLK_REGRESSION_DIR) + "/" + name);
     ASSERT_GE(in.size(), 2u) << name;
-    const std::vector<uint8_t> frame = frame_of(in);
+    const Bytes frame = fuzz_frame(in);
     void *msg = nullptr, *mask = nullptr;
     if (tarvik_msg_idl_decode(c, frame.data(), frame.size(), &msg, &mask) == 0) {
       // Whatever decoded must encode again, when its header names its frame's type (the encoder
       // picks the record by that type), and release whole.
-      uint32_t frame_type;
-      memcpy(&frame_type, frame.data() + 8, 4);
-      if (static_cast<const tlk_hdr *>(msg)->tlkh_type == frame_type) {
+      if (static_cast<const tlk_hdr *>(msg)->tlkh_type == get_u32(frame.data(), 8)) {
         void *again = nullptr;
         size_t len = 0;
         EXPECT_EQ(tarvik_msg_idl_encode(c, msg, nullptr, &again, &len), 0) << name;

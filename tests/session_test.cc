@@ -10,19 +10,14 @@
 namespace tlktest {
 namespace {
 
-using tarsim::Bytes;
-
 class SessionTest : public SimTest {};
 
 TEST_F(SessionTest, CreateMakesUnconnectedCookieWithDefaults) {
   const auto before = outstanding();
   tarvik_cookie *c = tarvik_cookie_create();
   ASSERT_NE(c, nullptr);
-  EXPECT_EQ(c->fd, -1);
-  EXPECT_EQ(c->seq, 1u);
-  EXPECT_EQ(c->lib_error_cb, tarvik_lib_error);
-  EXPECT_NE(c->read_buffer, nullptr);
-  EXPECT_EQ(c->version_info, nullptr);
+  EXPECT_EQ(tarvik_getsockfd(c), -1);
+  EXPECT_EQ(tarvik_get_tarlink_version_info(c), nullptr);
   EXPECT_TRUE(kernel.sessions().empty()) << "creating a cookie makes no system call";
   EXPECT_EQ(outstanding()[MEMID_TARVIK_COOKIE] - before[MEMID_TARVIK_COOKIE], 1);
   EXPECT_EQ(outstanding()[MEMID_TARVIK_READ_BUFFER] - before[MEMID_TARVIK_READ_BUFFER], 1);
@@ -49,82 +44,89 @@ TEST_F(SessionTest, OpenNegotiatesAndSetsSenderAndBuffers) {
   EXPECT_FALSE(kernel.has_session(fd));
 }
 
-TEST_F(SessionTest, NewerKernelWithMoreTypesWarnsOnce) {
-  Bytes reply = tarsim::Kernel::default_version_reply();
-  reply[0] = 111;
-  kernel.set_version_reply(reply);
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
-  ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_EQ(log.lines[0].level, TLK_LEVEL_WARNING);
-  EXPECT_EQ(log.lines[0].text,
-            "tarvik: WARNING kernel has new unknown messages: expected 110 got 111,a reboot or "
-            "software upgrade may be required\n");
-  tarvik_close(c);
-}
+// Version negotiation: what each kind of difference in the kernel's reply draws.  Only another
+// interface version (or no usable reply) refuses the session.
+const std::string kUpgrade = ",a reboot or software upgrade may be required\n";
 
-TEST_F(SessionTest, OlderKernelWithFewerTypesStillComparesAll) {
-  Bytes reply = tarsim::Kernel::default_version_reply();
-  reply[0] = 109;
-  reply.push_back(0);  // a byte for type 110, beyond the table: never compared
-  reply[1 + 109] = 'x';  // type 109 still compared although the count stops at 109
-  kernel.set_version_reply(reply);
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
-  ASSERT_EQ(log.lines.size(), 2u);
-  EXPECT_EQ(log.lines[0].level, TLK_LEVEL_ERROR);
-  EXPECT_TRUE(log.contains("kernel does not support all messages: expected 110 got 109,"));
-  EXPECT_TRUE(log.contains("version mismatch for msg tlk-err (109): expected 0 got 120,"));
-  tarvik_close(c);
-}
+struct VersionCase {
+  const char *name;
+  void (*edit)(Bytes &reply);  // on the default reply
+  bool opens;
+  std::vector<ErrLog::Line> lines;
+  int err = 0;  // errno after a refusal, where it is promised
+};
 
-TEST_F(SessionTest, OneMessageVersionDiffersOnlyWarns) {
-  Bytes reply = tarsim::Kernel::default_version_reply();
-  reply[1 + 2] = 'c';  // the route message
-  kernel.set_version_reply(reply);
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
-  ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_EQ(log.lines[0].level, TLK_LEVEL_WARNING);
-  EXPECT_EQ(log.lines[0].text,
-            "tarvik: WARNING version mismatch for msg route (2): expected 104 got 99,a reboot or "
-            "software upgrade may be required\n");
-  tarvik_close(c);
-}
+const VersionCase kVersionCases[] = {
+    {"NewerKernelWithMoreTypes", [](Bytes &r) { r[0] = 111; }, true,
+     {{TLK_LEVEL_WARNING, "tarvik: WARNING kernel has new unknown messages: expected 110 got 111" + kUpgrade}}},
+    // A count of 109 still has type 109 compared; a byte for type 110 is beyond the table.
+    {"OlderKernelWithFewerTypes",
+     [](Bytes &r) {
+       r[0] = 109;
+       r.push_back(0);
+       r[1 + 109] = 'x';
+     },
+     true,
+     {{TLK_LEVEL_ERROR, "tarvik: ERROR kernel does not support all messages: expected 110 got 109" + kUpgrade},
+      {TLK_LEVEL_WARNING, "tarvik: WARNING version mismatch for msg tlk-err (109): expected 0 got 120" + kUpgrade}}},
+    {"OneMessageVersionDiffers", [](Bytes &r) { r[1 + 2] = 'c'; }, true,
+     {{TLK_LEVEL_WARNING, "tarvik: WARNING version mismatch for msg route (2): expected 104 got 99" + kUpgrade}}},
+    // "ifstats" and "ksdb" are kept at 0 by the library: a version there is a difference too.
+    {"UnversionedTypeWithVersion",
+     [](Bytes &r) {
+       r[1 + 9] = 'a';
+       r[1 + 91] = 'b';
+     },
+     true,
+     {{TLK_LEVEL_WARNING, "tarvik: WARNING version mismatch for msg ifstats (9): expected 0 got 97" + kUpgrade},
+      {TLK_LEVEL_WARNING, "tarvik: WARNING version mismatch for msg ksdb (91): expected 0 got 98" + kUpgrade}}},
+    {"InterfaceMismatch", [](Bytes &r) { r[1] = 99; }, false,
+     {{TLK_LEVEL_FATAL, "tarvik: FATAL ERROR interface version mismatch: kernel=99 library=98" + kUpgrade}},
+     ECONNREFUSED},
+    // A reply of one byte is judged on zeros.
+    {"ShortReply", [](Bytes &r) { r = Bytes{110}; }, false,
+     {{TLK_LEVEL_FATAL, "tarvik: FATAL ERROR interface version mismatch: kernel=0 library=98" + kUpgrade}},
+     ECONNREFUSED},
+    {"QueryFails", nullptr, false,
+     {{TLK_LEVEL_FATAL, std::string("tarvik: FATAL ERROR version sockopt failed: ") + strerror(EOPNOTSUPP)}}},
+};
 
-TEST_F(SessionTest, UnversionedTypeWithVersionDrawsWarning) {
-  Bytes reply = tarsim::Kernel::default_version_reply();
-  reply[1 + 9] = 'a';  // "ifstats" is kept at 0 by the library
-  reply[1 + 91] = 'b';
-  kernel.set_version_reply(reply);
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
-  EXPECT_EQ(log.count(TLK_LEVEL_WARNING), 2u);
-  EXPECT_TRUE(log.contains("msg ifstats (9): expected 0 got 97"));
-  EXPECT_TRUE(log.contains("msg ksdb (91): expected 0 got 98"));
-  tarvik_close(c);
-}
+class VersionTest : public SimTest, public ::testing::WithParamInterface<VersionCase> {};
 
-TEST_F(SessionTest, InterfaceMismatchRefusedThroughRegisteredCallback) {
-  Bytes reply = tarsim::Kernel::default_version_reply();
-  reply[1] = 99;
-  kernel.set_version_reply(reply);
+TEST_P(VersionTest, LogsEachDifferenceThroughTheRegisteredCallback) {
+  const VersionCase &v = GetParam();
+  if (v.edit == nullptr) {
+    kernel.fail_option(TLK_SOL_ROUTE, TLK_SO_VERSION, EOPNOTSUPP);
+  } else {
+    Bytes reply = tarsim::Kernel::default_version_reply();
+    v.edit(reply);
+    kernel.set_version_reply(reply);
+  }
   errno = 0;
   tarvik_cookie *c = tarvik_open_set_liberr(3, &log, ErrLog::callback);
-  EXPECT_EQ(c, nullptr);
-  EXPECT_EQ(errno, ECONNREFUSED);
-  ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_EQ(log.lines[0].level, TLK_LEVEL_FATAL);
-  EXPECT_EQ(log.lines[0].text,
-            "tarvik: FATAL ERROR interface version mismatch: kernel=99 library=98,a reboot or "
-            "software upgrade may be required\n");
+  ASSERT_EQ(c != nullptr, v.opens);
+  ASSERT_EQ(log.lines.size(), v.lines.size());
+  for (size_t i = 0; i < v.lines.size(); ++i) {
+    EXPECT_EQ(log.lines[i].level, v.lines[i].level) << i;
+    EXPECT_EQ(log.lines[i].text, v.lines[i].text) << i;
+  }
   EXPECT_TRUE(os.exits.empty());
+  if (c != nullptr) {
+    tarvik_close(c);
+    return;
+  }
+  if (v.err != 0) {
+    EXPECT_EQ(errno, v.err);
+  }
   // The common exit frees the record alone: the descriptor and read buffer stay behind, on
   // purpose.  Give them back here so that the leak check sees only what this test expects.
   ASSERT_EQ(kernel.sessions().size(), 1u);
   close(kernel.sessions()[0]);
   expect_abandoned(MEMID_TARVIK_READ_BUFFER, 1);
 }
+
+INSTANTIATE_TEST_SUITE_P(Replies, VersionTest, ::testing::ValuesIn(kVersionCases),
+                         [](const auto &p) { return std::string(p.param.name); });
 
 TEST_F(SessionTest, InterfaceMismatchWithDefaultCallbackLogsCriticalAndExits) {
   Bytes reply = tarsim::Kernel::default_version_reply();
@@ -133,29 +135,9 @@ TEST_F(SessionTest, InterfaceMismatchWithDefaultCallbackLogsCriticalAndExits) {
   // Captured exit returns, so the connect path runs to its end as a surviving process would.
   tarvik_cookie *c = tarvik_open(3);
   EXPECT_EQ(c, nullptr);
-  ASSERT_EQ(os.exits.size(), 1u);
-  EXPECT_EQ(os.exits[0], 1);
+  EXPECT_EQ(os.exits, std::vector<int>{1});
   ASSERT_EQ(os.syslog.size(), 1u);
   EXPECT_EQ(os.syslog[0].priority, LOG_CRIT);
-  close(kernel.sessions()[0]);
-  expect_abandoned(MEMID_TARVIK_READ_BUFFER, 1);
-}
-
-TEST_F(SessionTest, VersionQueryFailureIsFatal) {
-  kernel.fail_option(TLK_SOL_ROUTE, TLK_SO_VERSION, EOPNOTSUPP);
-  EXPECT_EQ(tarvik_open_set_liberr(1, &log, ErrLog::callback), nullptr);
-  ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_EQ(log.lines[0].level, TLK_LEVEL_FATAL);
-  EXPECT_EQ(log.lines[0].text,
-            std::string("tarvik: FATAL ERROR version sockopt failed: ") + strerror(EOPNOTSUPP));
-  close(kernel.sessions()[0]);
-  expect_abandoned(MEMID_TARVIK_READ_BUFFER, 1);
-}
-
-TEST_F(SessionTest, ShortVersionReplyIsJudgedOnZeros) {
-  kernel.set_version_reply(Bytes{110});
-  EXPECT_EQ(tarvik_open_set_liberr(1, &log, ErrLog::callback), nullptr);
-  EXPECT_TRUE(log.contains("interface version mismatch: kernel=0 library=98"));
   close(kernel.sessions()[0]);
   expect_abandoned(MEMID_TARVIK_READ_BUFFER, 1);
 }
@@ -233,9 +215,10 @@ TEST_F(SessionTest, HostWithoutRoutingSocketFailsAtSocketStep) {
   expect_abandoned(MEMID_TARVIK_READ_BUFFER, 1);
 }
 
-TEST_F(SessionTest, SetBuffersRefusesSizesBelowOneWithDistinctWords) {
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
+// The tests below work on one open session, `c`.
+using OpenSessionTest = OneSessionTest;
+
+TEST_F(OpenSessionTest, SetBuffersRefusesSizesBelowOneWithDistinctWords) {
   const int fd = tarvik_getsockfd(c);
   EXPECT_EQ(tarvik_set_buffers(c, 0, 100), EINVAL);
   EXPECT_EQ(tarvik_set_buffers(c, 100, 0), EINVAL);
@@ -247,62 +230,9 @@ TEST_F(SessionTest, SetBuffersRefusesSizesBelowOneWithDistinctWords) {
   EXPECT_EQ(tarvik_set_buffers(c, 4096, 8192), 0);
   EXPECT_EQ(kernel.option_u32(fd, SOL_SOCKET, SO_SNDBUF), 4096u);
   EXPECT_EQ(kernel.option_u32(fd, SOL_SOCKET, SO_RCVBUF), 8192u);
-  EXPECT_EQ(c->rbuf_data, nullptr) << "no bulk read buffer without sync or async mode";
-  tarvik_close(c);
 }
 
-TEST_F(SessionTest, SetBuffersInAsyncBulkModeNeedsHalfMegabyte) {
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
-  c->async_info = static_cast<tarvik_async_info_t *>(
-      tarvik_calloc(MEMID_TARVIK_ASYNC_CTX, 1, sizeof(tarvik_async_info_t)));
-  c->async_info->mode = TLK_ASYNC_BULK;
-  EXPECT_EQ(tarvik_set_buffers(c, 524287, 1000000), EINVAL);
-  EXPECT_EQ(log.lines.back().text,
-            "tarvik: ERROR Attempted to set an invalid buffer size(send size: 524287, recv size: "
-            "1000000)\n");
-  EXPECT_EQ(tarvik_set_buffers(c, 524288, 524288), 0);
-  tarvik_close(c);  // releases the asynchronous record too
-}
-
-TEST_F(SessionTest, SetBuffersKeepsBulkReadBufferInStep) {
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
-  c->sync_mode = TLK_SYNC_BULK_ENABLE;
-  EXPECT_EQ(tarvik_set_buffers(c, 65536, 300000), 0);
-  ASSERT_NE(c->rbuf_data, nullptr);
-  EXPECT_EQ(c->rbuf_sz, 300000u);
-  EXPECT_EQ(tarvik_set_buffers(c, 65536, 600000), 0);
-  EXPECT_EQ(c->rbuf_sz, 600000u);
-  tarvik_close(c);
-}
-
-TEST_F(SessionTest, SetBuffersReallocFailureKeepsOldBuffer) {
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
-  c->sync_mode = TLK_SYNC_BULK_ENABLE;
-  ASSERT_EQ(tarvik_set_buffers(c, 65536, 4096), 0);
-  uint8_t *old = c->rbuf_data;
-  auto saved = tarvik_realloc;
-  tarvik_realloc = [](unsigned, void *, size_t) -> void * {
-    errno = ENOMEM;
-    return nullptr;
-  };
-  EXPECT_EQ(tarvik_set_buffers(c, 65536, 8192), ENOMEM);
-  tarvik_realloc = saved;
-  EXPECT_EQ(c->rbuf_data, old);
-  EXPECT_EQ(c->rbuf_sz, 4096u);
-  EXPECT_EQ(kernel.option_u32(tarvik_getsockfd(c), SOL_SOCKET, SO_RCVBUF), 8192u)
-      << "the socket options stay changed";
-  EXPECT_EQ(log.lines.back().text,
-            std::string("tarvik: ERROR tarvik_set_buffers: Failed to re-allocate rbuf ") +
-                strerror(ENOMEM));
-  tarvik_close(c);
-}
-
-TEST_F(SessionTest, SenderAndLogicalRouterRefusalsSpeakOfSenderId) {
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
+TEST_F(OpenSessionTest, SenderAndLogicalRouterRefusalsSpeakOfSenderId) {
   kernel.fail_option(TLK_SOL_ROUTE, TLK_SO_LR_ID, ENOPROTOOPT);
   kernel.fail_option(TLK_SOL_ROUTE, TLK_SO_SENDER_ID, ENOPROTOOPT);
   EXPECT_EQ(tarvik_set_lr_id(c, 0x12345), 0);
@@ -317,7 +247,6 @@ TEST_F(SessionTest, SenderAndLogicalRouterRefusalsSpeakOfSenderId) {
   EXPECT_EQ(kernel.option(tarvik_getsockfd(c), TLK_SOL_ROUTE, TLK_SO_LR_ID), (Bytes{0x45, 0x23}));
   EXPECT_EQ(tarvik_set_lr_id(nullptr, 1), EINVAL);
   EXPECT_EQ(tarvik_set_sender_id(nullptr, 1), EINVAL);
-  tarvik_close(c);
 }
 
 struct ModeSetter {
@@ -327,12 +256,10 @@ struct ModeSetter {
   const char *words;
 };
 
-class ModeTest : public SimTest, public ::testing::WithParamInterface<ModeSetter> {};
+class ModeTest : public OneSessionTest, public ::testing::WithParamInterface<ModeSetter> {};
 
 TEST_P(ModeTest, PassesValueOrFailsWithMinusOne) {
   const ModeSetter &m = GetParam();
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
   EXPECT_EQ(m.set(c, 0xA5A5), 0);
   EXPECT_EQ(kernel.option_u32(tarvik_getsockfd(c), TLK_SOL_ROUTE, m.option), 0xA5A5u);
   kernel.fail_option(TLK_SOL_ROUTE, m.option, EPERM);
@@ -341,7 +268,6 @@ TEST_P(ModeTest, PassesValueOrFailsWithMinusOne) {
   EXPECT_EQ(log.lines[0].level, TLK_LEVEL_ERROR);
   EXPECT_EQ(log.lines[0].text, std::string("tarvik: ERROR ") + m.words + strerror(EPERM));
   EXPECT_EQ(m.set(nullptr, 1), EINVAL);
-  tarvik_close(c);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -363,9 +289,7 @@ TEST_F(SessionTest, NullCookieAnswers) {
   tarvik_set_used_by_stats(nullptr, 1);
 }
 
-TEST_F(SessionTest, SetsockoptPassesThroughAtKernelLevel) {
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
+TEST_F(OpenSessionTest, SetsockoptPassesThroughAtKernelLevel) {
   const uint32_t masks[2] = {0x10, 0x200000};
   EXPECT_EQ(tarvik_setsockopt(c, TLK_SO_LISTEN, masks, sizeof masks), 0);
   EXPECT_EQ(kernel.option(tarvik_getsockfd(c), TLK_SOL_ROUTE, TLK_SO_LISTEN),
@@ -373,29 +297,25 @@ TEST_F(SessionTest, SetsockoptPassesThroughAtKernelLevel) {
   errno = 0;
   EXPECT_EQ(tarvik_setsockopt(c, TLK_SO_LISTEN, masks, 4), -1) << "the kernel checks lengths";
   EXPECT_EQ(errno, EINVAL);
-  tarvik_set_used_by_stats(c, 0x101);
-  EXPECT_EQ(c->used_by_stats, 1);
-  tarvik_close(c);
 }
 
-TEST_F(SessionTest, DestroyReleasesEverythingInOrder) {
+// The socket closes first, then the close hook runs, then the buffers go.
+TEST_F(SessionTest, DestroyRunsTheCloseHookBetweenSocketAndBuffers) {
   tarvik_cookie *c = open_session();
   ASSERT_NE(c, nullptr);
-  c->sync_mode = TLK_SYNC_BULK_ENABLE;
-  ASSERT_EQ(tarvik_set_buffers(c, 524288, 524288), 0);
-  c->wbuf = static_cast<uint8_t *>(tarvik_size_alloc(c, 64));
+  ASSERT_EQ(tarvik_set_sync_mode(c, 1), 0);  // the bulk buffers, to be released too
+  ASSERT_EQ(tarvik_set_async_info_nocontext(c, nullptr), 0);
+  ASSERT_EQ(tarvik_set_async_mode(c, TLK_ASYNC_BULK | TLK_ASYNC_HOOKED), 0);
   static bool hook_saw_closed_socket;
   static tarvik_event_hooks_t hooks{};
   hooks.destroy = [](tarvik_cookie *cookie) {
-    hook_saw_closed_socket = (cookie->fd == -1 && cookie->read_buffer != nullptr);
+    hook_saw_closed_socket =
+        tarvik_getsockfd(cookie) == -1 && tarvik_get_tarlink_version_info(cookie) != nullptr;
   };
-  c->event_hooks = &hooks;
-  c->async_info = static_cast<tarvik_async_info_t *>(
-      tarvik_calloc(MEMID_TARVIK_ASYNC_CTX, 1, sizeof(tarvik_async_info_t)));
-  c->async_info->mode = TLK_ASYNC_BULK | TLK_ASYNC_HOOKED;
+  ASSERT_EQ(tlk_async_set_event_hooks(c, &hooks), 0);
   hook_saw_closed_socket = false;
   tarvik_cookie_destroy(c);
-  EXPECT_TRUE(hook_saw_closed_socket) << "the hook runs after the close, before the buffers go";
+  EXPECT_TRUE(hook_saw_closed_socket);
   EXPECT_TRUE(kernel.sessions().empty());
 }
 

@@ -13,8 +13,8 @@ int Recorder::handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
   Heard h{};
   h.type = b[5];
   h.op = b[6];
-  memcpy(&h.seq, b + 12, 4);
-  memcpy(&h.msglen, b + 8, 4);
+  h.seq = get_u32(b, 12);
+  h.msglen = get_u32(b, 8);
   h.bytes.assign(b, b + h.msglen);
   r->heard.push_back(std::move(h));
   tarvik_msg_free(cookie, msg);
@@ -89,6 +89,34 @@ void keep_abandoned(tarvik_cookie *cookie) {
       kept->push_back(static_cast<tarvik_async_subtype_info_t *>(slot->arg)->table);
     }
   }
+}
+
+void AsyncTest::SetUp() {
+  SimTest::SetUp();
+  c = open_session();
+  ASSERT_NE(c, nullptr);
+  fd = tarvik_getsockfd(c);
+}
+
+void AsyncTest::TearDown() {
+  tarvik_async_set_io_debug(0);
+  tarvik_close(c);
+  if (shared.opaque != nullptr) {
+    EXPECT_EQ(tlk_ev_destroy(shared), 0);
+  }
+  SimTest::TearDown();
+}
+
+void AsyncTest::join_shared() {
+  ASSERT_EQ(tlk_ev_create(&shared), 0);
+  ASSERT_EQ(tarvik_set_async_context(c, shared), 0);
+}
+
+void AsyncTest::close_abandoning(int32_t n) {
+  keep_abandoned(c);
+  tarvik_close(c);
+  c = nullptr;
+  expect_abandoned(MEMID_TARVIK_ASYNC_REG, n);
 }
 
 tarsim::Bytes raw_note(uint8_t type, uint8_t op, size_t body, uint8_t fill) {

@@ -46,4 +46,25 @@ void keep_abandoned(tarvik_cookie *cookie);
 // A raw notification of `type`, `op`, sequence 0 (the kernel stamps its own), `body` bytes.
 tarsim::Bytes raw_note(uint8_t type, uint8_t op = TLK_OP_ADD, size_t body = 8, uint8_t fill = 0x11);
 
+// One open session, `c` on socket `fd`, and a context `shared` of the caller's (made by
+// join_shared), destroyed after the session is closed and before the leak check.
+class AsyncTest : public SimTest {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  // Makes the session asynchronous without a context, or in `shared`.
+  void nocontext() { ASSERT_EQ(tarvik_set_async_info_nocontext(c, nullptr), 0); }
+  void join_shared();
+  // Closes the session now and accepts the `n` registration blocks its teardown leaves behind.
+  void close_abandoning(int32_t n);
+  // A raw message carrying the sequence number the session expects `ahead` messages on.
+  Bytes raw(uint8_t type, size_t body = 8, uint32_t ahead = 0, uint8_t op = TLK_OP_ADD) {
+    return tarsim::raw_message(type, op, c->seq + ahead, Bytes(body, type));
+  }
+  tarvik_cookie *c = nullptr;
+  int fd = -1;
+  evContext shared{};
+  Recorder r;
+};
+
 }  // namespace tlktest

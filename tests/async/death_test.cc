@@ -7,8 +7,6 @@
 namespace tlktest {
 namespace {
 
-using tarsim::Bytes;
-
 // Puts the host's process ends back in place of the harness's capture.
 void real_endings() {
   tlk_platform t = *tlk_platform_get();
@@ -18,13 +16,20 @@ void real_endings() {
   tlk_platform_set(&t);
 }
 
-class AsyncDeathTest : public SimTest {};
+class AsyncDeathTest : public AsyncTest {
+ protected:
+  // A context-less session with a message whose length word claims 4096 of its 32 bytes.
+  void push_corrupted() {
+    nocontext();
+    Bytes bad = raw(5);
+    put_u32(bad, 8, 4096);
+    ASSERT_TRUE(kernel.push(fd, bad));
+  }
+};
 
 TEST_F(AsyncDeathTest, MessageTooLargeForTheBufferStopsOnTheAssertion) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
-  ASSERT_EQ(tarvik_set_async_info_nocontext(c, nullptr), 0);
+  nocontext();
   kernel.inject_read_errno(EMSGSIZE);
   EXPECT_DEATH(
       {
@@ -33,42 +38,27 @@ TEST_F(AsyncDeathTest, MessageTooLargeForTheBufferStopsOnTheAssertion) {
       },
       "errno != EMSGSIZE.*tarvik_async_event_process");
   kernel.clear_faults();
-  tarvik_close(c);
 }
 
 TEST_F(AsyncDeathTest, CorruptedStreamEndsAClientWithTheDefaultCallback) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
   ASSERT_EQ(tarvik_lib_error_register(c, nullptr, tarvik_lib_error), 0);
-  ASSERT_EQ(tarvik_set_async_info_nocontext(c, nullptr), 0);
-  Bytes bad = tarsim::raw_message(5, 1, c->seq, Bytes(8, 0));
-  const uint32_t huge = 4096;
-  memcpy(&bad[8], &huge, 4);
-  ASSERT_TRUE(kernel.push(tarvik_getsockfd(c), bad));
+  push_corrupted();
   EXPECT_EXIT(
       {
         real_endings();
         tarvik_async_event_process(c);
       },
       ::testing::ExitedWithCode(1), "");
-  tarvik_close(c);
 }
 
 TEST_F(AsyncDeathTest, WithItsOwnCallbackTheClientSurvives) {
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
-  ASSERT_EQ(tarvik_set_async_info_nocontext(c, nullptr), 0);
-  Bytes bad = tarsim::raw_message(5, 1, c->seq, Bytes(8, 0));
-  const uint32_t huge = 4096;
-  memcpy(&bad[8], &huge, 4);
-  ASSERT_TRUE(kernel.push(tarvik_getsockfd(c), bad));
+  push_corrupted();
   real_endings();
   errno = 0;
   EXPECT_EQ(tarvik_async_event_process(c), -1);
   EXPECT_EQ(errno, EINVAL);
   EXPECT_EQ(log.count(TLK_LEVEL_FATAL), 1u);
-  tarvik_close(c);
 }
 
 }  // namespace

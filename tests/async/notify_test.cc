@@ -9,8 +9,6 @@
 namespace tlktest {
 namespace {
 
-using tarsim::Bytes;
-
 class NotifyTest : public SimTest, public ::testing::WithParamInterface<Kind> {
  protected:
   void TearDown() override {
@@ -53,7 +51,7 @@ TEST_P(NotifyTest, ChangeByOneSessionReachesTheListenerOnly) {
   Bytes change = tarsim::raw_message(6, TLK_OP_CHANGE, 0, Bytes(16, 0x42));
   uint32_t seq = 0;
   ASSERT_EQ(tarvik_seq_get_next(writer, &seq), 0);
-  memcpy(&change[12], &seq, 4);
+  put_u32(change, 12, seq);
   ASSERT_EQ(tarvik_write(writer, change.data(), change.size()), 0);
 
   EXPECT_EQ(kernel.notifications(lfd), 1u);

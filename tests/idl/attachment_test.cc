@@ -28,6 +28,15 @@ uint8_t *arm_bytes(tlk_msg_info &m) {
   return reinterpret_cast<uint8_t *>(&m) + info_choice().arm_off;
 }
 
+Bytes tlv_of(const tlk_msg_info &m, const tlk_msg_info_tlvmap *map = nullptr) {
+  return encode([&](uint8_t *b, uint32_t n) { return tlv_encode_tlk_msg_info_0(&m, map, b, n); });
+}
+Bytes idr_of(const tlk_msg_info &m) {
+  return encode([&](uint8_t *b, uint32_t n) { return idr_encode_tlk_msg_info_0(&m, b, n); });
+}
+// The 12-byte head of an attachment: zero, arm length, selector.
+Bytes head(uint32_t selector, uint32_t arm_len = 0) { return cat({le32(0), le32(arm_len), le32(selector)}); }
+
 TEST(Attachment, SelectorsWithAnArmByFamily) {
   std::map<uint32_t, int> per_family;
   const Choice &c = info_choice();
@@ -101,13 +110,8 @@ TEST(Attachment, EveryArmRoundTripsInBothEncodings) {
       fill_random(*a.rec, arm_bytes(want), &map, rng, pool);
       const std::string where = std::string(a.rec->name) + " at " + std::to_string(a.selector);
 
-      Bytes tlv = encode(
-          [&](uint8_t *b, uint32_t n) { return tlv_encode_tlk_msg_info_0(&want, &map, b, n); });
-      uint32_t head[3];
-      std::memcpy(head, tlv.data(), 12);
-      EXPECT_EQ(head[0], 0u) << where;
-      EXPECT_EQ(head[1], tlv.size() - 12) << where;
-      EXPECT_EQ(head[2], a.selector) << where;
+      Bytes tlv = tlv_of(want, &map);
+      EXPECT_EQ(Bytes(tlv.begin(), tlv.begin() + 12), head(a.selector, len32(tlv) - 12)) << where;
       Heap heap;
       tlk_msg_info got;
       tlk_msg_info_tlvmap got_map;
@@ -121,8 +125,7 @@ TEST(Attachment, EveryArmRoundTripsInBothEncodings) {
       tlk_msg_info full{};
       full.tlkmi_type = a.selector;
       fill_random(*a.rec, arm_bytes(full), nullptr, rng, pool);
-      Bytes idr =
-          encode([&](uint8_t *b, uint32_t n) { return idr_encode_tlk_msg_info_0(&full, b, n); });
+      Bytes idr = idr_of(full);
       ASSERT_EQ(idr_decode_tlk_msg_info_0(&got, idr.data(), static_cast<uint32_t>(idr.size()),
                                           Heap::alloc, &heap),
                 static_cast<int32_t>(idr.size()))
@@ -137,15 +140,9 @@ TEST(Attachment, SelectorWithoutAnArmCostsTheBareHead) {
     tlk_msg_info m{};
     m.tlkmi_type = sel;
     std::memset(arm_bytes(m), 0xAB, 16);  // whatever lies in the arm is not sent
-    const Bytes want = cat({le32(0), le32(0), le32(sel)});
-    EXPECT_EQ(encode([&](uint8_t *b, uint32_t n) {
-                return tlv_encode_tlk_msg_info_0(&m, nullptr, b, n);
-              }),
-              want)
-        << sel;
-    EXPECT_EQ(encode([&](uint8_t *b, uint32_t n) { return idr_encode_tlk_msg_info_0(&m, b, n); }),
-              want)
-        << sel;
+    const Bytes want = head(sel);
+    EXPECT_EQ(tlv_of(m), want) << sel;
+    EXPECT_EQ(idr_of(m), want) << sel;
 
     tlk_msg_info got;
     std::memset(&got, 0x5A, sizeof got);
@@ -163,8 +160,7 @@ TEST(Attachment, SelectorWithoutAnArmCostsTheBareHead) {
 
 TEST(Attachment, UnknownSelectorBodyIsSkippedWhole) {
   // A newer peer's attachment: 12 bytes of body that this library cannot read.
-  const Bytes item =
-      cat({le32(0), le32(12), le32(0x7000001), le32(0x11111111), le32(0x22222222), le32(3)});
+  const Bytes item = cat({head(0x7000001, 12), le32(0x11111111), le32(0x22222222), le32(3)});
   tlk_msg_info got;
   tlk_msg_info_tlvmap map;
   Heap heap;
@@ -198,23 +194,15 @@ TEST(Attachment, AnonymousArmIsOneItemOrNothing) {
       m.tlkmi_u.tlk_msg_info_u16.value = static_cast<uint16_t>(row.value);
     else
       m.tlkmi_u.tlk_msg_info_u32.value = row.value;
-    const Bytes full =
-        cat({le32(0), le32(static_cast<uint32_t>(row.item.size())), le32(row.selector), row.item});
-    EXPECT_EQ(encode([&](uint8_t *b, uint32_t n) {
-                return tlv_encode_tlk_msg_info_0(&m, nullptr, b, n);
-              }),
-              full);
+    const Bytes full = cat({head(row.selector, len32(row.item)), row.item});
+    EXPECT_EQ(tlv_of(m), full);
     tlk_msg_info_tlvmap map{};
     map.tlkmi_u.tlk_msg_info_u32._w0 = 1;  // bit 0 set: sent
-    EXPECT_EQ(
-        encode([&](uint8_t *b, uint32_t n) { return tlv_encode_tlk_msg_info_0(&m, &map, b, n); }),
-        full);
+    EXPECT_EQ(tlv_of(m, &map), full);
     map.tlkmi_u.tlk_msg_info_u32._w0 = 0;  // bit 0 clear: the arm is empty
-    EXPECT_EQ(
-        encode([&](uint8_t *b, uint32_t n) { return tlv_encode_tlk_msg_info_0(&m, &map, b, n); }),
-        cat({le32(0), le32(0), le32(row.selector)}));
+    EXPECT_EQ(tlv_of(m, &map), head(row.selector));
     // IDR: just the field, padded to 4.
-    Bytes idr = encode([&](uint8_t *b, uint32_t n) { return idr_encode_tlk_msg_info_0(&m, b, n); });
+    Bytes idr = idr_of(m);
     ASSERT_EQ(idr.size(), 16u);
     uint32_t v = 0;
     std::memcpy(&v, idr.data() + 12, row.selector == 208 ? 2 : 4);

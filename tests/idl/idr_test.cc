@@ -1,4 +1,5 @@
-// IDR: the flat images of the worked examples, and the edge cases of the strict decoder.
+// IDR: the flat images of the worked examples (their decoding is the inverse the property tests
+// check for every type), and the edge cases of the strict decoder.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -55,15 +56,6 @@ TEST(IdrDecode, HeaderLengthsAndAttachments) {
   EXPECT_EQ(h.tlkh_info[0]->tlkmi_type, 5u);
   idr_release_tlk_hdr_0(&h, Heap::release, &heap);
   EXPECT_EQ(heap.live(), 0u);
-  // And the same attachment encodes to 12 bytes in both forms.
-  tlk_msg_info info{};
-  info.tlkmi_type = 5;
-  tlk_msg_info *list[1] = {&info};
-  tlk_hdr out = sample_hdr();
-  out.tlkh_info = list;
-  out.tlkh_info_len = 1;
-  EXPECT_EQ(idr_encode_tlk_hdr_0(&out, nullptr, 0), 40u);
-  EXPECT_EQ(tlv_encode_tlk_msg_info_0(&info, nullptr, nullptr, 0), 12u);
 }
 
 TEST(IdrExample, RpfInfoAndPrefix) {
@@ -77,14 +69,6 @@ TEST(IdrExample, RpfInfoAndPrefix) {
   p.prefix_len = 3;
   Bytes b = encode([&](uint8_t *o, uint32_t n) { return idr_encode_prefix_0(&p, o, n); });
   EXPECT_EQ(b, (Bytes{24, 0, 0, 0, 3, 0, 0, 0, 10, 20, 30, 0}));
-  Heap heap;
-  prefix back{};
-  ASSERT_EQ(idr_decode_prefix_0(&back, b.data(), len32(b), Heap::alloc, &heap), 12);
-  EXPECT_EQ(back.plen, 24);
-  ASSERT_EQ(back.prefix_len, 3u);
-  EXPECT_EQ(back.prefix[2], 30);
-  idr_release_prefix_0(&back, Heap::release, &heap);
-  EXPECT_EQ(heap.live(), 0u);
 }
 
 TEST(IdrBlob, EmptyBlobAndAByteBehindIt) {
@@ -131,11 +115,9 @@ TEST(IdrList, ZeroCountStillWritesItsWord) {
   t_all r{};
   Bytes b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_t_all_0(&r, p, n); });
   t_all back{};
-  Heap heap;
   ASSERT_EQ(idr_decode_t_all_0(&back, b.data(), len32(b), nullptr, nullptr), static_cast<int32_t>(b.size()));
   EXPECT_EQ(back.plist, nullptr);
   // Every counted field has its word, so the empty record is still a fixed size.
-  EXPECT_EQ(b.size(), idr_encode_t_all_0(&r, nullptr, 0));
   EXPECT_GT(b.size(), 60u);
 }
 
@@ -152,7 +134,7 @@ TEST(IdrDecode, AllocationComesBeforeTheBoundsCheck) {
   EXPECT_EQ(idr_decode_t_blob_u8_0(&r, b.data(), len32(b), nullptr, nullptr), -2);
 }
 
-TEST(IdrForm, NetworkRecordsSwapCountsAndNumbers) {
+TEST(IdrForm, NetworkRecordsSwapNumbers) {
   t_all_net r{};
   uint8_t d[2] = {0xAB, 0xCD};
   r.c = 0x01020304;
@@ -161,12 +143,6 @@ TEST(IdrForm, NetworkRecordsSwapCountsAndNumbers) {
   Bytes b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_t_all_net_0(&r, p, n); });
   // a (1), pad, b (2), c (4) at offset 4.
   EXPECT_EQ(Bytes(b.begin() + 4, b.begin() + 8), (Bytes{1, 2, 3, 4}));
-  Heap heap;
-  t_all_net back{};
-  ASSERT_EQ(idr_decode_t_all_net_0(&back, b.data(), len32(b), Heap::alloc, &heap), static_cast<int32_t>(b.size()));
-  EXPECT_EQ(compare(*record_named("t_all_net"), &r, &back, nullptr), "");
-  idr_release_t_all_net_0(&back, Heap::release, &heap);
-  EXPECT_EQ(heap.live(), 0u);
 }
 
 TEST(IdrForm, AddressFamilyTravelsUnmapped) {

@@ -19,24 +19,39 @@ class EveryType : public ::testing::TestWithParam<const Record *> {};
 
 std::string type_name(const ::testing::TestParamInfo<const Record *> &info) { return info.param->name; }
 
-// sockaddr_idl comes back with a rebuilt flat address, which its encoder would take apart
-// afresh; the random choice is re-encoded as it stands instead.
-void *without_flat_address(const Record &r, std::vector<uint8_t> &rec, std::vector<uint8_t> &copy) {
-  copy = rec;
-  if (r.hooks != nullptr) {
-    void *none = nullptr;
-    std::memcpy(copy.data() + offsetof(sockaddr_idl, sai_addr), &none, sizeof none);
+// The three ways a record travels: IDR, TLV with every field, TLV under a presence map.
+enum class Form { kIdr, kTlv, kTlvMap };
+const char *form_name(Form f) { return f == Form::kIdr ? "idr" : f == Form::kTlv ? "tlv" : "tlv+map"; }
+
+struct Codec {
+  const Record &r;
+  Form form;
+  template <typename P>
+  P map_or_null(P map) const {
+    return form == Form::kTlvMap ? map : nullptr;
   }
-  return copy.data();
-}
-uint32_t reencode_idr(const Record &r, std::vector<uint8_t> &rec, uint8_t *p, uint32_t n) {
-  std::vector<uint8_t> copy;
-  return tlk::idl::idr_encode(r, without_flat_address(r, rec, copy), p, n);
-}
-uint32_t reencode_tlv(const Record &r, std::vector<uint8_t> &rec, const void *map, uint8_t *p, uint32_t n) {
-  std::vector<uint8_t> copy;
-  return tlk::idl::tlv_encode(r, without_flat_address(r, rec, copy), map, p, n);
-}
+  uint32_t encode(const void *rec, const void *map, uint8_t *p, uint32_t n) const {
+    if (form == Form::kIdr) return tlk::idl::idr_encode(r, rec, p, n);
+    return tlk::idl::tlv_encode(r, rec, map_or_null(map), p, n);
+  }
+  int32_t decode(void *rec, void *map, const uint8_t *p, uint32_t n, Heap &heap) const {
+    if (form == Form::kIdr) return tlk::idl::idr_decode(r, rec, p, n, Heap::alloc, &heap);
+    return tlk::idl::tlv_decode(r, rec, map, p, n, Heap::alloc, &heap);
+  }
+  void release(void *rec, void *map, Heap &heap) const {
+    if (form == Form::kIdr) return tlk::idl::idr_release(r, rec, Heap::release, &heap);
+    tlk::idl::tlv_release(r, rec, map, Heap::release, &heap);
+  }
+  // sockaddr_idl comes back with a rebuilt flat address, which its encoder would take apart
+  // afresh; the random choice is re-encoded as it stands instead.
+  uint32_t reencode(std::vector<uint8_t> rec, const void *map, uint8_t *p, uint32_t n) const {
+    if (r.hooks != nullptr) {
+      void *none = nullptr;
+      std::memcpy(rec.data() + offsetof(sockaddr_idl, sai_addr), &none, sizeof none);
+    }
+    return encode(rec.data(), map, p, n);
+  }
+};
 
 // Whether a record holds sockaddr_idl anywhere: such records come back with rebuilt flat
 // addresses, which re-encode from the flat form rather than from the random choice.
@@ -56,101 +71,58 @@ bool holds_flat_addresses(const Record &r) {
 
 // Encodes at every length from 0 to the full size into a guarded buffer.
 template <typename Enc>
-void check_every_length(const Bytes &full, Enc enc, const std::string &what) {
+void check_every_length(const Bytes &full, Enc enc) {
   const uint32_t size = len32(full);
   Bytes buf(size + 16);
   for (uint32_t len = 0; len <= size; ++len) {
     std::fill(buf.begin(), buf.end(), 0xA5);
-    ASSERT_EQ(enc(buf.data(), len), size) << what << " at length " << len;
-    for (uint32_t i = len; i < buf.size(); ++i) ASSERT_EQ(buf[i], 0xA5) << what << ": byte " << i << " written at length " << len;
+    ASSERT_EQ(enc(buf.data(), len), size) << "at length " << len;
+    for (uint32_t i = len; i < buf.size(); ++i) ASSERT_EQ(buf[i], 0xA5) << "byte " << i << " written at length " << len;
     for (uint32_t i = 0; i < len; ++i) {
-      ASSERT_TRUE(buf[i] == full[i] || buf[i] == 0xA5) << what << ": byte " << i << " differs at length " << len;
+      ASSERT_TRUE(buf[i] == full[i] || buf[i] == 0xA5) << "byte " << i << " differs at length " << len;
     }
   }
 }
 
-TEST_P(EveryType, IdrRoundTrip) {
+// Random records in each form: decoded whole and equal, re-encoded to the same bytes, released
+// whole; and encoded at every buffer length.
+TEST_P(EveryType, RoundTripInEachForm) {
   const Record &r = *GetParam();
-  if (!r.has_idr) GTEST_SKIP() << "TLV only";
-  std::mt19937 rng(1234);
-  for (int round = 0; round < kRounds; ++round) {
-    Pool pool;
-    std::vector<uint8_t> rec(r.size), back(r.size);
-    fill_random(r, rec.data(), nullptr, rng, pool);
-    Bytes full = encode([&](uint8_t *p, uint32_t n) { return tlk::idl::idr_encode(r, rec.data(), p, n); });
-    ASSERT_EQ(full.size() % 4, 0u);
-    Heap heap;
-    ASSERT_EQ(tlk::idl::idr_decode(r, back.data(), full.data(), len32(full), Heap::alloc, &heap),
-              static_cast<int32_t>(full.size()))
-        << "round " << round;
-    ASSERT_EQ(compare(r, rec.data(), back.data(), nullptr), "") << "round " << round;
-    // Re-encoding the decoded record gives the same bytes.
-    if (r.hooks != nullptr || !holds_flat_addresses(r)) {
-      Bytes again = encode([&](uint8_t *p, uint32_t n) { return reencode_idr(r, back, p, n); });
-      ASSERT_EQ(again, full);
-    }
-    // A shorter input never passes for the whole: refused, or consumed short (a choice that
-    // lacks its head counts 0), which the frame's exact-length check then refuses.
-    if (!full.empty() && r.choice == nullptr && r.hooks == nullptr) {
-      std::vector<uint8_t> tmp(r.size);
-      Heap h2;
-      int32_t rc = tlk::idl::idr_decode(r, tmp.data(), full.data(), len32(full) - 1, Heap::alloc, &h2);
-      ASSERT_LT(rc, static_cast<int32_t>(full.size()) - 1) << "round " << round;
-    }
-    tlk::idl::idr_release(r, back.data(), Heap::release, &heap);
-    ASSERT_EQ(heap.live(), 0u);
-    if (round < 8) {
-      check_every_length(full, [&](uint8_t *p, uint32_t n) { return tlk::idl::idr_encode(r, rec.data(), p, n); }, "idr");
-    }
-  }
-}
-
-TEST_P(EveryType, TlvRoundTripWithoutMap) {
-  const Record &r = *GetParam();
-  std::mt19937 rng(99);
-  for (int round = 0; round < kRounds; ++round) {
-    Pool pool;
-    std::vector<uint8_t> rec(r.size), back(r.size);
-    fill_random(r, rec.data(), nullptr, rng, pool);
-    Bytes full = encode([&](uint8_t *p, uint32_t n) { return tlk::idl::tlv_encode(r, rec.data(), nullptr, p, n); });
-    ASSERT_EQ(full.size() % 4, 0u);
-    Heap heap;
-    ASSERT_EQ(tlk::idl::tlv_decode(r, back.data(), nullptr, full.data(), len32(full), Heap::alloc, &heap),
-              static_cast<int32_t>(full.size()));
-    ASSERT_EQ(compare(r, rec.data(), back.data(), nullptr), "") << "round " << round;
-    tlk::idl::tlv_release(r, back.data(), nullptr, Heap::release, &heap);
-    ASSERT_EQ(heap.live(), 0u);
-    if (round < 8) {
-      check_every_length(full, [&](uint8_t *p, uint32_t n) { return tlk::idl::tlv_encode(r, rec.data(), nullptr, p, n); },
-                         "tlv");
-    }
-  }
-}
-
-TEST_P(EveryType, TlvRoundTripWithRandomMap) {
-  const Record &r = *GetParam();
-  std::mt19937 rng(7);
-  for (int round = 0; round < kRounds; ++round) {
-    Pool pool;
-    std::vector<uint8_t> rec(r.size), back(r.size), map(r.map_size), got_map(r.map_size);
-    fill_random(r, rec.data(), map.data(), rng, pool);
-    Bytes full =
-        encode([&](uint8_t *p, uint32_t n) { return tlk::idl::tlv_encode(r, rec.data(), map.data(), p, n); });
-    Heap heap;
-    ASSERT_EQ(tlk::idl::tlv_decode(r, back.data(), got_map.data(), full.data(), len32(full), Heap::alloc, &heap),
-              static_cast<int32_t>(full.size()));
-    ASSERT_EQ(compare(r, rec.data(), back.data(), map.data()), "") << "round " << round;
-    ASSERT_EQ(compare_maps(r, rec.data(), map.data(), got_map.data()), "") << "round " << round;
-    // The decoded record under the decoded map encodes to the same bytes.
-    if (r.hooks != nullptr || !holds_flat_addresses(r)) {
-      Bytes again = encode([&](uint8_t *p, uint32_t n) { return reencode_tlv(r, back, got_map.data(), p, n); });
-      ASSERT_EQ(again, full);
-    }
-    tlk::idl::tlv_release(r, back.data(), got_map.data(), Heap::release, &heap);
-    ASSERT_EQ(heap.live(), 0u);
-    if (round < 8) {
-      check_every_length(
-          full, [&](uint8_t *p, uint32_t n) { return tlk::idl::tlv_encode(r, rec.data(), map.data(), p, n); }, "tlv+map");
+  for (Form form : {Form::kIdr, Form::kTlv, Form::kTlvMap}) {
+    if (form == Form::kIdr && !r.has_idr) continue;
+    SCOPED_TRACE(form_name(form));
+    const Codec codec{r, form};
+    std::mt19937 rng(form == Form::kIdr ? 1234 : form == Form::kTlv ? 99 : 7);
+    for (int round = 0; round < kRounds; ++round) {
+      SCOPED_TRACE(round);
+      Pool pool;
+      std::vector<uint8_t> rec(r.size), back(r.size), map(r.map_size), got_map(r.map_size);
+      fill_random(r, rec.data(), codec.map_or_null(map.data()), rng, pool);
+      const void *sent_map = codec.map_or_null(map.data());
+      Bytes full = encode([&](uint8_t *p, uint32_t n) { return codec.encode(rec.data(), sent_map, p, n); });
+      ASSERT_EQ(full.size() % 4, 0u);
+      Heap heap;
+      ASSERT_EQ(codec.decode(back.data(), codec.map_or_null(got_map.data()), full.data(), len32(full), heap),
+                static_cast<int32_t>(full.size()));
+      ASSERT_EQ(compare(r, rec.data(), back.data(), sent_map), "");
+      if (form == Form::kTlvMap) {
+        ASSERT_EQ(compare_maps(r, rec.data(), map.data(), got_map.data()), "");
+      }
+      // The decoded record (under the decoded map) encodes to the same bytes.
+      if (form != Form::kTlv && (r.hooks != nullptr || !holds_flat_addresses(r))) {
+        const void *back_map = codec.map_or_null(got_map.data());
+        ASSERT_EQ(encode([&](uint8_t *p, uint32_t n) { return codec.reencode(back, back_map, p, n); }), full);
+      }
+      // A shorter IDR input never passes for the whole: refused, or consumed short (a choice
+      // that lacks its head counts 0), which the frame's exact-length check then refuses.
+      if (form == Form::kIdr && !full.empty() && r.choice == nullptr && r.hooks == nullptr) {
+        std::vector<uint8_t> tmp(r.size);
+        Heap h2;
+        ASSERT_LT(codec.decode(tmp.data(), nullptr, full.data(), len32(full) - 1, h2), static_cast<int32_t>(full.size()) - 1);
+      }
+      codec.release(back.data(), codec.map_or_null(got_map.data()), heap);
+      ASSERT_EQ(heap.live(), 0u);
+      if (round < 8) check_every_length(full, [&](uint8_t *p, uint32_t n) { return codec.encode(rec.data(), sent_map, p, n); });
     }
   }
 }
@@ -158,19 +130,19 @@ TEST_P(EveryType, TlvRoundTripWithRandomMap) {
 // Every allocation of a decode, made to fail in turn, gives -2 and never anything worse.
 TEST_P(EveryType, EachAllocationFailureIsMinusTwo) {
   const Record &r = *GetParam();
+  const Codec codec{r, Form::kTlvMap};
   std::mt19937 rng(5);
   Pool pool;
   std::vector<uint8_t> rec(r.size), back(r.size), map(r.map_size), got(r.map_size);
   fill_random(r, rec.data(), map.data(), rng, pool);
-  Bytes full = encode([&](uint8_t *p, uint32_t n) { return tlk::idl::tlv_encode(r, rec.data(), map.data(), p, n); });
+  Bytes full = encode([&](uint8_t *p, uint32_t n) { return codec.encode(rec.data(), map.data(), p, n); });
   Heap count;
-  ASSERT_GE(tlk::idl::tlv_decode(r, back.data(), got.data(), full.data(), len32(full), Heap::alloc, &count), 0);
-  tlk::idl::tlv_release(r, back.data(), got.data(), Heap::release, &count);
+  ASSERT_GE(codec.decode(back.data(), got.data(), full.data(), len32(full), count), 0);
+  codec.release(back.data(), got.data(), count);
   for (size_t k = 0; k < count.calls(); ++k) {
     Heap heap;
     heap.fail_from(k);
-    EXPECT_EQ(tlk::idl::tlv_decode(r, back.data(), got.data(), full.data(), len32(full), Heap::alloc, &heap), -2)
-        << "failing allocation " << k;
+    EXPECT_EQ(codec.decode(back.data(), got.data(), full.data(), len32(full), heap), -2) << "failing allocation " << k;
   }
 }
 
@@ -182,15 +154,14 @@ TEST_P(EveryType, TruncatedInputs) {
   Pool pool;
   std::vector<uint8_t> rec(r.size), back(r.size);
   fill_random(r, rec.data(), nullptr, rng, pool);
-  for (int form = 0; form < 2; ++form) {
-    if (form == 1 && !r.has_idr) break;
-    Bytes full = form == 0 ? encode([&](uint8_t *p, uint32_t n) { return tlk::idl::tlv_encode(r, rec.data(), nullptr, p, n); })
-                           : encode([&](uint8_t *p, uint32_t n) { return tlk::idl::idr_encode(r, rec.data(), p, n); });
+  for (Form form : {Form::kTlv, Form::kIdr}) {
+    if (form == Form::kIdr && !r.has_idr) break;
+    const Codec codec{r, form};
+    Bytes full = encode([&](uint8_t *p, uint32_t n) { return codec.encode(rec.data(), nullptr, p, n); });
     for (uint32_t len = 0; len < full.size(); ++len) {
       Bytes cut(full.begin(), full.begin() + len);  // exact-size copy: any over-read is caught
       Heap heap;
-      int32_t rc = form == 0 ? tlk::idl::tlv_decode(r, back.data(), nullptr, cut.data(), len, Heap::alloc, &heap)
-                             : tlk::idl::idr_decode(r, back.data(), cut.data(), len, Heap::alloc, &heap);
+      const int32_t rc = codec.decode(back.data(), nullptr, cut.data(), len, heap);
       ASSERT_LE(rc, static_cast<int32_t>(len));
       ASSERT_GE(rc, -3);
     }

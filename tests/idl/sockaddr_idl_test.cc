@@ -5,7 +5,6 @@
 #include <random>
 
 #include "codec_test_util.h"
-#include "idl/engine.h"
 
 namespace codec_test {
 namespace {
@@ -165,20 +164,6 @@ TEST(SockaddrIdl, RebuildNeedsAnAllocator) {
   Bytes i = idr_bytes(s);
   sockaddr_idl back{};
   EXPECT_EQ(idr_decode_sockaddr_idl_0(&back, i.data(), len32(i), nullptr, nullptr), -2);
-}
-
-// In a list, the engines hand sockaddr_idl elements to the hand-written codec.
-TEST(SockaddrIdl, InsideARecordList) {
-  Bytes in = {8, 2, 1, 2, 3, 4, 5, 6};
-  sockaddr_idl e{};
-  e.sai_addr = in.data();
-  sdl_info none{};
-  (void)none;
-  Heap heap;
-  const tlk::idl::Record *r = record_named("sockaddr_idl");
-  ASSERT_NE(r, nullptr);
-  Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlk::idl::tlv_encode(*r, &e, nullptr, p, n); });
-  EXPECT_EQ(b, tlv_bytes(e));
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "harness.h"
 
+#include <string.h>
+
 namespace tlktest {
 namespace {
 
@@ -10,6 +12,51 @@ void capture_stderr(const char *text) { g_capture->stderr_lines.emplace_back(tex
 void capture_exit(int status) { g_capture->exits.push_back(status); }
 
 }  // namespace
+
+Bytes cat(std::initializer_list<Bytes> parts) {
+  Bytes out;
+  for (const Bytes &p : parts) out.insert(out.end(), p.begin(), p.end());
+  return out;
+}
+
+void put_u32(Bytes &b, size_t off, uint32_t v) { memcpy(&b[off], &v, 4); }
+
+uint32_t get_u32(const void *p, size_t off) {
+  uint32_t v;
+  memcpy(&v, static_cast<const uint8_t *>(p) + off, 4);
+  return v;
+}
+
+Bytes frame_head(uint32_t magic, uint32_t payload_len, uint32_t type, size_t total) {
+  Bytes f(total, 0);
+  put_u32(f, 0, magic);
+  put_u32(f, 4, payload_len);
+  put_u32(f, 8, type);
+  return f;
+}
+
+Bytes frame_of(tarvik_cookie *c, const void *msg, const void *mask) {
+  void *frame = nullptr;
+  size_t len = 0;
+  EXPECT_EQ(tarvik_msg_idl_encode(c, msg, mask, &frame, &len), 0);
+  if (frame == nullptr) return {};
+  Bytes out(static_cast<uint8_t *>(frame), static_cast<uint8_t *>(frame) + len);
+  tarvik_msg_free(c, frame);
+  return out;
+}
+
+tlk_base_tlvmap header_mask() {
+  tlk_base_tlvmap mask{};
+  mask._w0 = 1;
+  mask.tlkb_hdr._w0 = 0x7FF;  // bits 0..10; bit 11, the attachment list, clear
+  return mask;
+}
+
+std::pair<uint32_t, uint32_t> sent_listen_mask(const tarsim::Kernel &kernel, int fd) {
+  const auto b = kernel.option(fd, TLK_SOL_ROUTE, TLK_SO_LISTEN);
+  if (!b || b->size() != 8) return {0xdead, 0xdead};
+  return {get_u32(b->data(), 0), get_u32(b->data(), 4)};
+}
 
 OsCapture::OsCapture() : previous_(*tlk_platform_get()) {
   g_capture = this;

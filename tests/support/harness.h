@@ -15,6 +15,24 @@
 
 namespace tlktest {
 
+using tarsim::Bytes;
+
+// --- Byte builders --------------------------------------------------------------------------
+
+// The parts one after another.
+Bytes cat(std::initializer_list<Bytes> parts);
+// A host-order u32 stored at / loaded from a byte offset.
+void put_u32(Bytes &b, size_t off, uint32_t v);
+uint32_t get_u32(const void *p, size_t off = 0);
+// A frame's 12-byte head (magic, payload length, type), zero-filled to `total` bytes.
+Bytes frame_head(uint32_t magic, uint32_t payload_len, uint32_t type, size_t total = 12);
+// `msg` as the session's envelope frames it: TLV under `mask`, IDR without one.
+Bytes frame_of(tarvik_cookie *c, const void *msg, const void *mask = nullptr);
+// A type-0 (or any header-only) map with every header field but the attachment list.
+tlk_base_tlvmap header_mask();
+// The two words of the last listen mask (option 1) the session sent; {0xdead, 0xdead} if none.
+std::pair<uint32_t, uint32_t> sent_listen_mask(const tarsim::Kernel &kernel, int fd);
+
 // Captures what the library sends to the system log, to stderr and to exit, through the seam.
 // While installed, a level 4 line does not end the process: the exit is recorded and the library
 // goes on as a process that survived it.
