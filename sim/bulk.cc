@@ -8,31 +8,14 @@
 #include <algorithm>
 
 #include "session.h"
+#include "wire.h"
 
 namespace tarsim {
 
 namespace {
 
-uint32_t load_u32(const uint8_t *p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return v;
-}
-
-// The length of the message at the start of `rest`, or 0 when no whole message stands there.
-size_t message_length(std::span<const uint8_t> rest) {
-  if (rest.size() < 12) return 0;
-  const uint32_t first = load_u32(rest.data());
-  uint64_t len;
-  if (first == TLK_MAGIC_TLV || first == TLK_MAGIC_IDR) {
-    len = uint64_t{load_u32(rest.data() + 4)} + 12;
-  } else {
-    if (rest.size() < TLK_RAW_HDR_LEN) return 0;
-    len = load_u32(rest.data() + 8);  // tlkh_msglen
-    if (len < TLK_RAW_HDR_LEN) return 0;
-  }
-  return len <= rest.size() ? static_cast<size_t>(len) : 0;
-}
+using internal::wire::load_u32;
+using internal::wire::message_length;
 
 }  // namespace
 

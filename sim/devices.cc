@@ -7,6 +7,7 @@
 
 #include "session.h"
 #include "tarsim.hpp"
+#include "wire.h"
 
 namespace tarsim {
 namespace {
@@ -281,11 +282,7 @@ namespace {
 constexpr uint8_t kStatsType = 15, kAlarmType = 20;
 constexpr size_t kStatsFixed = 72, kAlarmFixed = 48;
 
-uint16_t u16_at(std::span<const uint8_t> b, size_t off) {
-  uint16_t v = 0;
-  if (off + 2 <= b.size()) memcpy(&v, &b[off], 2);
-  return v;
-}
+using internal::wire::u16_at;
 
 std::string raw_name(std::span<const uint8_t> b, size_t off, size_t len) {
   if (len == 0 || off >= b.size()) return {};
@@ -345,7 +342,7 @@ bool Kernel::answer_device_raw(Session &s, const Request &req) {
     memcpy(&reply[fixed], &it->alarms, 4);
   }
   const uint32_t whole = static_cast<uint32_t>(reply.size());
-  memcpy(&reply[8], &whole, 4);
+  internal::wire::store_u32(&reply[internal::wire::kRawMsglen], whole);
   const uint16_t stat_flags = stats ? u16_at(b, 58) : 0;
   if ((stat_flags & (128 | 64)) != 0) {
     // An asynchronous read: the answer is a notification of the asking session's stream.

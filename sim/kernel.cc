@@ -11,24 +11,20 @@
 
 #include "session.h"
 #include "tarsim.hpp"
+#include "wire.h"
 
 namespace tarsim {
+
+namespace wire = internal::wire;
 
 namespace {
 
 Kernel *g_kernel = nullptr;
 
-constexpr uint32_t kMagicTlv = TLK_MAGIC_TLV;
-constexpr uint32_t kMagicIdr = TLK_MAGIC_IDR;
 constexpr int kSenderIdLen = 1;
 
-uint32_t load_u32(const uint8_t *p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return v;
-}
-
-void store_u32(uint8_t *p, uint32_t v) { memcpy(p, &v, 4); }
+using wire::load_u32;
+using wire::store_u32;
 
 uint64_t now_ns() {
   timespec ts{};
@@ -171,13 +167,12 @@ int copy_out(const Bytes &value, void *oldp, size_t *oldlenp) {
 Bytes raw_message(uint8_t type, uint8_t op, uint32_t seq, std::span<const uint8_t> body,
                   uint8_t version) {
   Bytes m(TLK_RAW_HDR_LEN + body.size(), 0);
-  m[4] = version ? version : (type < TLK_NUM_MSG_TYPES ? TARVIK_VERSION_TABLE[type] : 0);
-  m[5] = type;
-  m[6] = op;
-  store_u32(&m[8], static_cast<uint32_t>(m.size()));
-  store_u32(&m[12], seq);
-  const uint16_t fixedlen = TLK_RAW_HDR_LEN;
-  memcpy(&m[20], &fixedlen, 2);
+  m[wire::kRawVersion] = version ? version : (type < TLK_NUM_MSG_TYPES ? TARVIK_VERSION_TABLE[type] : 0);
+  m[wire::kRawType] = type;
+  m[wire::kRawOp] = op;
+  store_u32(&m[wire::kRawMsglen], static_cast<uint32_t>(m.size()));
+  store_u32(&m[wire::kRawSeq], seq);
+  wire::store_u16(&m[wire::kRawFixedlen], TLK_RAW_HDR_LEN);
   std::copy(body.begin(), body.end(), m.begin() + TLK_RAW_HDR_LEN);
   return m;
 }
@@ -472,7 +467,7 @@ ssize_t Kernel::take_write(Session &s, const uint8_t *buf, size_t len) {
     errno = EINVAL;
     return -1;
   }
-  if (load_u32(buf) != kMagicTlv && load_u32(buf) != kMagicIdr && len < TLK_RAW_HDR_LEN) {
+  if (!wire::is_frame_magic(load_u32(buf)) && len < TLK_RAW_HDR_LEN) {
     errno = EINVAL;
     return -1;
   }
@@ -483,8 +478,7 @@ ssize_t Kernel::take_write(Session &s, const uint8_t *buf, size_t len) {
 void Kernel::take_message(Session &s, std::span<const uint8_t> msg) {
   note(s.lib_fd, true, msg);
   ++s.requests;
-  const uint32_t first = load_u32(msg.data());
-  if (first == kMagicTlv || first == kMagicIdr) {
+  if (wire::is_frame(msg)) {
     if (frame_handler_) {
       frame_handler_(*this, s.lib_fd, msg);
     } else {
@@ -492,7 +486,8 @@ void Kernel::take_message(Session &s, std::span<const uint8_t> msg) {
     }
     return;
   }
-  const Request req{s.lib_fd, msg, msg[5], msg[6], load_u32(msg.data() + 12)};
+  const Request req{s.lib_fd, msg, msg[wire::kRawType], msg[wire::kRawOp],
+                    load_u32(msg.data() + wire::kRawSeq)};
   auto it = responders_.find(static_cast<uint16_t>(req.type << 8 | req.op));
   if (it != responders_.end()) {
     if (it->second) it->second(*this, req);
@@ -542,7 +537,7 @@ bool Kernel::reply_with_seq(int fd, std::span<const uint8_t> bytes, uint32_t seq
   Session *s = find(fd);
   if (s == nullptr) return false;
   scratch_.assign(bytes.begin(), bytes.end());
-  if (scratch_.size() >= 16) store_u32(&scratch_[12], seq);
+  if (scratch_.size() >= wire::kRawSeq + 4) store_u32(&scratch_[wire::kRawSeq], seq);
   return deliver(*s, scratch_, true);
 }
 
@@ -555,7 +550,8 @@ bool Kernel::deliver(Session &s, std::span<const uint8_t> bytes, bool apply_faul
   Bytes altered;
   if (apply_faults && (reply_truncate_ || reply_extra_ || wrong_seq_)) {
     altered.assign(bytes.begin(), bytes.end());
-    if (wrong_seq_ && altered.size() >= 16) store_u32(&altered[12], load_u32(&altered[12]) + *wrong_seq_);
+    if (wrong_seq_ && altered.size() >= wire::kRawSeq + 4)
+      store_u32(&altered[wire::kRawSeq], load_u32(&altered[wire::kRawSeq]) + *wrong_seq_);
     if (reply_extra_) altered.resize(altered.size() + *reply_extra_, 0);
     if (reply_truncate_) altered.resize(std::min(altered.size(), *reply_truncate_));
     wrong_seq_.reset();

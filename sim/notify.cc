@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "tarsim.hpp"
+#include "wire.h"
 
 namespace tarsim {
 namespace {
@@ -18,17 +19,8 @@ constexpr unsigned kOpaqueListenBit = 35;
 constexpr uint8_t kOpaqueType = 79;
 constexpr size_t kOpaqueSubtypeOffset = 24;
 
-uint32_t load_u32(const uint8_t *p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return v;
-}
-
-bool is_frame(std::span<const uint8_t> b) {
-  if (b.size() < 4) return false;
-  const uint32_t first = load_u32(b.data());
-  return first == TLK_MAGIC_TLV || first == TLK_MAGIC_IDR;
-}
+using internal::wire::is_frame;
+using internal::wire::load_u32;
 
 bool is_change(uint8_t op) {
   return op == TLK_OP_ADD || op == TLK_OP_CHANGE || op == TLK_OP_DELETE || op == TLK_OP_DELETEALL;
@@ -65,7 +57,8 @@ bool Kernel::notify_session(int fd, std::span<const uint8_t> bytes) {
   if (!has_session(fd)) return false;
   Bytes m(bytes.begin(), bytes.end());
   uint32_t seq = async_seq(fd);
-  if (!is_frame(m) && m.size() >= 16) memcpy(&m[12], &seq, 4);
+  if (!is_frame(m) && m.size() >= internal::wire::kRawSeq + 4)
+    internal::wire::store_u32(&m[internal::wire::kRawSeq], seq);
   set_async_seq(fd, seq + 1);
   notify_[fd].queue.push_back(std::move(m));
   if (auto_flush_) flush();
@@ -111,10 +104,10 @@ size_t Kernel::notify(uint8_t type, std::span<const uint8_t> bytes, int except_f
 }
 
 void Kernel::notify_after_write(int fd, std::span<const uint8_t> bytes) {
-  if (bytes.size() >= TLK_RAW_HDR_LEN && !is_frame(bytes) && is_change(bytes[6])) {
+  if (bytes.size() >= TLK_RAW_HDR_LEN && !is_frame(bytes) && is_change(bytes[internal::wire::kRawOp])) {
     const bool auto_flush = auto_flush_;
     auto_flush_ = false;
-    notify(bytes[5], bytes, fd);
+    notify(bytes[internal::wire::kRawType], bytes, fd);
     auto_flush_ = auto_flush;
   }
   if (auto_flush_) flush();

@@ -8,6 +8,7 @@
 
 #include "session.h"
 #include "tarsim.hpp"
+#include "wire.h"
 
 namespace tarsim {
 namespace {
@@ -32,12 +33,6 @@ struct Scratch {
     return p;
   }
 };
-
-uint32_t load_u32(const uint8_t *p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return v;
-}
 
 }  // namespace
 
@@ -137,7 +132,7 @@ void Kernel::answer_not_found(Session &s, uint8_t type, uint8_t op, uint32_t seq
 }
 
 void Kernel::answer_frame(Session &s, std::span<const uint8_t> frame) {
-  const bool tlv = load_u32(frame.data()) == TLK_MAGIC_TLV;
+  const bool tlv = internal::wire::is_tlv(frame);
   // Kept between requests and never refilled: the decoders clear what they allocate, and a
   // large blob should not cost a fresh zeroed buffer per request.
   static thread_local Bytes buffer;
