@@ -81,6 +81,19 @@ ssize_t Core::take_bulk_write(Session &s, const uint8_t *buf, size_t len) {
   return static_cast<ssize_t>(short_count ? *short_count : len);
 }
 
+namespace {
+
+// A block leaves now, or waits with the rest of a held session's queue (waits.cc).
+void send_or_hold(Core &core, Session &s, std::span<const uint8_t> block) {
+  if (s.release_at) {
+    s.held.push_back({Bytes(block.begin(), block.end()), true});
+  } else {
+    core.send_block(s, block);
+  }
+}
+
+}  // namespace
+
 void Core::send_packed(Session &s, std::vector<Bytes> &replies) {
   size_t capacity = TLK_DEFAULT_SOCKBUF;
   auto it = s.options.find({SOL_SOCKET, SO_RCVBUF});
@@ -93,12 +106,12 @@ void Core::send_packed(Session &s, std::vector<Bytes> &replies) {
   block.reserve(capacity);
   for (const Bytes &r : replies) {
     if (!block.empty() && block.size() + r.size() > capacity) {
-      send_block(s, block);
+      send_or_hold(*this, s, block);
       block.clear();
     }
     block.insert(block.end(), r.begin(), r.end());
   }
-  if (!block.empty()) send_block(s, block);
+  if (!block.empty()) send_or_hold(*this, s, block);
 }
 
 // Sends one packed block.  A block larger than this host's socket can carry goes in two halves,

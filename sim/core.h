@@ -139,11 +139,19 @@ struct Core final : Host {
   int sysctl_by_mib(const int *mib, unsigned len, void *oldp, size_t *oldlenp, const void *newp,
                     size_t newlen);
   void charge_system_call(const void *buf, size_t len);
-  // Queues bytes to the session: into the bulk write's collection, or onto the socket.
+  // Queues bytes to the session: into the bulk write's collection, kept back for waits, or
+  // onto the socket.
   bool deliver(Session &s, std::span<const uint8_t> bytes, bool apply_faults);
   // Onto the socket now: one message.
   bool send_message(Session &s, std::span<const uint8_t> bytes);
   void note(int fd, bool to_kernel, std::span<const uint8_t> bytes);
+
+  // --- Waits (waits.cc) -------------------------------------------------------------------
+  bool hold(Session &s, unsigned waits);
+  void count_waits(Session &s, uint64_t n);
+  void release_held(Session &s);
+  int select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfds, timeval *timeout);
+  int usleep(unsigned usec);
 
   // --- Notifications (notify.cc) ----------------------------------------------------------
   std::pair<uint32_t, uint32_t> listen_mask(int fd) const;

@@ -193,6 +193,14 @@ int sim_sysctlbyname(const char *name, void *oldp, size_t *oldlenp, const void *
   return g_core->sysctl_by_name(name, oldp, oldlenp, newp, newlen);
 }
 
+int sim_select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfds, timeval *timeout) {
+  return g_core->select(nfds, readfds, writefds, exceptfds, timeout);
+}
+
+int sim_usleep(unsigned usec) {
+  return g_core->usleep(usec);
+}
+
 }  // namespace
 
 Core *Core::active() {
@@ -216,6 +224,8 @@ Core::Core(Kernel &kernel)
   table.setsockopt = sim_setsockopt;
   table.sysctl = sim_sysctl;
   table.sysctlbyname = sim_sysctlbyname;
+  table.select = sim_select;
+  table.usleep = sim_usleep;
   for (const PlatformPatch &patch : patches) patch(table);
   tlk_platform_set(&table);
 }
@@ -556,6 +566,11 @@ bool Core::deliver(Session &s, std::span<const uint8_t> bytes, bool apply_faults
     s.collect->emplace_back(bytes.begin(), bytes.end());
     ++s.replies;
     note(s.lib_fd, false, bytes);
+    return true;
+  }
+  if (s.release_at) {
+    // Kept back until the session has waited enough (waits.cc).
+    s.held.push_back({Bytes(bytes.begin(), bytes.end()), false});
     return true;
   }
   return send_message(s, bytes);

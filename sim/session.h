@@ -4,6 +4,7 @@
 #include <stdint.h>
 
 #include <map>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -24,6 +25,16 @@ struct Session {
   uint64_t reply_blocks = 0;              // packed blocks sent in bulk mode
   uint32_t bulk_info[3] = {};             // option 25: error, messages taken, third word
   std::vector<Bytes> *collect = nullptr;  // replies held back during a bulk write
+
+  // Waits (waits.cc): the selects and sleeps counted for the session, and what is kept back
+  // until the count reaches `release_at`.
+  struct Held {
+    Bytes bytes;
+    bool block;  // a packed bulk block, else one message
+  };
+  uint64_t waits = 0;
+  std::optional<uint64_t> release_at;
+  std::vector<Held> held;
 };
 
 }  // namespace tarsim::internal

@@ -301,6 +301,22 @@ class TARSIM_EXPORT Kernel {
   void inject_wrong_seq(uint32_t delta);                // the next reply's seq is off by delta
   void clear_faults();
 
+  // --- Waits ------------------------------------------------------------------------------
+  // The seam's select and usleep go through the kernel, which counts the waits of each session:
+  // a select counts one for every session whose descriptor is in its read set; a usleep counts
+  // one for every open session (the process sleeps on all it has asked for).
+  //
+  // hold_replies(fd, n): whatever is queued to the session from now on (replies, notifications,
+  // bulk blocks, in order) is kept back until the session has waited n more times, and released
+  // by the n-th wait, so that the select which makes it sees the descriptor readable.  While a
+  // session's queue is held, a select on it and any usleep take no time: a select returns at
+  // once (0 when nothing is readable, as if its timeout had passed), and a select without a
+  // timeout takes the waits it needs to the release.  n = 0 releases what is held now.  False
+  // for an unknown session.
+  bool hold_replies(int fd, unsigned waits);
+  uint64_t waits(int fd) const;  // waits counted for the session so far
+  size_t held(int fd) const;     // messages (bulk: blocks) kept back now
+
   // --- Traffic record ---------------------------------------------------------------------
   void record(bool on);
   const std::vector<Recorded> &recorded() const;
