@@ -113,7 +113,7 @@ TEST_F(IflTest, GetnextWalksEveryUnitInIndexOrder) {
     tarvik_msg_idl_release(c, m, nullptr);
   }
   std::vector<uint32_t> want;
-  for (const auto &i : kernel.ifls()) want.push_back(i.index);
+  for (const auto &i : kernel.ifls().list()) want.push_back(i.index);
   EXPECT_EQ(seen, want);
   EXPECT_EQ(seen.size(), 6u);
 }
