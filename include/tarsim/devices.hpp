@@ -103,12 +103,6 @@ class TARSIM_EXPORT Devices {
   // One device as the kernel sends it: a frame of an ifdev_msg with `op` and `seq`.
   Bytes frame(const Device &d, uint8_t op, uint32_t seq, bool tlv) const;
 
-  // Old use as the list itself, kept until the callers move to list().
-  auto begin() const { return list().begin(); }
-  auto end() const { return list().end(); }
-  size_t size() const { return list().size(); }
-  const Device &operator[](size_t i) const { return list()[i]; }
-
  private:
   friend class Kernel;
   explicit Devices(internal::DeviceFamily *family) : family_(family) {}

@@ -42,12 +42,6 @@ class TARSIM_EXPORT Ifls {
   const std::vector<Ifl> &list() const;
   const Ifl *find(uint32_t index) const;
 
-  // Old use as the list itself, kept until the callers move to list().
-  auto begin() const { return list().begin(); }
-  auto end() const { return list().end(); }
-  size_t size() const { return list().size(); }
-  const Ifl &operator[](size_t i) const { return list()[i]; }
-
  private:
   friend class Kernel;
   explicit Ifls(internal::IflFamily *family) : family_(family) {}

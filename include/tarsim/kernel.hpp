@@ -28,7 +28,6 @@
 #include <sys/types.h>
 
 #include <functional>
-#include <map>  // old names below
 #include <optional>
 #include <span>
 #include <string>
@@ -77,11 +76,6 @@ class Kernel;
 class Devices;  // tarsim/devices.hpp
 class Ifls;     // tarsim/ifl.hpp
 class Gencfg;   // tarsim/gencfg.hpp
-struct Device;
-struct Ifl;
-struct GencfgKey;
-struct GencfgEntry;
-struct GencfgDep;
 namespace internal {
 class Core;
 }
@@ -321,35 +315,6 @@ class TARSIM_EXPORT Kernel {
   void record(bool on);
   const std::vector<Recorded> &recorded() const;
   void clear_recorded();
-
-  // --- Old names, kept until the callers move to the facets (defined in tarsim.hpp) --------
-  using Device = tarsim::Device;
-  using Ifl = tarsim::Ifl;
-  using GencfgKey = tarsim::GencfgKey;
-  using GencfgEntry = tarsim::GencfgEntry;
-  using GencfgDep = tarsim::GencfgDep;
-  using TlkErr = tarsim::TlkErr;
-  enum : uint16_t { kMediaEthernet = 1, kMediaSonet = 2, kMediaAggregate = 3, kMediaLoopback = 4 };
-  void add_device(const Device &d);
-  void clear_devices();
-  const Device *find_device(uint16_t index) const;
-  const Device *find_device(const std::string &name) const;
-  bool change_device_flags(uint16_t index, uint32_t set, uint32_t clear);
-  bool set_link(const std::string &name, bool up);
-  bool set_device_counters(uint16_t index, uint64_t in, uint64_t out, uint32_t alarms);
-  void set_product_model(std::optional<uint16_t> model);
-  void set_platform_varn(bool on);
-  void set_device_replies_tlv(bool on);
-  Bytes device_frame(const Device &d, uint8_t op, uint32_t seq, bool tlv) const;
-  void add_ifl(const Ifl &ifl);
-  void clear_ifls();
-  const Ifl *find_ifl(uint32_t index) const;
-  static GencfgKey gencfg_bytes_key(uint16_t major, uint16_t minor, std::span<const uint8_t> key);
-  static GencfgKey gencfg_numeric_key(uint16_t major, uint16_t minor, uint32_t kid);
-  const GencfgEntry *find_gencfg(const GencfgKey &key) const;
-  const std::map<GencfgKey, GencfgEntry> &gencfg_store() const;
-  void clear_gencfg();
-  size_t gencfg_change(uint8_t op, const GencfgEntry &entry);
 
  private:
   internal::Core *impl_;
