@@ -65,7 +65,7 @@ struct Run {
     state.SetItemsProcessed(static_cast<int64_t>(kObjects) * state.iterations());
     state.counters["sim_s"] = benchmark::Counter(static_cast<double>(kernel.busy_ns()) * 1e-9,
                                                  benchmark::Counter::kAvgIterations);
-    state.counters["stored"] = static_cast<double>(kernel.gencfg_store().size());
+    state.counters["stored"] = static_cast<double>(kernel.gencfg().store().size());
   }
 };
 

@@ -18,9 +18,9 @@ struct Chassis {
   tarsim::Kernel kernel;
   tarvik_cookie *cookie = nullptr;
   Chassis() {
-    kernel.clear_devices();
+    kernel.devices().clear();
     for (uint16_t i = 1; i <= kDevices; ++i) {
-      tarsim::Kernel::Device d;
+      tarsim::Device d;
       d.index = i;
       d.snmp_id = 100000u + i;
       d.name = "ge-" + std::to_string(i / 480) + "/" + std::to_string(i / 48 % 10) + "/" +
@@ -28,13 +28,13 @@ struct Chassis {
       d.flags = 0x8001;
       d.mac = {0x02, 0x54, 0x4c, 0x00, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
       d.inet = 0x0A000000u + i;
-      kernel.add_device(d);
+      kernel.devices().add(d);
     }
     cookie = tarvik_open(2);
   }
   ~Chassis() { tarvik_close(cookie); }
   size_t frame_size() const {
-    return kernel.device_frame(kernel.devices()[0], TLK_OP_GET, 1, false).size();
+    return kernel.devices().frame(kernel.devices().list()[0], TLK_OP_GET, 1, false).size();
   }
 };
 

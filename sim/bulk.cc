@@ -7,44 +7,24 @@
 
 #include <algorithm>
 
-#include "session.h"
+#include "core.h"
+#include "wire.h"
 
 namespace tarsim {
+namespace internal {
 
-namespace {
+using wire::load_u32;
+using wire::message_length;
 
-uint32_t load_u32(const uint8_t *p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return v;
-}
-
-// The length of the message at the start of `rest`, or 0 when no whole message stands there.
-size_t message_length(std::span<const uint8_t> rest) {
-  if (rest.size() < 12) return 0;
-  const uint32_t first = load_u32(rest.data());
-  uint64_t len;
-  if (first == TLK_MAGIC_TLV || first == TLK_MAGIC_IDR) {
-    len = uint64_t{load_u32(rest.data() + 4)} + 12;
-  } else {
-    if (rest.size() < TLK_RAW_HDR_LEN) return 0;
-    len = load_u32(rest.data() + 8);  // tlkh_msglen
-    if (len < TLK_RAW_HDR_LEN) return 0;
-  }
-  return len <= rest.size() ? static_cast<size_t>(len) : 0;
-}
-
-}  // namespace
-
-bool Kernel::bulk_mode(const Session &s) const {
+bool Core::bulk_mode(const Session &s) const {
   auto it = s.options.find({TLK_SOL_ROUTE, TLK_SO_SYNC_MODE});
   return it != s.options.end() && it->second.size() >= 4 && (load_u32(it->second.data()) & TLK_SYNC_BULK_ENABLE);
 }
 
-ssize_t Kernel::take_bulk_write(Session &s, const uint8_t *buf, size_t len) {
-  if (write_errno_ != 0) {
-    const int err = write_errno_;
-    write_errno_ = 0;
+ssize_t Core::take_bulk_write(Session &s, const uint8_t *buf, size_t len) {
+  if (faults.write_errno != 0) {
+    const int err = faults.write_errno;
+    faults.write_errno = 0;
     s.bulk_info[0] = static_cast<uint32_t>(err);
     s.bulk_info[1] = 0;
     errno = err;
@@ -57,13 +37,13 @@ ssize_t Kernel::take_bulk_write(Session &s, const uint8_t *buf, size_t len) {
   // A short write takes the messages that lie wholly within the bytes it took.
   size_t limit = len;
   std::optional<size_t> short_count;
-  if (short_write_) {
-    short_count = std::min(*short_write_, len);
+  if (faults.short_write) {
+    short_count = std::min(*faults.short_write, len);
     limit = *short_count;
-    short_write_.reset();
+    faults.short_write.reset();
   }
-  std::optional<BulkStop> stop = bulk_stop_;
-  bulk_stop_.reset();
+  std::optional<Faults::BulkStop> stop = faults.bulk_stop;
+  faults.bulk_stop.reset();
 
   std::vector<Bytes> replies;
   s.collect = &replies;
@@ -86,9 +66,9 @@ ssize_t Kernel::take_bulk_write(Session &s, const uint8_t *buf, size_t len) {
   }
   s.collect = nullptr;
 
-  if (!replies.empty() && bulk_reply_fault_ > 0) replies.push_back(replies.back());
-  if (!replies.empty() && bulk_reply_fault_ < 0) replies.pop_back();
-  bulk_reply_fault_ = 0;
+  if (!replies.empty() && faults.bulk_reply > 0) replies.push_back(replies.back());
+  if (!replies.empty() && faults.bulk_reply < 0) replies.pop_back();
+  faults.bulk_reply = 0;
   send_packed(s, replies);
 
   s.bulk_info[0] = failed != 0 && (!stop || stop->report_err) ? static_cast<uint32_t>(failed) : 0;
@@ -101,7 +81,20 @@ ssize_t Kernel::take_bulk_write(Session &s, const uint8_t *buf, size_t len) {
   return static_cast<ssize_t>(short_count ? *short_count : len);
 }
 
-void Kernel::send_packed(Session &s, std::vector<Bytes> &replies) {
+namespace {
+
+// A block leaves now, or waits with the rest of a held session's queue (waits.cc).
+void send_or_hold(Core &core, Session &s, std::span<const uint8_t> block) {
+  if (s.release_at) {
+    s.held.push_back({Bytes(block.begin(), block.end()), true});
+  } else {
+    core.send_block(s, block);
+  }
+}
+
+}  // namespace
+
+void Core::send_packed(Session &s, std::vector<Bytes> &replies) {
   size_t capacity = TLK_DEFAULT_SOCKBUF;
   auto it = s.options.find({SOL_SOCKET, SO_RCVBUF});
   if (it != s.options.end() && it->second.size() >= sizeof(int)) {
@@ -113,17 +106,17 @@ void Kernel::send_packed(Session &s, std::vector<Bytes> &replies) {
   block.reserve(capacity);
   for (const Bytes &r : replies) {
     if (!block.empty() && block.size() + r.size() > capacity) {
-      send_block(s, block);
+      send_or_hold(*this, s, block);
       block.clear();
     }
     block.insert(block.end(), r.begin(), r.end());
   }
-  if (!block.empty()) send_block(s, block);
+  if (!block.empty()) send_or_hold(*this, s, block);
 }
 
 // Sends one packed block.  A block larger than this host's socket can carry goes in two halves,
 // split at a frame boundary.
-bool Kernel::send_block(Session &s, std::span<const uint8_t> block) {
+bool Core::send_block(Session &s, std::span<const uint8_t> block) {
   const ssize_t n = ::send(s.kernel_fd, block.data(), block.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   if (n >= 0) {
     ++s.reply_blocks;
@@ -146,25 +139,35 @@ bool Kernel::send_block(Session &s, std::span<const uint8_t> block) {
   return false;
 }
 
+}  // namespace internal
+
+// --- The Kernel's functions of bulk mode ------------------------------------------------
+
+using internal::Session;
+
 uint64_t Kernel::writes(int fd) const {
-  const Session *s = find(fd);
+  const Session *s = impl_->find(fd);
   return s ? s->writes : 0;
 }
 
 uint64_t Kernel::reads(int fd) const {
-  const Session *s = find(fd);
+  const Session *s = impl_->find(fd);
   return s ? s->reads : 0;
 }
 
 uint64_t Kernel::reply_blocks(int fd) const {
-  const Session *s = find(fd);
+  const Session *s = impl_->find(fd);
   return s ? s->reply_blocks : 0;
 }
 
 void Kernel::inject_bulk_stop(unsigned after, int err, bool report_err) {
-  bulk_stop_ = BulkStop{after, err, report_err};
+  impl_->faults.bulk_stop = internal::Faults::BulkStop{after, err, report_err};
 }
-void Kernel::inject_bulk_reply_extra() { bulk_reply_fault_ = 1; }
-void Kernel::inject_bulk_reply_missing() { bulk_reply_fault_ = -1; }
+void Kernel::inject_bulk_reply_extra() {
+  impl_->faults.bulk_reply = 1;
+}
+void Kernel::inject_bulk_reply_missing() {
+  impl_->faults.bulk_reply = -1;
+}
 
 }  // namespace tarsim

@@ -1,34 +1,28 @@
-// The simulated kernel: sessions on socketpairs, socket options, system controls, responders and
-// fault injection.  See tarsim.hpp for the contract.
+// The simulated kernel's core: the seam table, sessions on socketpairs, socket options, system
+// controls, the dispatch of requests to responders and families, delivery, fault injection and
+// the traffic record.  See tarsim/kernel.hpp for the contract.
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <string>
 
-#include "session.h"
-#include "tarsim.hpp"
+#include "core.h"
+#include "wire.h"
 
 namespace tarsim {
-
+namespace internal {
 namespace {
 
-Kernel *g_kernel = nullptr;
+Core *g_core = nullptr;
 
-constexpr uint32_t kMagicTlv = TLK_MAGIC_TLV;
-constexpr uint32_t kMagicIdr = TLK_MAGIC_IDR;
 constexpr int kSenderIdLen = 1;
-
-uint32_t load_u32(const uint8_t *p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return v;
-}
-
-void store_u32(uint8_t *p, uint32_t v) { memcpy(p, &v, 4); }
 
 uint64_t now_ns() {
   timespec ts{};
@@ -45,19 +39,26 @@ uint64_t monotonic_ns() {
 // The length a set of each kernel option must have; 0 where the kernel takes no set.
 socklen_t option_set_length(int name) {
   switch (name) {
-    case TLK_SO_LISTEN: return 8;
-    case TLK_SO_SENDER_ID: return kSenderIdLen;
-    case TLK_SO_SUBTYPES: return 16;
-    case TLK_SO_FILTERS: return 736;
-    case TLK_SO_LR_ID: return 2;
+    case TLK_SO_LISTEN:
+      return 8;
+    case TLK_SO_SENDER_ID:
+      return kSenderIdLen;
+    case TLK_SO_SUBTYPES:
+      return 16;
+    case TLK_SO_FILTERS:
+      return 736;
+    case TLK_SO_LR_ID:
+      return 2;
     case TLK_SO_ASYNC_MODE:
     case TLK_SO_SLAVE_MODE:
     case TLK_SO_MASTER_MODE:
     case TLK_SO_LOCAL_SLAVE_MODE:
     case TLK_SO_SYNC_ELAPSE:
     case TLK_SO_ASYNC_ELAPSE:
-    case TLK_SO_SYNC_MODE: return 4;
-    default: return 0;
+    case TLK_SO_SYNC_MODE:
+      return 4;
+    default:
+      return 0;
   }
 }
 
@@ -73,77 +74,6 @@ void apply_host_buffer(int fd, int name, int size) {
   if (::setsockopt(fd, SOL_SOCKET, force, &size, sizeof size) < 0) {
     (void)::setsockopt(fd, SOL_SOCKET, name, &size, sizeof size);
   }
-}
-
-// --- The seam table: every entry falls through to the previous table for descriptors that are
-// --- not sessions of the active kernel.
-
-int sim_socket(int domain, int type, int protocol) {
-  if (g_kernel && domain == TLK_PF_ROUTE && type == TLK_SOCK_SEQPACKET && protocol == 0) {
-    return g_kernel->open_session();
-  }
-  return g_kernel->previous().socket(domain, type, protocol);
-}
-
-ssize_t sim_read(int fd, void *buf, size_t len) {
-  if (Kernel::Session *s = g_kernel->find(fd)) return g_kernel->read_session(*s, buf, len);
-  return g_kernel->previous().read(fd, buf, len);
-}
-
-ssize_t sim_write(int fd, const void *buf, size_t len) {
-  if (Kernel::Session *s = g_kernel->find(fd)) {
-    g_kernel->charge_system_call(buf, len);
-    if (!g_kernel->timing()) return g_kernel->take_write(*s, static_cast<const uint8_t *>(buf), len);
-    const uint64_t start = monotonic_ns();
-    const ssize_t n = g_kernel->take_write(*s, static_cast<const uint8_t *>(buf), len);
-    g_kernel->add_busy_ns(monotonic_ns() - start);
-    return n;
-  }
-  return g_kernel->previous().write(fd, buf, len);
-}
-
-int sim_close(int fd) {
-  if (g_kernel->find(fd)) {
-    g_kernel->close_session(fd);
-    return 0;
-  }
-  return g_kernel->previous().close(fd);
-}
-
-int sim_fcntl(int fd, int cmd, int arg) {
-  if (g_kernel->find(fd)) {
-    if (const int err = g_kernel->fcntl_fault(cmd)) {
-      errno = err;
-      return -1;
-    }
-  }
-  return g_kernel->previous().fcntl(fd, cmd, arg);
-}
-
-int sim_getsockopt(int fd, int level, int name, void *value, socklen_t *len) {
-  if (Kernel::Session *s = g_kernel->find(fd)) return g_kernel->get_option(*s, level, name, value, len);
-  return g_kernel->previous().getsockopt(fd, level, name, value, len);
-}
-
-int sim_setsockopt(int fd, int level, int name, const void *value, socklen_t len) {
-  if (Kernel::Session *s = g_kernel->find(fd)) return g_kernel->set_option(*s, level, name, value, len);
-  return g_kernel->previous().setsockopt(fd, level, name, value, len);
-}
-
-int sim_sysctl(const int *name, unsigned namelen, void *oldp, size_t *oldlenp, const void *newp,
-               size_t newlen) {
-  return g_kernel->sysctl_by_mib(name, namelen, oldp, oldlenp, newp, newlen);
-}
-
-int sim_sysctlbyname(const char *name, void *oldp, size_t *oldlenp, const void *newp, size_t newlen) {
-  return g_kernel->sysctl_by_name(name, oldp, oldlenp, newp, newlen);
-}
-
-const void *sim_product_info_data() {
-  return g_kernel->product_record();
-}
-int sim_product_is_platform_varn(int, int) {
-  return g_kernel->platform_varn() ? 1 : 0;
 }
 
 // Copies a value out by the usual rules: size only with no buffer, ENOMEM when it doesn't fit.
@@ -166,27 +96,125 @@ int copy_out(const Bytes &value, void *oldp, size_t *oldlenp) {
   return 0;
 }
 
-}  // namespace
-
-Bytes raw_message(uint8_t type, uint8_t op, uint32_t seq, std::span<const uint8_t> body,
-                  uint8_t version) {
-  Bytes m(TLK_RAW_HDR_LEN + body.size(), 0);
-  m[4] = version ? version : (type < TLK_NUM_MSG_TYPES ? TARVIK_VERSION_TABLE[type] : 0);
-  m[5] = type;
-  m[6] = op;
-  store_u32(&m[8], static_cast<uint32_t>(m.size()));
-  store_u32(&m[12], seq);
-  const uint16_t fixedlen = TLK_RAW_HDR_LEN;
-  memcpy(&m[20], &fixedlen, 2);
-  std::copy(body.begin(), body.end(), m.begin() + TLK_RAW_HDR_LEN);
-  return m;
+// A system control read: a value set through the Kernel (which a write replaces), else one that
+// a family computes (which refuses a write), else ENOENT.
+template <class Key>
+int read_sysctl(std::map<Key, Bytes> &set, const std::map<Key, SysctlValue> &computed,
+                const Key &key, void *oldp, size_t *oldlenp, const void *newp, size_t newlen) {
+  auto it = set.find(key);
+  if (it == set.end()) {
+    auto value = computed.find(key);
+    if (value == computed.end()) {
+      errno = ENOENT;
+      return -1;
+    }
+    if (newp != nullptr) {
+      errno = EPERM;
+      return -1;
+    }
+    return copy_out(value->second(), oldp, oldlenp);
+  }
+  if (copy_out(it->second, oldp, oldlenp) < 0) return -1;
+  if (newp != nullptr) {
+    const auto *bytes = static_cast<const uint8_t *>(newp);
+    it->second.assign(bytes, bytes + newlen);
+  }
+  return 0;
 }
 
-Kernel::Kernel() : previous_(*tlk_platform_get()), version_reply_(default_version_reply()) {
-  g_kernel = this;
-  null_fd_ = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-  seed_default_objects();
-  tlk_platform table = previous_;
+// A family claimed what another one had: two families for one message type or control.
+[[noreturn]] void double_claim(const char *what, const std::string &key) {
+  fprintf(stderr, "tarsim: two families claim %s %s\n", what, key.c_str());
+  abort();
+}
+
+// --- The seam table: every entry falls through to the previous table for descriptors that are
+// --- not sessions of the active kernel.
+
+int sim_socket(int domain, int type, int protocol) {
+  if (g_core && domain == TLK_PF_ROUTE && type == TLK_SOCK_SEQPACKET && protocol == 0) {
+    return g_core->open_session();
+  }
+  return g_core->previous.socket(domain, type, protocol);
+}
+
+ssize_t sim_read(int fd, void *buf, size_t len) {
+  if (Session *s = g_core->find(fd)) return g_core->read_session(*s, buf, len);
+  return g_core->previous.read(fd, buf, len);
+}
+
+ssize_t sim_write(int fd, const void *buf, size_t len) {
+  if (Session *s = g_core->find(fd)) {
+    g_core->charge_system_call(buf, len);
+    if (!g_core->timing) return g_core->take_write(*s, static_cast<const uint8_t *>(buf), len);
+    const uint64_t start = monotonic_ns();
+    const ssize_t n = g_core->take_write(*s, static_cast<const uint8_t *>(buf), len);
+    g_core->busy_ns += monotonic_ns() - start;
+    return n;
+  }
+  return g_core->previous.write(fd, buf, len);
+}
+
+int sim_close(int fd) {
+  if (g_core->find(fd)) {
+    g_core->close_session(fd);
+    return 0;
+  }
+  return g_core->previous.close(fd);
+}
+
+int sim_fcntl(int fd, int cmd, int arg) {
+  if (g_core->find(fd)) {
+    if (const int err = g_core->fcntl_fault(cmd)) {
+      errno = err;
+      return -1;
+    }
+  }
+  return g_core->previous.fcntl(fd, cmd, arg);
+}
+
+int sim_getsockopt(int fd, int level, int name, void *value, socklen_t *len) {
+  if (Session *s = g_core->find(fd)) return g_core->get_option(*s, level, name, value, len);
+  return g_core->previous.getsockopt(fd, level, name, value, len);
+}
+
+int sim_setsockopt(int fd, int level, int name, const void *value, socklen_t len) {
+  if (Session *s = g_core->find(fd)) return g_core->set_option(*s, level, name, value, len);
+  return g_core->previous.setsockopt(fd, level, name, value, len);
+}
+
+int sim_sysctl(const int *name, unsigned namelen, void *oldp, size_t *oldlenp, const void *newp,
+               size_t newlen) {
+  return g_core->sysctl_by_mib(name, namelen, oldp, oldlenp, newp, newlen);
+}
+
+int sim_sysctlbyname(const char *name, void *oldp, size_t *oldlenp, const void *newp,
+                     size_t newlen) {
+  return g_core->sysctl_by_name(name, oldp, oldlenp, newp, newlen);
+}
+
+int sim_select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfds, timeval *timeout) {
+  return g_core->select(nfds, readfds, writefds, exceptfds, timeout);
+}
+
+int sim_usleep(unsigned usec) {
+  return g_core->usleep(usec);
+}
+
+}  // namespace
+
+Core *Core::active() {
+  return g_core;
+}
+
+Core::Core(Kernel &kernel)
+    : api(kernel), previous(*tlk_platform_get()), version_reply(Kernel::default_version_reply()) {
+  g_core = this;
+  null_fd = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+  frame_answers.resize(256);
+  raw_answers.resize(256);
+  for (const RegisteredFamily &f : registered_families()) families.push_back(f.make(*this));
+  tlk_platform table = previous;
   table.socket = sim_socket;
   table.read = sim_read;
   table.write = sim_write;
@@ -196,106 +224,69 @@ Kernel::Kernel() : previous_(*tlk_platform_get()), version_reply_(default_versio
   table.setsockopt = sim_setsockopt;
   table.sysctl = sim_sysctl;
   table.sysctlbyname = sim_sysctlbyname;
-  table.product_info_data = sim_product_info_data;
-  table.product_is_platform_varn = sim_product_is_platform_varn;
+  table.select = sim_select;
+  table.usleep = sim_usleep;
+  for (const PlatformPatch &patch : patches) patch(table);
   tlk_platform_set(&table);
 }
 
-void Kernel::charge_system_call(const void *buf, size_t len) {
-  if (null_fd_ >= 0) (void)!::write(null_fd_, buf, len);
-}
-
-Kernel::~Kernel() {
-  if (null_fd_ >= 0) ::close(null_fd_);
-  for (auto &s : by_fd_) {
+Core::~Core() {
+  if (null_fd >= 0) ::close(null_fd);
+  for (auto &s : by_fd) {
     if (s) ::close(s->kernel_fd);  // the library's end stays the library's
   }
-  tlk_platform_set(&previous_);
-  g_kernel = nullptr;
+  tlk_platform_set(&previous);
+  g_core = nullptr;
 }
 
-Bytes Kernel::default_version_reply() {
-  Bytes reply(2 + TLK_NUM_MSG_TYPES - 1);
-  reply[0] = TLK_NUM_MSG_TYPES;
-  reply[1] = TLK_INTERFACE_VERSION;
-  for (unsigned t = 1; t < TLK_NUM_MSG_TYPES; ++t) reply[1 + t] = TARVIK_VERSION_TABLE[t];
-  return reply;
+// --- What the families claim --------------------------------------------------------------
+
+void Core::answer_frames(uint32_t type, FrameAnswer answer) {
+  if (type >= frame_answers.size() || frame_answers[type])
+    double_claim("frames of type", std::to_string(type));
+  frame_answers[type] = std::move(answer);
 }
 
-void Kernel::set_version_reply(Bytes reply) { version_reply_ = std::move(reply); }
-
-void Kernel::set_sysctl(const std::string &name, Bytes value) { sysctl_names_[name] = std::move(value); }
-
-void Kernel::set_sysctl_u32(const std::string &name, uint32_t value) {
-  Bytes b(4);
-  store_u32(b.data(), value);
-  set_sysctl(name, std::move(b));
+void Core::answer_raw(uint8_t type, RawAnswer answer) {
+  if (raw_answers[type]) double_claim("raw requests of type", std::to_string(type));
+  raw_answers[type] = std::move(answer);
 }
 
-void Kernel::set_sysctl(const std::vector<int> &mib, Bytes value) { sysctl_mibs_[mib] = std::move(value); }
-
-void Kernel::erase_sysctl(const std::string &name) { sysctl_names_.erase(name); }
-
-int Kernel::sysctl_by_name(const char *name, void *oldp, size_t *oldlenp, const void *newp,
-                           size_t newlen) {
-  if (name == nullptr) {
-    errno = EINVAL;
-    return -1;
+void Core::answer_sysctl(const std::string &name, SysctlValue value) {
+  if (!sysctl_name_values.emplace(name, std::move(value)).second) {
+    double_claim("the system control", name);
   }
-  auto it = sysctl_names_.find(name);
-  if (it == sysctl_names_.end()) {
-    errno = ENOENT;
-    return -1;
-  }
-  if (copy_out(it->second, oldp, oldlenp) < 0) return -1;
-  if (newp != nullptr) it->second.assign(static_cast<const uint8_t *>(newp), static_cast<const uint8_t *>(newp) + newlen);
-  return 0;
 }
 
-int Kernel::sysctl_by_mib(const int *mib, unsigned len, void *oldp, size_t *oldlenp,
-                          const void *newp, size_t newlen) {
-  if (mib == nullptr) {
-    errno = EINVAL;
-    return -1;
+void Core::answer_sysctl(const std::vector<int> &mib, SysctlValue value) {
+  if (!sysctl_mib_values.emplace(mib, std::move(value)).second) {
+    std::string name;
+    for (int part : mib) name += (name.empty() ? "" : ".") + std::to_string(part);
+    double_claim("the system control", name);
   }
-  auto it = sysctl_mibs_.find(std::vector<int>(mib, mib + len));
-  if (it == sysctl_mibs_.end() &&
-      std::vector<int>(mib, mib + len) == std::vector<int>{4, 17, 0, 0, 3, 1}) {
-    // The device list, as it stands at the time of the call.
-    if (newp != nullptr) {
-      errno = EPERM;
-      return -1;
-    }
-    return copy_out(device_list(), oldp, oldlenp);
-  }
-  if (it == sysctl_mibs_.end()) {
-    errno = ENOENT;
-    return -1;
-  }
-  if (copy_out(it->second, oldp, oldlenp) < 0) return -1;
-  if (newp != nullptr) it->second.assign(static_cast<const uint8_t *>(newp), static_cast<const uint8_t *>(newp) + newlen);
-  return 0;
 }
 
-Kernel::Session *Kernel::find(int fd) const {
-  if (fd < 0 || static_cast<size_t>(fd) >= by_fd_.size()) return nullptr;
-  return by_fd_[static_cast<size_t>(fd)].get();
+void Core::patch_platform(PlatformPatch patch) {
+  patches.push_back(std::move(patch));
 }
 
-std::vector<int> Kernel::sessions() const {
-  std::vector<int> out;
-  for (const auto &s : by_fd_) {
-    if (s) out.push_back(s->lib_fd);
-  }
-  return out;
+// --- Sessions -----------------------------------------------------------------------------
+
+Session *Core::find(int fd) const {
+  if (fd < 0 || static_cast<size_t>(fd) >= by_fd.size()) return nullptr;
+  return by_fd[static_cast<size_t>(fd)].get();
 }
 
-bool Kernel::has_session(int fd) const { return find(fd) != nullptr; }
+size_t Core::open_sessions() const {
+  size_t open = 0;
+  for (const auto &p : by_fd) open += p ? 1 : 0;
+  return open;
+}
 
-int Kernel::open_session() {
-  if (socket_fault_ != 0) {
-    errno = socket_fault_;
-    socket_fault_ = 0;
+int Core::open_session() {
+  if (faults.socket != 0) {
+    errno = faults.socket;
+    faults.socket = 0;
     return -1;
   }
   int sv[2];
@@ -305,21 +296,21 @@ int Kernel::open_session() {
   s->lib_fd = sv[0];
   s->kernel_fd = sv[1];
   const size_t idx = static_cast<size_t>(sv[0]);
-  if (by_fd_.size() <= idx) by_fd_.resize(idx + 1);
-  by_fd_[idx] = std::move(s);
+  if (by_fd.size() <= idx) by_fd.resize(idx + 1);
+  by_fd[idx] = std::move(s);
   return sv[0];
 }
 
-void Kernel::close_session(int fd) {
+void Core::close_session(int fd) {
   Session *s = find(fd);
   if (s == nullptr) return;
   notify_forget(fd);
   ::close(s->lib_fd);
   ::close(s->kernel_fd);
-  by_fd_[static_cast<size_t>(fd)].reset();
+  by_fd[static_cast<size_t>(fd)].reset();
 }
 
-std::optional<Bytes> Kernel::option(int fd, int level, int name) const {
+std::optional<Bytes> Core::option(int fd, int level, int name) const {
   const Session *s = find(fd);
   if (s == nullptr) return std::nullopt;
   auto it = s->options.find({level, name});
@@ -327,34 +318,15 @@ std::optional<Bytes> Kernel::option(int fd, int level, int name) const {
   return it->second;
 }
 
-std::optional<uint32_t> Kernel::option_u32(int fd, int level, int name) const {
+std::optional<uint32_t> Core::option_u32(int fd, int level, int name) const {
   auto b = option(fd, level, name);
   if (!b || b->size() < 4) return std::nullopt;
-  return load_u32(b->data());
+  return wire::load_u32(b->data());
 }
 
-void Kernel::set_async_seq(int fd, uint32_t seq) {
-  if (Session *s = find(fd)) s->async_seq = seq;
-}
-
-uint32_t Kernel::async_seq(int fd) const {
-  const Session *s = find(fd);
-  return s ? s->async_seq : 0;
-}
-
-uint64_t Kernel::requests(int fd) const {
-  const Session *s = find(fd);
-  return s ? s->requests : 0;
-}
-
-uint64_t Kernel::replies(int fd) const {
-  const Session *s = find(fd);
-  return s ? s->replies : 0;
-}
-
-int Kernel::get_option(Session &s, int level, int name, void *value, socklen_t *len) {
-  auto fault = option_faults_.find({level, name});
-  if (fault != option_faults_.end()) {
+int Core::get_option(Session &s, int level, int name, void *value, socklen_t *len) {
+  auto fault = faults.options.find({level, name});
+  if (fault != faults.options.end()) {
     errno = fault->second;
     return -1;
   }
@@ -366,15 +338,15 @@ int Kernel::get_option(Session &s, int level, int name, void *value, socklen_t *
   if (is_buffer_option(level, name)) {
     // Read back what was set, as on the router (Linux would report double).
     auto it = s.options.find({level, name});
-    if (it == s.options.end()) return previous_.getsockopt(s.lib_fd, level, name, value, len);
+    if (it == s.options.end()) return previous.getsockopt(s.lib_fd, level, name, value, len);
     out = it->second;
   } else if (level != TLK_SOL_ROUTE) {
-    return previous_.getsockopt(s.lib_fd, level, name, value, len);
+    return previous.getsockopt(s.lib_fd, level, name, value, len);
   } else if (name == TLK_SO_VERSION) {
-    out = version_reply_;
+    out = version_reply;
   } else if (name == TLK_SO_ASYNC_SEQ) {
     out.resize(4);
-    store_u32(out.data(), s.async_seq);
+    wire::store_u32(out.data(), s.async_seq);
   } else if (name == TLK_SO_SUBTYPES) {
     auto it = s.options.find({level, name});
     out = (it != s.options.end()) ? it->second : Bytes(16, 0);
@@ -391,9 +363,9 @@ int Kernel::get_option(Session &s, int level, int name, void *value, socklen_t *
   return 0;
 }
 
-int Kernel::set_option(Session &s, int level, int name, const void *value, socklen_t len) {
-  auto fault = option_faults_.find({level, name});
-  if (fault != option_faults_.end()) {
+int Core::set_option(Session &s, int level, int name, const void *value, socklen_t len) {
+  auto fault = faults.options.find({level, name});
+  if (fault != faults.options.end()) {
     errno = fault->second;
     return -1;
   }
@@ -414,7 +386,7 @@ int Kernel::set_option(Session &s, int level, int name, const void *value, sockl
     s.options[{level, name}] = Bytes(bytes, bytes + len);
     return 0;
   }
-  if (level != TLK_SOL_ROUTE) return previous_.setsockopt(s.lib_fd, level, name, value, len);
+  if (level != TLK_SOL_ROUTE) return previous.setsockopt(s.lib_fd, level, name, value, len);
   const socklen_t want = option_set_length(name);
   if (want == 0) {
     errno = ENOPROTOOPT;
@@ -429,50 +401,78 @@ int Kernel::set_option(Session &s, int level, int name, const void *value, sockl
   return 0;
 }
 
-int Kernel::fcntl_fault(int cmd) {
-  auto it = fcntl_faults_.find(cmd);
-  if (it == fcntl_faults_.end()) return 0;
+int Core::fcntl_fault(int cmd) {
+  auto it = faults.fcntl.find(cmd);
+  if (it == faults.fcntl.end()) return 0;
   const int err = it->second;
-  fcntl_faults_.erase(it);
+  faults.fcntl.erase(it);
   return err;
 }
 
-ssize_t Kernel::read_session(Session &s, void *buf, size_t len) {
-  ++s.reads;
-  if (read_errno_ != 0) {
-    if (read_errno_after_ == 0) {
-      errno = read_errno_;
-      read_errno_ = 0;
-      return -1;
-    }
-    --read_errno_after_;
-  }
-  return previous_.read(s.lib_fd, buf, len);
-}
+// --- System controls ----------------------------------------------------------------------
 
-void Kernel::note(int fd, bool to_kernel, std::span<const uint8_t> bytes) {
-  if (recording_) recorded_.push_back({fd, to_kernel, now_ns(), Bytes(bytes.begin(), bytes.end())});
-}
-
-ssize_t Kernel::take_write(Session &s, const uint8_t *buf, size_t len) {
-  ++s.writes;
-  if (bulk_mode(s)) return take_bulk_write(s, buf, len);
-  if (write_errno_ != 0) {
-    errno = write_errno_;
-    write_errno_ = 0;
+int Core::sysctl_by_name(const char *name, void *oldp, size_t *oldlenp, const void *newp,
+                         size_t newlen) {
+  if (name == nullptr) {
+    errno = EINVAL;
     return -1;
   }
-  if (short_write_) {
+  return read_sysctl(sysctl_names, sysctl_name_values, std::string(name), oldp, oldlenp, newp,
+                     newlen);
+}
+
+int Core::sysctl_by_mib(const int *mib, unsigned len, void *oldp, size_t *oldlenp, const void *newp,
+                        size_t newlen) {
+  if (mib == nullptr) {
+    errno = EINVAL;
+    return -1;
+  }
+  return read_sysctl(sysctl_mibs, sysctl_mib_values, std::vector<int>(mib, mib + len), oldp,
+                     oldlenp, newp, newlen);
+}
+
+// --- Reads, writes and the dispatch ---------------------------------------------------------
+
+ssize_t Core::read_session(Session &s, void *buf, size_t len) {
+  ++s.reads;
+  if (faults.read_errno != 0) {
+    if (faults.read_errno_after == 0) {
+      errno = faults.read_errno;
+      faults.read_errno = 0;
+      return -1;
+    }
+    --faults.read_errno_after;
+  }
+  return previous.read(s.lib_fd, buf, len);
+}
+
+void Core::charge_system_call(const void *buf, size_t len) {
+  if (null_fd >= 0) (void)!::write(null_fd, buf, len);
+}
+
+void Core::note(int fd, bool to_kernel, std::span<const uint8_t> bytes) {
+  if (recording) recorded.push_back({fd, to_kernel, now_ns(), Bytes(bytes.begin(), bytes.end())});
+}
+
+ssize_t Core::take_write(Session &s, const uint8_t *buf, size_t len) {
+  ++s.writes;
+  if (bulk_mode(s)) return take_bulk_write(s, buf, len);
+  if (faults.write_errno != 0) {
+    errno = faults.write_errno;
+    faults.write_errno = 0;
+    return -1;
+  }
+  if (faults.short_write) {
     // The kernel took part of the message and, as with any torn message, dropped it.
-    const size_t took = std::min(*short_write_, len);
-    short_write_.reset();
+    const size_t took = std::min(*faults.short_write, len);
+    faults.short_write.reset();
     return static_cast<ssize_t>(took);
   }
   if (buf == nullptr || len < 4) {
     errno = EINVAL;
     return -1;
   }
-  if (load_u32(buf) != kMagicTlv && load_u32(buf) != kMagicIdr && len < TLK_RAW_HDR_LEN) {
+  if (!wire::is_frame_magic(wire::load_u32(buf)) && len < TLK_RAW_HDR_LEN) {
     errno = EINVAL;
     return -1;
   }
@@ -480,87 +480,85 @@ ssize_t Kernel::take_write(Session &s, const uint8_t *buf, size_t len) {
   return static_cast<ssize_t>(len);
 }
 
-void Kernel::take_message(Session &s, std::span<const uint8_t> msg) {
+void Core::take_message(Session &s, std::span<const uint8_t> msg) {
   note(s.lib_fd, true, msg);
   ++s.requests;
-  const uint32_t first = load_u32(msg.data());
-  if (first == kMagicTlv || first == kMagicIdr) {
-    if (frame_handler_) {
-      frame_handler_(*this, s.lib_fd, msg);
+  if (wire::is_frame(msg)) {
+    if (frame_handler) {
+      frame_handler(api, s.lib_fd, msg.data(), msg.size());
     } else {
       answer_frame(s, msg);
     }
     return;
   }
-  const Request req{s.lib_fd, msg, msg[5], msg[6], load_u32(msg.data() + 12)};
-  auto it = responders_.find(static_cast<uint16_t>(req.type << 8 | req.op));
-  if (it != responders_.end()) {
-    if (it->second) it->second(*this, req);
-  } else {
-    answer_builtin(s, req);
+  const Request req{s.lib_fd, msg, msg[wire::kRawType], msg[wire::kRawOp],
+                    wire::load_u32(msg.data() + wire::kRawSeq)};
+  auto it = responders.find(static_cast<uint16_t>(req.type << 8 | req.op));
+  if (it != responders.end()) {
+    if (it->second) it->second(api, req);
+  } else if (const RawAnswer &answer = raw_answers[req.type]) {
+    answer(s, req);
   }
-  notify_after_write(req.session, msg);  // listeners hear changes (sim/notify.cc)
+  notify_after_write(req.session, msg);  // listeners hear changes (notify.cc)
 }
 
-void Kernel::answer_builtin(Session &s, const Request &req) {
-  constexpr uint8_t kTarlinkStats = 26;
-  if (answer_device_raw(s, req)) return;
-  if (req.type != kTarlinkStats || req.op != TLK_OP_GET) return;
-  uint32_t open = 0;
-  for (const auto &p : by_fd_) open += p ? 1 : 0;
-  const uint32_t counters[4] = {static_cast<uint32_t>(s.requests), static_cast<uint32_t>(s.replies),
-                                open, static_cast<uint32_t>(s.dropped)};
-  const Bytes reply = raw_message(req.type, req.op, req.seq,
-                                  {reinterpret_cast<const uint8_t *>(counters), sizeof counters});
-  deliver(s, reply, true);
+namespace {
+
+// A decode arena for one request: the codecs allocate through this callback.
+struct Scratch {
+  uint8_t *base = nullptr;
+  size_t size = 0;
+  size_t used = 0;
+  static void *alloc(uint32_t size, void *ctx) {
+    auto *s = static_cast<Scratch *>(ctx);
+    const size_t rounded = (static_cast<size_t>(size) + 7) & ~size_t{7};
+    if (s->used + rounded > s->size) return nullptr;
+    void *p = s->base + s->used;
+    s->used += rounded;
+    return p;
+  }
+};
+
+}  // namespace
+
+void Core::answer_frame(Session &s, std::span<const uint8_t> frame) {
+  const bool tlv = wire::is_tlv(frame);
+  // Kept between requests and never refilled: the decoders clear what they allocate, and a
+  // large blob should not cost a fresh zeroed buffer per request.
+  static thread_local Bytes buffer;
+  const size_t want = frame.size() * 4 + 4096;
+  if (buffer.size() < want) buffer.resize(want);
+  Scratch arena{buffer.data(), want, 0};
+  tlk_msg choice{};
+  const auto len = static_cast<uint32_t>(frame.size());
+  const int32_t got =
+      tlv ? tlv_decode_tlk_msg_0(&choice, nullptr, frame.data(), len, Scratch::alloc, &arena)
+          : idr_decode_tlk_msg_0(&choice, frame.data(), len, Scratch::alloc, &arena);
+  if (got <= 0 || choice.tlkm_msg == nullptr) {
+    ++s.dropped;  // a frame the kernel cannot read is dropped, as a garbled message would be
+    return;
+  }
+  if (choice.tlkm_type >= frame_answers.size()) return;
+  const FrameAnswer &answer = frame_answers[choice.tlkm_type];
+  if (answer) answer(s, Frame{frame, choice.tlkm_type, choice.tlkm_msg, tlv});
+  // A type no family keeps draws nothing.
 }
 
-void Kernel::on_raw(uint8_t type, uint8_t op, Responder responder) {
-  responders_[static_cast<uint16_t>(type << 8 | op)] = std::move(responder);
-}
+// --- Delivery -----------------------------------------------------------------------------
 
-void Kernel::reply_raw(uint8_t type, uint8_t op, Bytes reply) {
-  reply_raw_many(type, op, {std::move(reply)});
-}
-
-void Kernel::reply_raw_many(uint8_t type, uint8_t op, std::vector<Bytes> replies) {
-  on_raw(type, op, [replies = std::move(replies)](Kernel &k, const Request &req) {
-    for (const Bytes &r : replies) k.reply_with_seq(req.session, r, req.seq);
-  });
-}
-
-void Kernel::no_reply(uint8_t type, uint8_t op) { on_raw(type, op, Responder()); }
-
-void Kernel::on_frame(FrameHandler handler) { frame_handler_ = std::move(handler); }
-
-bool Kernel::send(int fd, std::span<const uint8_t> bytes) {
-  Session *s = find(fd);
-  return s != nullptr && deliver(*s, bytes, true);
-}
-
-bool Kernel::reply_with_seq(int fd, std::span<const uint8_t> bytes, uint32_t seq) {
-  Session *s = find(fd);
-  if (s == nullptr) return false;
-  scratch_.assign(bytes.begin(), bytes.end());
-  if (scratch_.size() >= 16) store_u32(&scratch_[12], seq);
-  return deliver(*s, scratch_, true);
-}
-
-bool Kernel::push(int fd, std::span<const uint8_t> bytes) {
-  Session *s = find(fd);
-  return s != nullptr && deliver(*s, bytes, false);
-}
-
-bool Kernel::deliver(Session &s, std::span<const uint8_t> bytes, bool apply_faults) {
+bool Core::deliver(Session &s, std::span<const uint8_t> bytes, bool apply_faults) {
   Bytes altered;
-  if (apply_faults && (reply_truncate_ || reply_extra_ || wrong_seq_)) {
+  if (apply_faults && (faults.reply_truncate || faults.reply_extra || faults.wrong_seq)) {
     altered.assign(bytes.begin(), bytes.end());
-    if (wrong_seq_ && altered.size() >= 16) store_u32(&altered[12], load_u32(&altered[12]) + *wrong_seq_);
-    if (reply_extra_) altered.resize(altered.size() + *reply_extra_, 0);
-    if (reply_truncate_) altered.resize(std::min(altered.size(), *reply_truncate_));
-    wrong_seq_.reset();
-    reply_extra_.reset();
-    reply_truncate_.reset();
+    if (faults.wrong_seq && altered.size() >= wire::kRawSeq + 4) {
+      wire::store_u32(&altered[wire::kRawSeq],
+                      wire::load_u32(&altered[wire::kRawSeq]) + *faults.wrong_seq);
+    }
+    if (faults.reply_extra) altered.resize(altered.size() + *faults.reply_extra, 0);
+    if (faults.reply_truncate) altered.resize(std::min(altered.size(), *faults.reply_truncate));
+    faults.wrong_seq.reset();
+    faults.reply_extra.reset();
+    faults.reply_truncate.reset();
     bytes = altered;
   }
   if (s.collect != nullptr) {
@@ -570,6 +568,15 @@ bool Kernel::deliver(Session &s, std::span<const uint8_t> bytes, bool apply_faul
     note(s.lib_fd, false, bytes);
     return true;
   }
+  if (s.release_at) {
+    // Kept back until the session has waited enough (waits.cc).
+    s.held.push_back({Bytes(bytes.begin(), bytes.end()), false});
+    return true;
+  }
+  return send_message(s, bytes);
+}
+
+bool Core::send_message(Session &s, std::span<const uint8_t> bytes) {
   const ssize_t n = ::send(s.kernel_fd, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   if (n < 0) {
     ++s.dropped;
@@ -580,46 +587,238 @@ bool Kernel::deliver(Session &s, std::span<const uint8_t> bytes, bool apply_faul
   return true;
 }
 
+bool Core::reply(Session &s, std::span<const uint8_t> bytes) {
+  return deliver(s, bytes, true);
+}
+
+bool Core::reply_with_seq(Session &s, std::span<const uint8_t> bytes, uint32_t seq) {
+  scratch.assign(bytes.begin(), bytes.end());
+  if (scratch.size() >= wire::kRawSeq + 4) wire::store_u32(&scratch[wire::kRawSeq], seq);
+  return deliver(s, scratch, true);
+}
+
+void Core::refuse_not_found(Session &s, uint8_t type, uint8_t op, uint32_t seq,
+                            const char *function) {
+  TlkErr body{};
+  strncpy(body.function, function, sizeof body.function - 1);
+  body.line = 1;
+  body.seq_no = seq;
+  body.rtm_type = type;
+  body.rtm_op = op;
+  body.final_err = ENOENT;
+  const Bytes refusal = raw_message(TLK_MSG_TLK_ERR, op, seq, &body, sizeof body, 0);
+  deliver(s, refusal, true);
+}
+
+}  // namespace internal
+
+// --- The Kernel's functions of the core -------------------------------------------------
+
+using internal::Core;
+using internal::Session;
+namespace wire = internal::wire;
+
+Bytes raw_message(uint8_t type, uint8_t op, uint32_t seq, const void *body, size_t body_length,
+                  uint8_t version) {
+  Bytes m(TLK_RAW_HDR_LEN + body_length, 0);
+  m[wire::kRawVersion] =
+      version ? version : (type < TLK_NUM_MSG_TYPES ? TARVIK_VERSION_TABLE[type] : 0);
+  m[wire::kRawType] = type;
+  m[wire::kRawOp] = op;
+  wire::store_u32(&m[wire::kRawMsglen], static_cast<uint32_t>(m.size()));
+  wire::store_u32(&m[wire::kRawSeq], seq);
+  wire::store_u16(&m[wire::kRawFixedlen], TLK_RAW_HDR_LEN);
+  if (body_length != 0) memcpy(&m[TLK_RAW_HDR_LEN], body, body_length);
+  return m;
+}
+
+Kernel::Kernel() : impl_(new Core(*this)) {}
+
+Kernel::~Kernel() {
+  delete impl_;
+}
+
+Bytes Kernel::default_version_reply() {
+  Bytes reply(2 + TLK_NUM_MSG_TYPES - 1);
+  reply[0] = TLK_NUM_MSG_TYPES;
+  reply[1] = TLK_INTERFACE_VERSION;
+  for (unsigned t = 1; t < TLK_NUM_MSG_TYPES; ++t) reply[1 + t] = TARVIK_VERSION_TABLE[t];
+  return reply;
+}
+
+void Kernel::set_version_reply(const void *reply, size_t length) {
+  const auto *b = static_cast<const uint8_t *>(reply);
+  impl_->version_reply.assign(b, b + length);
+}
+
+const Bytes &Kernel::version_reply() const {
+  return impl_->version_reply;
+}
+
+void Kernel::set_sysctl(const char *name, const void *value, size_t length) {
+  const auto *b = static_cast<const uint8_t *>(value);
+  impl_->sysctl_names[name] = Bytes(b, b + length);
+}
+
+void Kernel::set_sysctl(const int *mib, size_t count, const void *value, size_t length) {
+  const auto *b = static_cast<const uint8_t *>(value);
+  impl_->sysctl_mibs[std::vector<int>(mib, mib + count)] = Bytes(b, b + length);
+}
+
+void Kernel::set_sysctl_u32(const char *name, uint32_t value) {
+  set_sysctl(name, &value, sizeof value);
+}
+
+void Kernel::erase_sysctl(const char *name) {
+  impl_->sysctl_names.erase(name);
+}
+
+std::vector<int> Kernel::sessions() const {
+  std::vector<int> out;
+  for (const auto &s : impl_->by_fd) {
+    if (s) out.push_back(s->lib_fd);
+  }
+  return out;
+}
+
+bool Kernel::has_session(int fd) const {
+  return impl_->find(fd) != nullptr;
+}
+
+std::optional<Bytes> Kernel::option(int fd, int level, int name) const {
+  return impl_->option(fd, level, name);
+}
+
+std::optional<uint32_t> Kernel::option_u32(int fd, int level, int name) const {
+  return impl_->option_u32(fd, level, name);
+}
+
+void Kernel::set_async_seq(int fd, uint32_t seq) {
+  if (Session *s = impl_->find(fd)) s->async_seq = seq;
+}
+
+uint32_t Kernel::async_seq(int fd) const {
+  const Session *s = impl_->find(fd);
+  return s ? s->async_seq : 0;
+}
+
+uint64_t Kernel::requests(int fd) const {
+  const Session *s = impl_->find(fd);
+  return s ? s->requests : 0;
+}
+
+uint64_t Kernel::replies(int fd) const {
+  const Session *s = impl_->find(fd);
+  return s ? s->replies : 0;
+}
+
+void Kernel::on_raw(uint8_t type, uint8_t op, RawCallback call, void *context,
+                    ReleaseCallback release) {
+  impl_->responders[static_cast<uint16_t>(type << 8 | op)] =
+      internal::Callback<RawCallback>(call, context, release);
+}
+
+void Kernel::reply_raw(uint8_t type, uint8_t op, const void *reply, size_t length) {
+  const auto *b = static_cast<const uint8_t *>(reply);
+  on_raw(
+      type, op,
+      [](void *c, Kernel &k, const Request &req) {
+        const Bytes &answer = *static_cast<const Bytes *>(c);
+        k.reply_with_seq(req.session, answer.data(), answer.size(), req.seq);
+      },
+      new Bytes(b, b + length), [](void *c) { delete static_cast<Bytes *>(c); });
+}
+
+void Kernel::no_reply(uint8_t type, uint8_t op) {
+  on_raw(type, op, nullptr, nullptr, nullptr);
+}
+
+void Kernel::on_frame(FrameCallback call, void *context, ReleaseCallback release) {
+  impl_->frame_handler = internal::Callback<FrameCallback>(call, context, release);
+}
+
+bool Kernel::send(int fd, const void *bytes, size_t length) {
+  Session *s = impl_->find(fd);
+  return s != nullptr && impl_->deliver(*s, {static_cast<const uint8_t *>(bytes), length}, true);
+}
+
+bool Kernel::reply_with_seq(int fd, const void *bytes, size_t length, uint32_t seq) {
+  Session *s = impl_->find(fd);
+  return s != nullptr &&
+         impl_->reply_with_seq(*s, {static_cast<const uint8_t *>(bytes), length}, seq);
+}
+
+bool Kernel::push(int fd, const void *bytes, size_t length) {
+  Session *s = impl_->find(fd);
+  return s != nullptr && impl_->deliver(*s, {static_cast<const uint8_t *>(bytes), length}, false);
+}
+
 void Kernel::pump() {
   Bytes buf(1 << 20);
-  for (auto &p : by_fd_) {
+  for (auto &p : impl_->by_fd) {
     if (!p) continue;
     for (;;) {
       const ssize_t n = ::recv(p->kernel_fd, buf.data(), buf.size(), MSG_DONTWAIT);
       if (n <= 0) break;
-      take_write(*p, buf.data(), static_cast<size_t>(n));
+      impl_->take_write(*p, buf.data(), static_cast<size_t>(n));
       if (!p) break;  // a responder may have closed it
     }
   }
 }
 
-void Kernel::fail_socket(int err) { socket_fault_ = err; }
-void Kernel::fail_fcntl(int cmd, int err) { fcntl_faults_[cmd] = err; }
-void Kernel::fail_option(int level, int name, int err) { option_faults_[{level, name}] = err; }
-void Kernel::clear_option_failure(int level, int name) { option_faults_.erase({level, name}); }
-void Kernel::inject_write_errno(int err) { write_errno_ = err; }
-void Kernel::inject_short_write(size_t count) { short_write_ = count; }
-void Kernel::inject_read_errno(int err, unsigned after) {
-  read_errno_ = err;
-  read_errno_after_ = after;
+void Kernel::set_timing(bool on) {
+  impl_->timing = on;
 }
-void Kernel::inject_reply_truncate(size_t bytes) { reply_truncate_ = bytes; }
-void Kernel::inject_reply_extra(size_t bytes) { reply_extra_ = bytes; }
-void Kernel::inject_wrong_seq(uint32_t delta) { wrong_seq_ = delta; }
+bool Kernel::timing() const {
+  return impl_->timing;
+}
+uint64_t Kernel::busy_ns() const {
+  return impl_->busy_ns;
+}
 
+void Kernel::fail_socket(int err) {
+  impl_->faults.socket = err;
+}
+void Kernel::fail_fcntl(int cmd, int err) {
+  impl_->faults.fcntl[cmd] = err;
+}
+void Kernel::fail_option(int level, int name, int err) {
+  impl_->faults.options[{level, name}] = err;
+}
+void Kernel::clear_option_failure(int level, int name) {
+  impl_->faults.options.erase({level, name});
+}
+void Kernel::inject_write_errno(int err) {
+  impl_->faults.write_errno = err;
+}
+void Kernel::inject_short_write(size_t count) {
+  impl_->faults.short_write = count;
+}
+void Kernel::inject_read_errno(int err, unsigned after) {
+  impl_->faults.read_errno = err;
+  impl_->faults.read_errno_after = after;
+}
+void Kernel::inject_reply_truncate(size_t bytes) {
+  impl_->faults.reply_truncate = bytes;
+}
+void Kernel::inject_reply_extra(size_t bytes) {
+  impl_->faults.reply_extra = bytes;
+}
+void Kernel::inject_wrong_seq(uint32_t delta) {
+  impl_->faults.wrong_seq = delta;
+}
 void Kernel::clear_faults() {
-  option_faults_.clear();
-  fcntl_faults_.clear();
-  socket_fault_ = 0;
-  write_errno_ = 0;
-  short_write_.reset();
-  read_errno_ = 0;
-  read_errno_after_ = 0;
-  reply_truncate_.reset();
-  reply_extra_.reset();
-  wrong_seq_.reset();
-  bulk_stop_.reset();
-  bulk_reply_fault_ = 0;
+  impl_->faults = internal::Faults{};
+}
+
+void Kernel::record(bool on) {
+  impl_->recording = on;
+}
+const std::vector<Recorded> &Kernel::recorded() const {
+  return impl_->recorded;
+}
+void Kernel::clear_recorded() {
+  impl_->recorded.clear();
 }
 
 }  // namespace tarsim

@@ -1,13 +1,15 @@
 // The simulated kernel's notification streams: who hears what, sequence stamping, per-session
-// queues and bulk packing.  See the Notifications section of tarsim.hpp for the contract.
+// queues and bulk packing.  See the Notifications section of tarsim/kernel.hpp for the contract.
 #include <string.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 
-#include "tarsim.hpp"
+#include "core.h"
+#include "wire.h"
 
 namespace tarsim {
+namespace internal {
 namespace {
 
 constexpr uint32_t kDefaultRecvBuf = TLK_DEFAULT_SOCKBUF;
@@ -15,20 +17,7 @@ constexpr uint32_t kDefaultRecvBuf = TLK_DEFAULT_SOCKBUF;
 // its send buffer, which an unprivileged process can't always raise to the session's size.
 constexpr size_t kPackCap = 64 * 1024;
 constexpr unsigned kOpaqueListenBit = 35;
-constexpr uint8_t kOpaqueType = 79;
 constexpr size_t kOpaqueSubtypeOffset = 24;
-
-uint32_t load_u32(const uint8_t *p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return v;
-}
-
-bool is_frame(std::span<const uint8_t> b) {
-  if (b.size() < 4) return false;
-  const uint32_t first = load_u32(b.data());
-  return first == TLK_MAGIC_TLV || first == TLK_MAGIC_IDR;
-}
 
 bool is_change(uint8_t op) {
   return op == TLK_OP_ADD || op == TLK_OP_CHANGE || op == TLK_OP_DELETE || op == TLK_OP_DELETEALL;
@@ -36,46 +25,56 @@ bool is_change(uint8_t op) {
 
 }  // namespace
 
-std::pair<uint32_t, uint32_t> Kernel::listen_mask(int fd) const {
-  auto st = notify_.find(fd);
-  const uint64_t listen_stamp = st != notify_.end() ? st->second.listen_stamp : 0;
-  const uint64_t filter_stamp = st != notify_.end() ? st->second.filter_stamp : 0;
+std::pair<uint32_t, uint32_t> Core::listen_mask(int fd) const {
+  auto st = notify_state.find(fd);
+  const uint64_t listen_stamp = st != notify_state.end() ? st->second.listen_stamp : 0;
+  const uint64_t filter_stamp = st != notify_state.end() ? st->second.filter_stamp : 0;
   if (filter_stamp > listen_stamp) {
     // The filter record: the full mask, then the filter whose bytes 8 to 15 are the dropped bits.
     auto rec = option(fd, TLK_SOL_ROUTE, TLK_SO_FILTERS);
     if (rec && rec->size() >= 24) {
       const uint8_t *r = rec->data();
-      return {load_u32(r) & ~load_u32(r + 16), load_u32(r + 4) & ~load_u32(r + 20)};
+      return {wire::load_u32(r) & ~wire::load_u32(r + 16),
+              wire::load_u32(r + 4) & ~wire::load_u32(r + 20)};
     }
   }
   auto mask = option(fd, TLK_SOL_ROUTE, TLK_SO_LISTEN);
   if (!mask || mask->size() < 8) return {0, 0};
-  return {load_u32(mask->data()), load_u32(mask->data() + 4)};
+  return {wire::load_u32(mask->data()), wire::load_u32(mask->data() + 4)};
 }
 
-void Kernel::notify_option_set(int fd, int level, int name) {
+void Core::notify_option_set(int fd, int level, int name) {
   if (level != TLK_SOL_ROUTE) return;
-  if (name == TLK_SO_LISTEN) notify_[fd].listen_stamp = ++option_clock_;
-  if (name == TLK_SO_FILTERS) notify_[fd].filter_stamp = ++option_clock_;
+  if (name == TLK_SO_LISTEN) notify_state[fd].listen_stamp = ++option_clock;
+  if (name == TLK_SO_FILTERS) notify_state[fd].filter_stamp = ++option_clock;
 }
 
-void Kernel::notify_forget(int fd) { notify_.erase(fd); }
+void Core::notify_forget(int fd) {
+  notify_state.erase(fd);
+}
 
-bool Kernel::notify_session(int fd, std::span<const uint8_t> bytes) {
-  if (!has_session(fd)) return false;
+bool Core::notify_session(int fd, std::span<const uint8_t> bytes) {
+  Session *s = find(fd);
+  if (s == nullptr) return false;
   Bytes m(bytes.begin(), bytes.end());
-  uint32_t seq = async_seq(fd);
-  if (!is_frame(m) && m.size() >= 16) memcpy(&m[12], &seq, 4);
-  set_async_seq(fd, seq + 1);
-  notify_[fd].queue.push_back(std::move(m));
-  if (auto_flush_) flush();
+  const uint32_t seq = s->async_seq;
+  if (!wire::is_frame(m) && m.size() >= wire::kRawSeq + 4) {
+    wire::store_u32(&m[wire::kRawSeq], seq);
+  }
+  s->async_seq = seq + 1;
+  notify_state[fd].queue.push_back(std::move(m));
+  if (auto_flush) flush();
   return true;
 }
 
-bool Kernel::has_listener(uint8_t type, int except_fd) const {
+bool Core::notify_session(Session &s, std::span<const uint8_t> bytes) {
+  return notify_session(s.lib_fd, bytes);
+}
+
+bool Core::has_listener(uint8_t type, int except_fd) const {
   uint32_t want_low = 0, want_high = 0;
   if (tlk_async_listen_bits(type, &want_low, &want_high) != 0) return false;
-  for (const auto &entry : notify_) {
+  for (const auto &entry : notify_state) {
     const int fd = entry.first;
     if (fd == except_fd) continue;
     const auto [low, high] = listen_mask(fd);
@@ -84,14 +83,17 @@ bool Kernel::has_listener(uint8_t type, int except_fd) const {
   return false;
 }
 
-size_t Kernel::notify(uint8_t type, std::span<const uint8_t> bytes, int except_fd) {
+size_t Core::notify(uint8_t type, std::span<const uint8_t> bytes, int except_fd) {
   uint32_t want_low = 0, want_high = 0;
   if (tlk_async_listen_bits(type, &want_low, &want_high) != 0) return 0;
-  const bool opaque_raw = type == kOpaqueType && !is_frame(bytes) && bytes.size() > kOpaqueSubtypeOffset;
+  const bool opaque_raw =
+      type == TLK_MSG_ASYNC_OPAQUE && !wire::is_frame(bytes) && bytes.size() > kOpaqueSubtypeOffset;
   size_t reached = 0;
-  const bool auto_flush = auto_flush_;
-  auto_flush_ = false;  // one flush for the whole broadcast
-  for (int fd : sessions()) {
+  const bool was_auto = auto_flush;
+  auto_flush = false;  // one flush for the whole broadcast
+  for (const auto &p : by_fd) {
+    if (!p) continue;
+    const int fd = p->lib_fd;
     if (fd == except_fd) continue;
     const auto [low, high] = listen_mask(fd);
     if ((low & want_low) == 0 && (high & want_high) == 0) continue;
@@ -105,26 +107,27 @@ size_t Kernel::notify(uint8_t type, std::span<const uint8_t> bytes, int except_f
     notify_session(fd, bytes);
     ++reached;
   }
-  auto_flush_ = auto_flush;
-  if (auto_flush_ && reached > 0) flush();
+  auto_flush = was_auto;
+  if (auto_flush && reached > 0) flush();
   return reached;
 }
 
-void Kernel::notify_after_write(int fd, std::span<const uint8_t> bytes) {
-  if (bytes.size() >= TLK_RAW_HDR_LEN && !is_frame(bytes) && is_change(bytes[6])) {
-    const bool auto_flush = auto_flush_;
-    auto_flush_ = false;
-    notify(bytes[5], bytes, fd);
-    auto_flush_ = auto_flush;
+void Core::notify_after_write(int fd, std::span<const uint8_t> bytes) {
+  if (bytes.size() >= TLK_RAW_HDR_LEN && !wire::is_frame(bytes) && is_change(bytes[wire::kRawOp])) {
+    const bool was_auto = auto_flush;
+    auto_flush = false;
+    notify(bytes[wire::kRawType], bytes, fd);
+    auto_flush = was_auto;
   }
-  if (auto_flush_) flush();
+  if (auto_flush) flush();
 }
 
-size_t Kernel::flush() {
+size_t Core::flush() {
   size_t sent = 0;
   Bytes packed;
-  for (auto &[fd, st] : notify_) {
-    if (st.queue.empty() || !has_session(fd)) continue;
+  for (auto &[fd, st] : notify_state) {
+    Session *s = find(fd);
+    if (st.queue.empty() || s == nullptr) continue;
     const uint32_t mode = option_u32(fd, TLK_SOL_ROUTE, TLK_SO_ASYNC_MODE).value_or(0);
     const bool pack = (mode & TLK_ASYNC_BULK) != 0 && (mode & TLK_ASYNC_ONE_MSG) == 0;
     const size_t limit =
@@ -139,7 +142,8 @@ size_t Kernel::flush() {
           ++end;
         }
       }
-      if (!push(fd, packed)) break;  // the socket is full: the rest waits for the next flush
+      if (!deliver(*s, packed, false))
+        break;  // the socket is full: the rest waits for the next flush
       sent += end - next;
       st.sent += end - next;
       ++st.reads;
@@ -150,21 +154,51 @@ size_t Kernel::flush() {
   return sent;
 }
 
-size_t Kernel::queued(int fd) const {
-  auto st = notify_.find(fd);
-  return st == notify_.end() ? 0 : st->second.queue.size();
+}  // namespace internal
+
+// --- The Kernel's functions of the notifications ------------------------------------------
+
+size_t Kernel::notify(uint8_t type, const void *bytes, size_t length, int except_fd) {
+  return impl_->notify(type, {static_cast<const uint8_t *>(bytes), length}, except_fd);
 }
 
-void Kernel::skip_notify_seq(int fd, uint32_t count) { set_async_seq(fd, async_seq(fd) + count); }
+bool Kernel::has_listener(uint8_t type, int except_fd) const {
+  return impl_->has_listener(type, except_fd);
+}
+
+bool Kernel::notify_session(int fd, const void *bytes, size_t length) {
+  return impl_->notify_session(fd, {static_cast<const uint8_t *>(bytes), length});
+}
+
+size_t Kernel::flush() {
+  return impl_->flush();
+}
+
+void Kernel::set_auto_flush(bool on) {
+  impl_->auto_flush = on;
+}
+
+size_t Kernel::queued(int fd) const {
+  auto st = impl_->notify_state.find(fd);
+  return st == impl_->notify_state.end() ? 0 : st->second.queue.size();
+}
+
+void Kernel::skip_notify_seq(int fd, uint32_t count) {
+  set_async_seq(fd, async_seq(fd) + count);
+}
 
 uint64_t Kernel::notifications(int fd) const {
-  auto st = notify_.find(fd);
-  return st == notify_.end() ? 0 : st->second.sent;
+  auto st = impl_->notify_state.find(fd);
+  return st == impl_->notify_state.end() ? 0 : st->second.sent;
 }
 
 uint64_t Kernel::notify_reads(int fd) const {
-  auto st = notify_.find(fd);
-  return st == notify_.end() ? 0 : st->second.reads;
+  auto st = impl_->notify_state.find(fd);
+  return st == impl_->notify_state.end() ? 0 : st->second.reads;
+}
+
+std::pair<uint32_t, uint32_t> Kernel::listen_mask(int fd) const {
+  return impl_->listen_mask(fd);
 }
 
 }  // namespace tarsim

@@ -57,7 +57,7 @@ const Family kFamilies[] = {
         [](const void *m) { return ifl(m).iflm_index.idx; },
         [](const tarsim::Kernel &k) {
           std::vector<uint32_t> keys;
-          for (const auto &i : k.ifls()) keys.push_back(i.index);
+          for (const auto &i : k.ifls().list()) keys.push_back(i.index);
           return keys;
         },
         [](auto *c, const char *name, void **o) {
@@ -82,7 +82,7 @@ const Family kFamilies[] = {
         [](const void *m) { return uint32_t{ifd(m).ifdm_index}; },
         [](const tarsim::Kernel &k) {
           std::vector<uint32_t> keys;
-          for (const auto &d : k.devices()) keys.push_back(d.index);
+          for (const auto &d : k.devices().list()) keys.push_back(d.index);
           return keys;
         },
         [](auto *c, const char *name, void **o) {

@@ -36,7 +36,7 @@ class IfdStatsTest : public OneSessionTest {
   void SetUp() override {
     OneSessionTest::SetUp();
     kernel.record(true);
-    ASSERT_TRUE(kernel.set_device_counters(130, 1000, 2000, 0x5));
+    ASSERT_TRUE(kernel.devices().set_counters(130, 1000, 2000, 0x5));
   }
   // The last message the session wrote.
   Bytes last_request() const {
@@ -114,7 +114,7 @@ TEST_F(IfdStatsTest, ClearSendsOpSixAndReadsNothing) {
   const Bytes req = last_request();
   EXPECT_EQ(req.size(), 72u);
   EXPECT_EQ(req[6], TLK_OP_CLEAR);
-  EXPECT_EQ(kernel.find_device(130)->in_packets, 0u);
+  EXPECT_EQ(kernel.devices().find(130)->in_packets, 0u);
   EXPECT_EQ(kernel.replies(tarvik_getsockfd(c)), 0u);
   void *reply = nullptr;
   ASSERT_EQ(tarvik_ifdsm_get_by_index(c, 130, 2, TLK_OP_GET, &reply), 0);
@@ -164,8 +164,8 @@ TEST_F(IfdStatsTest, RegistrationDependsOnTheProduct) {
   for (auto &row : rows) {
     tarvik_cookie *a = open_session(9);
     ASSERT_EQ(tarvik_set_async_info_nocontext(a, nullptr), 0);
-    kernel.set_product_model(row.model);
-    kernel.set_platform_varn(row.variant);
+    kernel.devices().set_product_model(row.model);
+    kernel.devices().set_varn(row.variant);
     EXPECT_EQ(tarvik_ifdsm_async_kernel_register(a, &h, handler), row.want)
         << (row.model ? *row.model : -1);
     EXPECT_EQ(tarvik_ifdsm_async_kernel_register(a, &h, nullptr), EINVAL);  // a handler is required

@@ -65,7 +65,7 @@ TEST_F(IfdTest, ReadsByEachKeyInBothReplyEncodings) {
                   void **m) { return tarvik_ifdm_get_by_snmp_index(k, 640, TLK_OP_GET, o, m); }},
   };
   for (bool tlv : {false, true}) {
-    kernel.set_device_replies_tlv(tlv);
+    kernel.devices().set_replies_tlv(tlv);
     for (auto &key : keys) {
       void *m = nullptr, *mask = nullptr;
       ASSERT_EQ(key.get(c, &m, &mask), 0) << key.how << tlv;
@@ -77,7 +77,7 @@ TEST_F(IfdTest, ReadsByEachKeyInBothReplyEncodings) {
       EXPECT_EQ(d.ifdm_generation, 1u);
       ASSERT_EQ(d.ifdm_media_len, 1u);
       EXPECT_EQ(d.ifdm_media[0].ifm_mtu, 9192u);
-      EXPECT_EQ(d.ifdm_media[0].ifm_f48, tarsim::Kernel::kMediaEthernet);
+      EXPECT_EQ(d.ifdm_media[0].ifm_f48, tarsim::kMediaEthernet);
       ASSERT_EQ(d.ifdm_addr_len, 1u);
       const Bytes inet = {16, 2, 0, 0, 10, 1, 0, 1};
       EXPECT_EQ(memcmp(d.ifdm_addr[0].sai_addr, inet.data(), inet.size()), 0) << key.how;
@@ -102,23 +102,23 @@ TEST_F(IfdTest, RefusedAndBadArguments) {
 }
 
 TEST_F(IfdTest, GetAllListsTheChassisAsItStands) {
-  ASSERT_TRUE(kernel.set_link("ge1", false));
+  ASSERT_TRUE(kernel.devices().set_link("ge1", false));
   tarvik_msg_list_t *list = nullptr;
   ASSERT_EQ(tarvik_ifdm_get_all(c, &list), 0);
   ASSERT_NE(list, nullptr);
   EXPECT_EQ(list->kind, TARVIK_MSG_LIST_DECODED);
   EXPECT_EQ(list->type, 5);
-  ASSERT_EQ(list->count, kernel.devices().size());
+  ASSERT_EQ(list->count, kernel.devices().list().size());
   for (int i = 0; i < list->count; ++i) {
     const ifdev_msg &d = ifd(tarvik_msg_list_get_by_index(list, i));
-    const auto &want = kernel.devices()[static_cast<size_t>(i)];
+    const auto &want = kernel.devices().list()[static_cast<size_t>(i)];
     EXPECT_EQ(d.ifdm_index, want.index);
     EXPECT_EQ(name_of(d), want.name);
     EXPECT_EQ(d.ifdm_flags, want.flags);
     EXPECT_EQ(d.ifdm_generation, want.generation);
   }
-  EXPECT_EQ(kernel.find_device("ge1")->flags & 1u, 0u);
-  EXPECT_EQ(kernel.find_device("ge1")->generation, 2u);
+  EXPECT_EQ(kernel.devices().find("ge1")->flags & 1u, 0u);
+  EXPECT_EQ(kernel.devices().find("ge1")->generation, 2u);
   tarvik_msg_list_free(c, list);
 
   // Logical interfaces have no list in this kernel: the control's errno comes back.
@@ -135,11 +135,11 @@ TEST_F(IfdTest, ChangeFlagsSetsAndClearsAndAnotherSessionHearsIt) {
     int clear;
     bool up_after;
   } steps[] = {{0x1, 1, false}, {0x10, 0, false}, {0x1, 0, true}};
-  uint32_t generation = kernel.find_device(130)->generation;
+  uint32_t generation = kernel.devices().find(130)->generation;
   for (auto &st : steps) {
-    const uint32_t before = kernel.find_device(130)->flags;
+    const uint32_t before = kernel.devices().find(130)->flags;
     ASSERT_EQ(tarvik_ifdm_change_flags(c, 130, st.flags, st.clear), 0);
-    const auto *d = kernel.find_device(130);
+    const auto *d = kernel.devices().find(130);
     EXPECT_EQ(d->flags, st.clear ? (before & ~st.flags) : (before | st.flags));
     EXPECT_EQ((d->flags & 1u) != 0, st.up_after);
     EXPECT_EQ(d->generation, ++generation);
@@ -152,7 +152,7 @@ TEST_F(IfdTest, ChangeFlagsSetsAndClearsAndAnotherSessionHearsIt) {
     EXPECT_EQ(heard.entries[i].op, TLK_OP_CHANGE);
     EXPECT_EQ(heard.entries[i].generation, generation - 2 + i);
   }
-  EXPECT_EQ(heard.entries.back().flags, kernel.find_device(130)->flags);
+  EXPECT_EQ(heard.entries.back().flags, kernel.devices().find(130)->flags);
   // The writer doesn't hear its own change: its socket is empty.
   void *m = nullptr;
   EXPECT_EQ(tarvik_long_msg_read_idl(c, &m, nullptr), EAGAIN);
@@ -162,7 +162,7 @@ TEST_F(IfdTest, ChangeFlagsSetsAndClearsAndAnotherSessionHearsIt) {
 TEST_F(IfdTest, KernelLinkDownReachesAListener) {
   Heard heard;
   tarvik_cookie *l = listener(heard);
-  ASSERT_TRUE(kernel.set_link("et0", false));
+  ASSERT_TRUE(kernel.devices().set_link("et0", false));
   while (tarvik_async_event_process(l) == 0) {
   }
   ASSERT_EQ(heard.entries.size(), 1u);
@@ -182,7 +182,7 @@ TEST_F(IfdTest, PointChangeNamesOnlyWhatChanges) {
   ASSERT_EQ(tarvik_ifdm_pointchange(c, 133, 0x1, set_lr_bits, run.data(),
                                     static_cast<uint32_t>(run.size())),
             0);
-  EXPECT_EQ(kernel.find_device(133)->flags & 1u, 1u);
+  EXPECT_EQ(kernel.devices().find(133)->flags & 1u, 1u);
   ifdev_msg *req = last_request();
   ASSERT_NE(req, nullptr);
   EXPECT_EQ(req->ifdm_change, 0x2000u);
@@ -232,7 +232,7 @@ TEST_F(IfdTest, AddCreatesADeviceThatOthersHear) {
                       6,  0,  0x02, 0x11, 0x22, 0x33, 0x44, 0x55, 0, 0};
   ifmedia media{};
   media.ifm_mtu = 1600;
-  media.ifm_f48 = tarsim::Kernel::kMediaEthernet;
+  media.ifm_f48 = tarsim::kMediaEthernet;
   Bytes runs;
   for (const Bytes &r :
        {tlv_record(1, {1, 0, 0, 0, 2, 0, 0, 0}), tlv_record(4, {9, 9, 9, 9, 7, 0, 0, 0}),
@@ -263,7 +263,7 @@ TEST_F(IfdTest, AddCreatesADeviceThatOthersHear) {
   EXPECT_EQ(info[2]->tlkmi_type, 0x70000FFu);
   tarvik_msg_idl_release(c, req, nullptr);
 
-  const auto *d = kernel.find_device(300);
+  const auto *d = kernel.devices().find(300);
   ASSERT_NE(d, nullptr);
   EXPECT_EQ(d->name, "ge50");
   EXPECT_EQ(d->mtu, 1600u);
@@ -276,7 +276,7 @@ TEST_F(IfdTest, AddCreatesADeviceThatOthersHear) {
   EXPECT_EQ(heard.entries[0].op, TLK_OP_ADD);
   EXPECT_EQ(tarvik_ifdm_add(c, nullptr, 301, 0, nullptr, nullptr, nullptr), EINVAL);
   ASSERT_EQ(tarvik_ifdm_add(c, "ge51", 301, 0, nullptr, nullptr, nullptr), 0);
-  EXPECT_NE(kernel.find_device(301), nullptr);
+  EXPECT_NE(kernel.devices().find(301), nullptr);
   tarvik_close(l);
 }
 
@@ -293,9 +293,9 @@ TEST_F(IfdTest, ChangeAddrSendsOnlyTheGivenAddresses) {
   EXPECT_EQ(req->ifdm_dinfotype, 1);
   EXPECT_EQ(req->ifdm_flags, 0x8001u);  // the flags as read: the argument has no effect
   tarvik_msg_idl_release(c, req, nullptr);
-  EXPECT_EQ(kernel.find_device(131)->mac[1], 0x99);
-  EXPECT_EQ(kernel.find_device(131)->inet, 0x0A000101u);  // untouched
-  EXPECT_EQ(kernel.find_device(131)->generation, 2u);
+  EXPECT_EQ(kernel.devices().find(131)->mac[1], 0x99);
+  EXPECT_EQ(kernel.devices().find(131)->inet, 0x0A000101u);  // untouched
+  EXPECT_EQ(kernel.devices().find(131)->generation, 2u);
 }
 
 TEST_F(IfdTest, ChangeTlvsCarriesTheRunAndTheFlagsAsRead) {

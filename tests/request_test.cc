@@ -125,5 +125,117 @@ TEST_F(IflTest, StatisticsGetWithoutReplyFreesItsBuffer) {
   EXPECT_EQ(reply, nullptr);
 }
 
+class WaitTest : public OneSessionTest {
+ protected:
+  // One select on `fd` for reading, through the seam; what select returns.
+  static int select_readable(int fd, timeval *timeout) {
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(fd, &readable);
+    return tlk_platform_get()->select(fd + 1, &readable, nullptr, nullptr, timeout);
+  }
+  // Writes a "tarlink stats" get; its seq.
+  uint32_t write_stats_get() {
+    const Bytes req = tarsim::raw_message(TLK_MSG_TARLINK_STATS, TLK_OP_GET, ++c->seq);
+    EXPECT_EQ(tarvik_write(c, req.data(), req.size()), 0);
+    return c->seq;
+  }
+  static double seconds_since(const timespec &start) {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec - start.tv_sec) +
+           static_cast<double>(now.tv_nsec - start.tv_nsec) / 1e9;
+  }
+  uint8_t buf[TLK_MSG_BUF_SIZE];
+};
+
+TEST_F(WaitTest, HeldReplyIsReadAfterTheNthSelectAndNotBefore) {
+  for (unsigned hold : {1u, 3u, 5u}) {
+    SCOPED_TRACE(hold);
+    const uint64_t waited = kernel.waits(c->fd);
+    ASSERT_TRUE(kernel.hold_replies(c->fd, hold));
+    const uint32_t seq = write_stats_get();
+    EXPECT_EQ(kernel.held(c->fd), 1u) << "the reply is queued before the write returns, but kept";
+    std::vector<int> selects;
+    int err = EAGAIN;
+    size_t len = 0;
+    while (selects.size() < 10) {
+      len = sizeof buf;
+      err = tarvik_msg_read(c, buf, &len);
+      if (err != EAGAIN) break;
+      timeval timeout{0, 100000};
+      selects.push_back(select_readable(c->fd, &timeout));
+    }
+    ASSERT_EQ(err, 0);
+    std::vector<int> want(hold, 0);
+    want.back() = 1;  // the n-th wait releases the reply and sees the descriptor readable
+    EXPECT_EQ(selects, want);
+    EXPECT_EQ(kernel.waits(c->fd) - waited, hold);
+    EXPECT_EQ(kernel.held(c->fd), 0u);
+    tlk_hdr hdr;
+    memcpy(&hdr, buf, TLK_RAW_HDR_LEN);
+    EXPECT_EQ(hdr.tlkh_type, TLK_MSG_TARLINK_STATS);
+    EXPECT_EQ(hdr.tlkh_seq, seq);
+    EXPECT_EQ(len, TLK_RAW_HDR_LEN + 16u);
+  }
+  // Released, the session is answered at once again.
+  write_stats_get();
+  size_t len = sizeof buf;
+  EXPECT_EQ(tarvik_msg_read(c, buf, &len), 0);
+}
+
+TEST_F(WaitTest, WaitsWhileHeldTakeNoTime) {
+  ASSERT_TRUE(kernel.hold_replies(c->fd, 4));
+  write_stats_get();
+  timespec start{};
+  clock_gettime(CLOCK_MONOTONIC, &start);
+  timeval timeout{2, 0};
+  EXPECT_EQ(select_readable(c->fd, &timeout), 0) << "not yet: a timeout passes at once";
+  EXPECT_EQ(tlk_platform_get()->usleep(2000000), 0);
+  EXPECT_EQ(select_readable(c->fd, nullptr), 1) << "no timeout: as many waits as it takes";
+  EXPECT_LT(seconds_since(start), 1.0);
+  EXPECT_EQ(kernel.waits(c->fd), 4u) << "1 select, 1 sleep, then 2 more in the blocking select";
+  size_t len = sizeof buf;
+  EXPECT_EQ(tarvik_msg_read(c, buf, &len), 0);
+}
+
+TEST_F(WaitTest, SelectCountsTheSessionsItWatchesAndUsleepCountsEverySession) {
+  tarvik_cookie *other = open_session(8);
+  ASSERT_NE(other, nullptr);
+  timeval none{0, 0};
+  EXPECT_EQ(select_readable(c->fd, &none), 0) << "nothing held, nothing queued: the host answers";
+  EXPECT_EQ(kernel.waits(c->fd), 1u);
+  EXPECT_EQ(kernel.waits(other->fd), 0u) << "a select counts only for the sessions it watches";
+  EXPECT_EQ(tlk_platform_get()->usleep(1), 0);
+  EXPECT_EQ(kernel.waits(c->fd), 2u);
+  EXPECT_EQ(kernel.waits(other->fd), 1u);
+
+  // A sleep releases a held session that no select watches.
+  ASSERT_TRUE(kernel.hold_replies(other->fd, 1));
+  const Bytes req = tarsim::raw_message(TLK_MSG_TARLINK_STATS, TLK_OP_GET, ++other->seq);
+  ASSERT_EQ(tarvik_write(other, req.data(), req.size()), 0);
+  size_t len = sizeof buf;
+  EXPECT_EQ(tarvik_msg_read(other, buf, &len), EAGAIN);
+  EXPECT_EQ(tlk_platform_get()->usleep(1), 0);
+  EXPECT_EQ(tarvik_msg_read(other, buf, &len), 0);
+  tarvik_close(other);
+}
+
+TEST_F(WaitTest, HoldOfNoWaitsReleasesAndUnknownSessionsAreRefused) {
+  ASSERT_TRUE(kernel.hold_replies(c->fd, 100));
+  const uint32_t seq = write_stats_get();
+  ASSERT_TRUE(kernel.push(c->fd, tarsim::raw_message(TLK_MSG_TARLINK_STATS, TLK_OP_GET, seq)));
+  EXPECT_EQ(kernel.held(c->fd), 2u) << "a push waits behind the reply";
+  size_t len = sizeof buf;
+  EXPECT_EQ(tarvik_msg_read(c, buf, &len), EAGAIN);
+  ASSERT_TRUE(kernel.hold_replies(c->fd, 0));
+  EXPECT_EQ(kernel.held(c->fd), 0u);
+  EXPECT_EQ(tarvik_msg_read(c, buf, &len), 0);
+  EXPECT_EQ(tarvik_msg_read(c, buf, &len), 0);
+  EXPECT_FALSE(kernel.hold_replies(c->fd + 1000, 1));
+  EXPECT_EQ(kernel.waits(c->fd + 1000), 0u);
+}
+
+
 }  // namespace
 }  // namespace tlktest

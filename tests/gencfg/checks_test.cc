@@ -36,11 +36,11 @@ TEST_F(GencfgTest, AWriteNeedsAFlagAReadDoesNot) {
   EXPECT_EQ(requests_seen(), 0u);
 
   // A blob without any key, stored by the kernel itself: a get with no flags at all reads it.
-  tarsim::Kernel::GencfgEntry e;
+  tarsim::GencfgEntry e;
   e.id.major = 3;
   e.id.minor = 4;
   e.blob = Bytes{1, 2, 3};
-  kernel.gencfg_change(TLK_OP_ADD, e);
+  kernel.gencfg().change(TLK_OP_ADD, e);
   ASSERT_EQ(tarvik_gencfg_get(c, &r, TLK_OP_GET, &m, nullptr), 0);
   EXPECT_EQ(requests_seen(), 1u);
   EXPECT_EQ(bytes_of(r.blob, r.blob_len), (Bytes{1, 2, 3}));
@@ -76,7 +76,7 @@ TEST_F(GencfgTest, DependenciesAndPeersMustBeThereWhenNamed) {
 TEST_F(GencfgTest, KeysUpTo250BytesPass) {
   gencfg_t r = keyed(9, 9, std::string(250, 'k'));
   EXPECT_EQ(tarvik_gencfg_add(c, &r), 0);
-  EXPECT_NE(kernel.find_gencfg(tarsim::Kernel::gencfg_bytes_key(9, 9, Bytes(250, 'k'))), nullptr);
+  EXPECT_NE(kernel.gencfg().find(tarsim::Gencfg::bytes_key(9, 9, Bytes(250, 'k'))), nullptr);
   EXPECT_EQ(log.count(TLK_LEVEL_ERROR), 0u);
 
   gencfg_t too_long = keyed(9, 9, std::string(251, 'k'));
@@ -93,8 +93,7 @@ TEST_F(GencfgTest, BlobsBelow512KiBPassOnTheWire) {
   gencfg_t r = keyed(2, 1, "big");
   attach(r, largest);
   ASSERT_EQ(tarvik_gencfg_add(c, &r), 0);
-  const auto *stored =
-      kernel.find_gencfg(tarsim::Kernel::gencfg_bytes_key(2, 1, Bytes{'b', 'i', 'g'}));
+  const auto *stored = kernel.gencfg().find(tarsim::Gencfg::bytes_key(2, 1, Bytes{'b', 'i', 'g'}));
   ASSERT_NE(stored, nullptr);
   EXPECT_EQ(stored->blob.size(), 0x7FFFFu);
 

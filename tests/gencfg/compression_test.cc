@@ -182,7 +182,7 @@ TEST_F(GencfgTest, GetDecompressesIntoACopyThatKeepsTheCompressedFlag) {
   r.lrid = 4;
   r.tag = 0x77;
   ASSERT_EQ(tarvik_gencfg_add(c, &r), 0);
-  const size_t wire = kernel.gencfg_store().begin()->second.blob.size();
+  const size_t wire = kernel.gencfg().store().begin()->second.blob.size();
 
   gencfg_t q = keyed(8, 1, "blob");
   q.tag = 0x55;
@@ -253,12 +253,12 @@ TEST_F(GencfgTest, BulkDeleteLeavesItsFlagInTheRecord) {
   }
   gencfg_t other = keyed(10, 2, "a");
   ASSERT_EQ(tarvik_gencfg_add(c, &other), 0);
-  ASSERT_EQ(kernel.gencfg_store().size(), 4u);
+  ASSERT_EQ(kernel.gencfg().store().size(), 4u);
 
   gencfg_t r = keyed(10, 1, "b");
   void *m = nullptr;
   ASSERT_EQ(tarvik_gencfg_bulk_delete(c, &r, &m, nullptr), 0);
-  EXPECT_EQ(kernel.gencfg_store().size(), 1u) << "every blob of 10/1, none of 10/2";
+  EXPECT_EQ(kernel.gencfg().store().size(), 1u) << "every blob of 10/1, none of 10/2";
   // The record took the reply's fields (the request echoed) and keeps the flag.
   EXPECT_EQ(r.flags, TLK_GENCFG_KEY | TLK_GENCFG_BULK_DELETE);
   tarvik_msg_free(c, m);
@@ -266,7 +266,7 @@ TEST_F(GencfgTest, BulkDeleteLeavesItsFlagInTheRecord) {
   // A later change-and-get on the same record is a bulk delete again.
   gencfg_t fresh = keyed(10, 1, "d");
   ASSERT_EQ(tarvik_gencfg_add(c, &fresh), 0);
-  ASSERT_EQ(kernel.gencfg_store().size(), 2u);
+  ASSERT_EQ(kernel.gencfg().store().size(), 2u);
   const Bytes blob = {1, 2, 3};
   r.key = reinterpret_cast<uint8_t *>(keys_.back().data());
   r.key_len = 1;
@@ -276,7 +276,7 @@ TEST_F(GencfgTest, BulkDeleteLeavesItsFlagInTheRecord) {
   ASSERT_NE(req, nullptr);
   EXPECT_EQ(req->flags & TLK_GENCFG_BULK_DELETE, TLK_GENCFG_BULK_DELETE);
   tarvik_msg_free(c, req);
-  EXPECT_EQ(kernel.gencfg_store().size(), 1u) << "10/1 \"d\" went too";
+  EXPECT_EQ(kernel.gencfg().store().size(), 1u) << "10/1 \"d\" went too";
   tarvik_msg_free(c, m);
 }
 
@@ -292,7 +292,7 @@ TEST_F(GencfgTest, PrefixDeleteRemovesTheKeysThatStartWithIt) {
   EXPECT_EQ(r.key_len, 5) << "no copy back: the request had no bulk flag";
   tarvik_msg_free(c, m);
   std::vector<std::string> left;
-  for (const auto &[k, e] : kernel.gencfg_store()) left.emplace_back(k.key.begin(), k.key.end());
+  for (const auto &[k, e] : kernel.gencfg().store()) left.emplace_back(k.key.begin(), k.key.end());
   EXPECT_EQ(left, (std::vector<std::string>{"eth0", "eth1/0", "ten0/0"}));
 }
 

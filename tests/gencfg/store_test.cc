@@ -133,7 +133,7 @@ TEST_F(GencfgStoreTest, ChangeReplacesDeleteRemoves) {
   q = keyed(23, 1, "k");
   EXPECT_EQ(tarvik_gencfg_get(c, &q, TLK_OP_GET, &m, nullptr), EOPNOTSUPP);
   EXPECT_EQ(m, nullptr);
-  EXPECT_TRUE(kernel.gencfg_store().empty());
+  EXPECT_TRUE(kernel.gencfg().store().empty());
 }
 
 TEST_F(GencfgStoreTest, ATwoMiBBlobRoundTripsCompressedThroughKernelAndNotification) {
@@ -149,7 +149,7 @@ TEST_F(GencfgStoreTest, ATwoMiBBlobRoundTripsCompressedThroughKernelAndNotificat
 
   // The kernel holds the compressed bytes, as they came.
   const auto *stored =
-      kernel.find_gencfg(tarsim::Kernel::gencfg_bytes_key(30, 1, Bytes(r.key, r.key + r.key_len)));
+      kernel.gencfg().find(tarsim::Gencfg::bytes_key(30, 1, Bytes(r.key, r.key + r.key_len)));
   ASSERT_NE(stored, nullptr);
   EXPECT_LT(stored->blob.size(), TLK_GENCFG_WIRE_MAX);
   EXPECT_EQ(stored->flags & TLK_GENCFG_COMPRESSED, TLK_GENCFG_COMPRESSED);
@@ -197,11 +197,11 @@ TEST_F(GencfgStoreTest, ListenersHearEveryChangeButNotTheirOwn) {
   ASSERT_EQ(tarvik_gencfg_bulk_delete(c, &bulk, &m, nullptr), 0);
   tarvik_msg_free(c, m);
   // A change the kernel makes by itself reaches every listener, the writer's session too.
-  tarsim::Kernel::GencfgEntry e;
-  e.id = tarsim::Kernel::gencfg_numeric_key(31, 2, 8);
+  tarsim::GencfgEntry e;
+  e.id = tarsim::Gencfg::numeric_key(31, 2, 8);
   e.flags = TLK_GENCFG_KID;
   e.blob = {7};
-  EXPECT_EQ(kernel.gencfg_change(TLK_OP_CHANGE, e), 2u);
+  EXPECT_EQ(kernel.gencfg().change(TLK_OP_CHANGE, e), 2u);
 
   drain(other);
   ASSERT_EQ(heard.heard.size(), 5u);

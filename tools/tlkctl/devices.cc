@@ -14,13 +14,13 @@ namespace {
 const char *media_word(const ifdev_msg &m) {
   if (m.ifdm_media == nullptr || m.ifdm_media_len == 0) return "-";
   switch (m.ifdm_media[0].ifm_f48) {
-    case tarsim::Kernel::kMediaEthernet:
+    case tarsim::kMediaEthernet:
       return "ethernet";
-    case tarsim::Kernel::kMediaSonet:
+    case tarsim::kMediaSonet:
       return "sonet";
-    case tarsim::Kernel::kMediaAggregate:
+    case tarsim::kMediaAggregate:
       return "aggregate";
-    case tarsim::Kernel::kMediaLoopback:
+    case tarsim::kMediaLoopback:
       return "loopback";
     default:
       return "other";
@@ -145,7 +145,7 @@ int demo_device_down(tarsim::Kernel &kernel) {
       tarvik_msg_idl_release(l, m, nullptr);
     }
     printf("  the kernel takes the link of ge0 down\n");
-    kernel.set_link("ge0", false);
+    kernel.devices().set_link("ge0", false);
     run_until_quiet(l, &ear.heard);
     result = ear.heard == 1 ? 0 : 1;
   }

@@ -276,11 +276,11 @@ class Gencfg {
     if (!parse_target(a, 1, true, &t) || a.size() != 4) return usage();
     gencfg_t r = record_for(t);
     const bool was =
-        kernel_.find_gencfg(t.numeric ? tarsim::Kernel::gencfg_numeric_key(t.major, t.minor, t.kid)
-                                      : tarsim::Kernel::gencfg_bytes_key(
-                                            t.major, t.minor,
-                                            {reinterpret_cast<const uint8_t *>(t.key.data()),
-                                             t.key.size()})) != nullptr;
+        kernel_.gencfg().find(
+            t.numeric ? tarsim::Gencfg::numeric_key(t.major, t.minor, t.kid)
+                      : tarsim::Gencfg::bytes_key(t.major, t.minor,
+                                                  {reinterpret_cast<const uint8_t *>(t.key.data()),
+                                                   t.key.size()})) != nullptr;
     const int err = tarvik_gencfg_delete(c_, &r);
     if (err != 0) {
       printf("delete %s: %s\n", t.label().c_str(), describe(err).c_str());

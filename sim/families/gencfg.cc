@@ -1,22 +1,22 @@
-// The simulated kernel's generic configuration store: blobs keyed by major, minor and key, kept
-// as they arrive and handed back in key order.  See the store's section of tarsim.hpp.
-#include <errno.h>
+// Generic configuration: blobs keyed by major, minor and key, kept as they arrive and handed
+// back in key order.  See tarsim/gencfg.hpp for the contract.
 #include <string.h>
 
 #include <algorithm>
 #include <vector>
 
-#include "session.h"
-#include "tarsim.hpp"
+#include "../family.h"
+#include "../session.h"
+#include "tarsim/gencfg.hpp"
 
 namespace tarsim {
+namespace internal {
 namespace {
 
-constexpr uint8_t kGencfgType = TLK_GENCFG_TYPE;
 constexpr char kRefuser[] = "gencfg_get";
 
-Kernel::GencfgKey key_of(const gencfg_msg &m) {
-  Kernel::GencfgKey k;
+GencfgKey key_of(const gencfg_msg &m) {
+  GencfgKey k;
   k.major = m.major;
   k.minor = m.minor;
   if (m.flags & TLK_GENCFG_KEY) {
@@ -29,8 +29,8 @@ Kernel::GencfgKey key_of(const gencfg_msg &m) {
   return k;
 }
 
-Kernel::GencfgEntry entry_of(const gencfg_msg &m) {
-  Kernel::GencfgEntry e;
+GencfgEntry entry_of(const gencfg_msg &m) {
+  GencfgEntry e;
   e.id = key_of(m);
   e.flags = m.flags;
   e.sub_id = m.sub_id;
@@ -39,7 +39,7 @@ Kernel::GencfgEntry entry_of(const gencfg_msg &m) {
   if (m.blob != nullptr) e.blob.assign(m.blob, m.blob + m.blob_len);
   if (m.peers != nullptr) e.peers.assign(m.peers, m.peers + m.peer_count);
   for (uint32_t i = 0; m.deps != nullptr && i < m.dep_count; ++i) {
-    Kernel::GencfgDep d;
+    GencfgDep d;
     d.info = m.deps[i];
     if (d.info.dep_key != nullptr)
       d.key.assign(d.info.dep_key, d.info.dep_key + d.info.dep_key_len);
@@ -52,11 +52,11 @@ Kernel::GencfgEntry entry_of(const gencfg_msg &m) {
 
 // A gencfg_msg that points into `e` (and into `deps`, the dependency list with its key pointers
 // rebuilt); valid while both live.
-gencfg_msg message_of(const Kernel::GencfgEntry &e, uint8_t op, uint32_t seq,
+gencfg_msg message_of(const GencfgEntry &e, uint8_t op, uint32_t seq,
                       std::vector<gencfg_depinfo> &deps) {
   gencfg_msg m{};
-  m.gencfg_hdr.tlkh_version = TARVIK_VERSION_TABLE[kGencfgType];
-  m.gencfg_hdr.tlkh_type = kGencfgType;
+  m.gencfg_hdr.tlkh_version = TARVIK_VERSION_TABLE[TLK_MSG_GENCFG];
+  m.gencfg_hdr.tlkh_type = TLK_MSG_GENCFG;
   m.gencfg_hdr.tlkh_op = op;
   m.gencfg_hdr.tlkh_seq = seq;
   m.gencfg_hdr.tlkh_fixedlen = static_cast<uint16_t>(sizeof(gencfg_msg));
@@ -81,7 +81,7 @@ gencfg_msg message_of(const Kernel::GencfgEntry &e, uint8_t op, uint32_t seq,
     m.peer_count = static_cast<uint32_t>(e.peers.size());
   }
   deps.clear();
-  for (const Kernel::GencfgDep &d : e.deps) {
+  for (const GencfgDep &d : e.deps) {
     gencfg_depinfo info = d.info;
     if (!d.key.empty()) {
       info.dep_key = const_cast<uint8_t *>(d.key.data());
@@ -96,7 +96,7 @@ gencfg_msg message_of(const Kernel::GencfgEntry &e, uint8_t op, uint32_t seq,
   return m;
 }
 
-bool same_type(const Kernel::GencfgKey &a, const Kernel::GencfgKey &b) {
+bool same_type(const GencfgKey &a, const GencfgKey &b) {
   return a.major == b.major && a.minor == b.minor;
 }
 
@@ -108,45 +108,31 @@ bool walk_start(const gencfg_msg &m) {
 
 }  // namespace
 
-// Major, minor, kind, numeric key, then the key bytes, a shorter key before any longer one that
-// it begins.
-std::strong_ordering Kernel::GencfgKey::operator<=>(const GencfgKey &o) const {
-  if (major != o.major) return major <=> o.major;
-  if (minor != o.minor) return minor <=> o.minor;
-  if (kind != o.kind) return kind <=> o.kind;
-  if (kid != o.kid) return kid <=> o.kid;
-  const size_t n = std::min(key.size(), o.key.size());
-  const int d = n == 0 ? 0 : memcmp(key.data(), o.key.data(), n);
-  if (d != 0) return d < 0 ? std::strong_ordering::less : std::strong_ordering::greater;
-  return key.size() <=> o.key.size();
-}
+class GencfgFamily final : public Family {
+ public:
+  explicit GencfgFamily(Host &host) : host_(host) {
+    host.answer_frames(TLK_MSG_GENCFG, [this](Session &s, const Frame &f) {
+      answer(s, f.as<gencfg_msg>(), f.tlv);
+    });
+  }
 
-Kernel::GencfgKey Kernel::gencfg_bytes_key(uint16_t major, uint16_t minor,
-                                           std::span<const uint8_t> key) {
-  GencfgKey k;
-  k.major = major;
-  k.minor = minor;
-  k.kind = 2;
-  k.key.assign(key.begin(), key.end());
-  return k;
-}
+  const GencfgEntry *find(const GencfgKey &key) const {
+    auto it = store.find(key);
+    return it == store.end() ? nullptr : &it->second;
+  }
+  size_t change(uint8_t op, const GencfgEntry &entry);
 
-Kernel::GencfgKey Kernel::gencfg_numeric_key(uint16_t major, uint16_t minor, uint32_t kid) {
-  GencfgKey k;
-  k.major = major;
-  k.minor = minor;
-  k.kind = 1;
-  k.kid = kid;
-  return k;
-}
+  std::map<GencfgKey, GencfgEntry> store;
 
-const Kernel::GencfgEntry *Kernel::find_gencfg(const GencfgKey &key) const {
-  auto it = gencfg_.find(key);
-  return it == gencfg_.end() ? nullptr : &it->second;
-}
+ private:
+  void notify(uint8_t op, const GencfgEntry &entry, int except_fd);
+  void answer(Session &s, const gencfg_msg &req, bool tlv);
 
-void Kernel::gencfg_notify(uint8_t op, const GencfgEntry &entry, int except_fd) {
-  if (!has_listener(kGencfgType, except_fd)) return;
+  Host &host_;
+};
+
+void GencfgFamily::notify(uint8_t op, const GencfgEntry &entry, int except_fd) {
+  if (!host_.has_listener(TLK_MSG_GENCFG, except_fd)) return;
   std::vector<gencfg_depinfo> deps;
   GencfgEntry sent;
   const GencfgEntry *what = &entry;
@@ -160,14 +146,14 @@ void Kernel::gencfg_notify(uint8_t op, const GencfgEntry &entry, int except_fd) 
     what = &sent;
   }
   const gencfg_msg m = message_of(*what, op, 0, deps);
-  notify(kGencfgType, encode_frame(kGencfgType, &m, false), except_fd);
+  host_.notify(TLK_MSG_GENCFG, encode_frame(TLK_MSG_GENCFG, &m, false), except_fd);
 }
 
-size_t Kernel::gencfg_change(uint8_t op, const GencfgEntry &entry) {
+size_t GencfgFamily::change(uint8_t op, const GencfgEntry &entry) {
   if (op == TLK_OP_DELETE) {
-    gencfg_.erase(entry.id);
+    store.erase(entry.id);
   } else if (op == TLK_OP_ADD || op == TLK_OP_CHANGE) {
-    gencfg_[entry.id] = entry;
+    store[entry.id] = entry;
   } else {
     return 0;
   }
@@ -175,56 +161,56 @@ size_t Kernel::gencfg_change(uint8_t op, const GencfgEntry &entry) {
   GencfgEntry sent = entry;
   if (op == TLK_OP_DELETE) sent.blob.clear();
   const gencfg_msg m = message_of(sent, op, 0, deps);
-  return notify(kGencfgType, encode_frame(kGencfgType, &m, false));
+  return host_.notify(TLK_MSG_GENCFG, encode_frame(TLK_MSG_GENCFG, &m, false), -1);
 }
 
-void Kernel::answer_gencfg(Session &s, const gencfg_msg &req, bool tlv) {
+void GencfgFamily::answer(Session &s, const gencfg_msg &req, bool tlv) {
   const uint8_t op = req.gencfg_hdr.tlkh_op;
   const uint32_t seq = req.gencfg_hdr.tlkh_seq;
   const int fd = s.lib_fd;
   std::vector<gencfg_depinfo> deps;
   auto reply = [&](const GencfgEntry &e) {
     const gencfg_msg m = message_of(e, op, seq, deps);
-    deliver(s, encode_frame(kGencfgType, &m, tlv), true);
+    host_.reply(s, encode_frame(TLK_MSG_GENCFG, &m, tlv));
   };
   // Removes every blob of the request's major and minor that `match` accepts, each heard by the
   // listeners as a delete.
   auto remove_if = [&](auto match) {
     std::vector<GencfgEntry> gone;
-    for (auto it = gencfg_.begin(); it != gencfg_.end();) {
+    for (auto it = store.begin(); it != store.end();) {
       if (it->first.major == req.major && it->first.minor == req.minor && match(it->first)) {
         gone.push_back(std::move(it->second));
-        it = gencfg_.erase(it);
+        it = store.erase(it);
       } else {
         ++it;
       }
     }
-    for (const GencfgEntry &e : gone) gencfg_notify(TLK_OP_DELETE, e, fd);
+    for (const GencfgEntry &e : gone) notify(TLK_OP_DELETE, e, fd);
   };
 
   switch (op) {
     case TLK_OP_ADD:
     case TLK_OP_CHANGE: {
       GencfgEntry e = entry_of(req);
-      gencfg_notify(op, e, fd);
-      gencfg_[e.id] = std::move(e);
+      notify(op, e, fd);
+      store[e.id] = std::move(e);
       return;
     }
     case TLK_OP_DELETE: {
-      auto it = gencfg_.find(key_of(req));
-      if (it == gencfg_.end()) return;
+      auto it = store.find(key_of(req));
+      if (it == store.end()) return;
       GencfgEntry gone = std::move(it->second);
-      gencfg_.erase(it);
-      gencfg_notify(TLK_OP_DELETE, gone, fd);
+      store.erase(it);
+      notify(TLK_OP_DELETE, gone, fd);
       return;
     }
     case TLK_OP_DELETEALL:
       remove_if([](const GencfgKey &) { return true; });
       return;
     case TLK_OP_GET: {
-      const GencfgEntry *e = find_gencfg(key_of(req));
+      const GencfgEntry *e = find(key_of(req));
       if (e == nullptr) {
-        answer_not_found(s, kGencfgType, op, seq, kRefuser);
+        host_.refuse_not_found(s, TLK_MSG_GENCFG, op, seq, kRefuser);
       } else {
         reply(*e);
       }
@@ -232,10 +218,10 @@ void Kernel::answer_gencfg(Session &s, const gencfg_msg &req, bool tlv) {
     }
     case TLK_OP_GETNEXT: {
       const GencfgKey from = key_of(req);
-      auto it = walk_start(req) ? gencfg_.lower_bound(GencfgKey{req.major, req.minor, 0, 0, {}})
-                                : gencfg_.upper_bound(from);
-      if (it == gencfg_.end() || !same_type(it->first, from)) {
-        answer_not_found(s, kGencfgType, op, seq, kRefuser);
+      auto it = walk_start(req) ? store.lower_bound(GencfgKey{req.major, req.minor, 0, 0, {}})
+                                : store.upper_bound(from);
+      if (it == store.end() || !same_type(it->first, from)) {
+        host_.refuse_not_found(s, TLK_MSG_GENCFG, op, seq, kRefuser);
       } else {
         reply(it->second);
       }
@@ -258,14 +244,45 @@ void Kernel::answer_gencfg(Session &s, const gencfg_msg &req, bool tlv) {
         return;
       }
       GencfgEntry e = entry_of(req);
-      gencfg_notify(op == TLK_OP_ADD_GET ? TLK_OP_ADD : TLK_OP_CHANGE, e, fd);
-      const GencfgEntry &stored = gencfg_[e.id] = std::move(e);
+      notify(op == TLK_OP_ADD_GET ? TLK_OP_ADD : TLK_OP_CHANGE, e, fd);
+      const GencfgEntry &stored = store[e.id] = std::move(e);
       reply(stored);
       return;
     }
     default:
       return;  // nop and clear change nothing here
   }
+}
+
+namespace {
+const FamilySlot<GencfgFamily> kGencfg("gencfg");
+}  // namespace
+
+}  // namespace internal
+
+// --- The facet ----------------------------------------------------------------------------
+
+Gencfg Kernel::gencfg() {
+  return Gencfg(&internal::kGencfg.in(*impl_));
+}
+const Gencfg Kernel::gencfg() const {
+  return Gencfg(&internal::kGencfg.in(*impl_));
+}
+
+const GencfgEntry *Gencfg::find(const GencfgKey &key) const {
+  return family_->find(key);
+}
+const std::map<GencfgKey, GencfgEntry> &Gencfg::store() const {
+  return family_->store;
+}
+size_t Gencfg::size() const {
+  return family_->store.size();
+}
+void Gencfg::clear() {
+  family_->store.clear();
+}
+size_t Gencfg::change(uint8_t op, const GencfgEntry &entry) {
+  return family_->change(op, entry);
 }
 
 }  // namespace tarsim

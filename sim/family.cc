@@ -1,0 +1,46 @@
+// The family registry, and the frame encoder that families answer with.
+#include "family.h"
+
+#include "core.h"
+
+namespace tarsim::internal {
+namespace {
+
+// Filled at static initialisation, from every family's source, in whatever order the linker
+// runs them: each family finds itself by the slot it was given, never by position.
+std::vector<RegisteredFamily> &registry() {
+  static std::vector<RegisteredFamily> families;
+  return families;
+}
+
+}  // namespace
+
+size_t register_family(const char *name, FamilyMaker make) {
+  registry().push_back({name, make});
+  return registry().size() - 1;
+}
+
+const std::vector<RegisteredFamily> &registered_families() {
+  return registry();
+}
+
+Family &family_in(Core &core, size_t slot) {
+  return *core.families[slot];
+}
+
+Bytes encode_frame(uint8_t type, const void *record, bool tlv) {
+  tlk_msg out{};
+  out.tlkm_type = type;
+  out.tlkm_msg = const_cast<void *>(record);  // the encoders only read through it
+  const uint32_t need = tlv ? tlv_encode_tlk_msg_0(&out, nullptr, nullptr, 0)
+                            : idr_encode_tlk_msg_0(&out, nullptr, 0);
+  Bytes bytes(need);
+  if (tlv) {
+    (void)tlv_encode_tlk_msg_0(&out, nullptr, bytes.data(), need);
+  } else {
+    (void)idr_encode_tlk_msg_0(&out, bytes.data(), need);
+  }
+  return bytes;
+}
+
+}  // namespace tarsim::internal
