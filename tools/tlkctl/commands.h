@@ -15,24 +15,42 @@ class Kernel;
 
 namespace tlkctl {
 
+// A command: `tlkctl <name> [arguments]`.  A name of two words ("show devices") takes the
+// first two arguments.  `run` gets the arguments after the name, the name's last word first.
+struct Command {
+  const char *name;
+  const char *args;  // what follows the name in the usage text
+  const char *help;
+  int (*run)(int argc, char **argv);
+};
+// A step of `tlkctl demo` that a family contributes: its title and what it shows, 0 if it went
+// as it should.  `c` is the demo's first session.
+struct DemoStep {
+  const char *title;
+  int (*run)(tarsim::Kernel &kernel, tarvik_cookie *c);
+};
+
+// ---- Commands, one row each in main.cc ----
 int run_demo(int argc, char **argv);
-// tlkctl gencfg add|get|walk|delete ...: configuration blobs in the embedded kernel's store.
-int run_gencfg(int argc, char **argv);
-// Demo step: a large compressed blob stored and read back, sizes on the wire and after.  0 if
-// the bytes came back whole.
-int demo_gencfg(tarsim::Kernel &kernel, tarvik_cookie *c);
-// `n` bytes of configuration-like text, the same every time: it compresses several times over.
-std::vector<uint8_t> pattern_blob(size_t n);
 // tlkctl monitor [--demo N] [--bulk]: prints notifications as they arrive.
 int run_monitor(int argc, char **argv);
-// Demo step: a second session hears a change that a first one makes; a third doesn't.  0 if so.
-int demo_async(tarsim::Kernel &kernel);
-// Demo step: 100,000 objects in bulk and as many one by one, rates side by side.  0 if all taken.
-int demo_bulk(tarsim::Kernel &kernel);
+// tlkctl gencfg add|get|walk|delete ...: configuration blobs in the embedded kernel's store.
+int run_gencfg(int argc, char **argv);
 // tlkctl show devices: the simulated chassis in an aligned table.
-int run_show(int argc, char **argv);
-// Demo step: the kernel takes a device's link down and a listening session hears it.  0 if so.
-int demo_device_down(tarsim::Kernel &kernel);
+int run_show_devices(int argc, char **argv);
+
+// ---- Demo steps of the families, one row each in demo.cc ----
+// A second session hears a change that a first one makes; a third doesn't.
+int demo_async(tarsim::Kernel &kernel, tarvik_cookie *c);
+// The kernel takes a device's link down and a listening session hears it.
+int demo_device_down(tarsim::Kernel &kernel, tarvik_cookie *c);
+// A large compressed blob stored and read back, sizes on the wire and after.
+int demo_gencfg(tarsim::Kernel &kernel, tarvik_cookie *c);
+// 100,000 objects in bulk and as many one by one, rates side by side.
+int demo_bulk(tarsim::Kernel &kernel, tarvik_cookie *c);
+
+// `n` bytes of configuration-like text, the same every time: it compresses several times over.
+std::vector<uint8_t> pattern_blob(size_t n);
 
 // One notification on one line: "notify seq=N type=NAME(T) op=OP len=L".
 void print_notification(FILE *out, const void *msg);

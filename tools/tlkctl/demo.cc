@@ -13,7 +13,15 @@ namespace {
 constexpr uint8_t kTarlinkStats = 26;
 constexpr uint32_t kSenderId = 2;  // "user"
 
-void section(const char *title) { printf("\n== %s\n", title); }
+void section(int number, const char *title) { printf("\n== %d. %s\n", number, title); }
+
+// What the object families show, in order, after the session's own steps.
+constexpr DemoStep kFamilySteps[] = {
+    {"A second session hears a change, a third that doesn't listen doesn't", demo_async},
+    {"A device goes down and a listening session hears it", demo_device_down},
+    {"A large configuration blob, compressed by the caller's callbacks", demo_gencfg},
+    {"Many objects: one write per batch against one write per object", demo_bulk},
+};
 
 void show_negotiation(tarvik_cookie *c) {
   const uint8_t *v = tarvik_get_tarlink_version_info(c);
@@ -99,7 +107,7 @@ int run_demo(int, char **) {
   kernel.record(true);
   printf("tlkctl demo: libtarlink against the embedded simulated kernel\n");
 
-  section("1. Open a session and negotiate versions");
+  section(1, "Open a session and negotiate versions");
   tarvik_cookie *c = tarvik_open_set_liberr(kSenderId, nullptr, print_diagnostic);
   if (c == nullptr) {
     printf("  open failed (errno %d)\n", errno);
@@ -109,7 +117,7 @@ int run_demo(int, char **) {
          tarvik_getsockfd(c), kSenderId);
   show_negotiation(c);
 
-  section("2. A kernel with one message at another version (the session still opens)");
+  section(2, "A kernel with one message at another version (the session still opens)");
   tarsim::Bytes older = tarsim::Kernel::default_version_reply();
   older[1 + 2] = 'c';
   kernel.set_version_reply(older);
@@ -119,28 +127,22 @@ int run_demo(int, char **) {
   tarvik_close(c2);
   kernel.set_version_reply(tarsim::Kernel::default_version_reply());
 
-  section("3. A raw request and its reply");
+  section(3, "A raw request and its reply");
   if (raw_exchange(kernel, c) != 0) return 1;
 
-  section("4. Logical interfaces read by index and by name");
+  section(4, "Logical interfaces read by index and by name");
   if (read_logical_interfaces(c) != 0) return 1;
 
-  section("5. A second session hears a change, a third that doesn't listen doesn't");
-  if (demo_async(kernel) != 0) return 1;
+  int step = 5;
+  for (const DemoStep &s : kFamilySteps) {
+    section(step++, s.title);
+    if (s.run(kernel, c) != 0) return 1;
+  }
 
-  section("6. A device goes down and a listening session hears it");
-  if (demo_device_down(kernel) != 0) return 1;
-
-  section("7. A large configuration blob, compressed by the caller's callbacks");
-  if (demo_gencfg(kernel, c) != 0) return 1;
-
-  section("8. Many objects: one write per batch against one write per object");
-  if (demo_bulk(kernel) != 0) return 1;
-
-  section("9. Memory accounting while the session is open");
+  section(step++, "Memory accounting while the session is open");
   print_memory(stdout);
 
-  section("10. Close in order: socket first, then everything the session holds");
+  section(step, "Close in order: socket first, then everything the session holds");
   tarvik_close(c);
   print_memory(stdout);
   int32_t outstanding = 0;

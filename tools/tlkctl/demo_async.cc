@@ -22,7 +22,7 @@ int heard_handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
 
 }  // namespace
 
-int demo_async(tarsim::Kernel &kernel) {
+int demo_async(tarsim::Kernel &kernel, tarvik_cookie *) {
   Ear listener{"listener"}, bystander{"bystander"};
   tarvik_cookie *writer = tarvik_open_set_liberr(11, nullptr, print_diagnostic);
   tarvik_cookie *a = tarvik_open_set_liberr(12, nullptr, print_diagnostic);

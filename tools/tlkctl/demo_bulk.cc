@@ -79,7 +79,7 @@ Outcome one_by_one(tarsim::Kernel &kernel, tarvik_cookie *c) {
 
 }  // namespace
 
-int demo_bulk(tarsim::Kernel &kernel) {
+int demo_bulk(tarsim::Kernel &kernel, tarvik_cookie *) {
   tarvik_cookie *c = tarvik_open(2);
   if (c == nullptr || tarvik_set_sync_mode(c, 1) != 0) {
     printf("  bulk mode could not be turned on\n");

@@ -115,11 +115,7 @@ int device_heard(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
 
 }  // namespace
 
-int run_show(int argc, char **argv) {
-  if (argc < 2 || strcmp(argv[1], "devices") != 0) {
-    fprintf(stderr, "usage: tlkctl show devices\n");
-    return 2;
-  }
+int run_show_devices(int, char **) {
   tarsim::Kernel kernel;
   tarvik_cookie *c = tarvik_open_set_liberr(2, nullptr, print_diagnostic);
   if (c == nullptr) {
@@ -131,7 +127,7 @@ int run_show(int argc, char **argv) {
   return rc;
 }
 
-int demo_device_down(tarsim::Kernel &kernel) {
+int demo_device_down(tarsim::Kernel &kernel, tarvik_cookie *) {
   Ear ear;
   tarvik_cookie *l = tarvik_open_set_liberr(14, nullptr, print_diagnostic);
   int result = 1;
