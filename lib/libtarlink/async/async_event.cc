@@ -14,6 +14,7 @@
 
 #include "cookie.h"
 #include "platform/platform.h"
+#include "wire.h"
 
 extern "C" {
 TLK_EXPORT int tarvik_async_io_debug = 0;
@@ -38,21 +39,6 @@ void debug_line(const char *format, ...) {
   vsnprintf(text, sizeof text, format, args);
   va_end(args);
   ops().syslog(LOG_DEBUG, text);
-}
-
-uint32_t word_at(const uint8_t *p, size_t avail, size_t index) {
-  uint32_t w = 0;
-  if ((index + 1) * 4 <= avail) memcpy(&w, p + index * 4, 4);
-  return w;
-}
-
-bool is_frame_magic(uint32_t word) { return word == TLK_MAGIC_TLV || word == TLK_MAGIC_IDR; }
-
-// Whole length of the message at `p` by its form, from the bytes actually read.
-int64_t message_length(const uint8_t *p, size_t left) {
-  const uint32_t first = word_at(p, left, 0);
-  if (is_frame_magic(first)) return static_cast<int64_t>(word_at(p, left, 1)) + 12;
-  return static_cast<int64_t>(word_at(p, left, 2));
 }
 
 // Step 4.3: a raw record comes back as EOPNOTSUPP and takes the raw path; any other non-zero
@@ -211,8 +197,9 @@ TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie) {
     while (pos < got) {
       const uint8_t *p = base + pos;
       const size_t left = got - pos;
-      const int64_t whole = message_length(p, left);
-      if (whole < 1 || whole > static_cast<int64_t>(left)) {
+      // By the bytes actually read: words they don't reach count as 0.
+      const uint64_t whole = tlk::wire::message_length(p, left);
+      if (whole == 0 || whole > left) {
         // No attempt to find the next message: the rest of this read is dropped.
         tarvik_err(cookie, TLK_LEVEL_FATAL, "corrupted msg_len (%d) (%d bytes left)", static_cast<int>(whole),
                    static_cast<int>(left));
@@ -294,8 +281,7 @@ TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record,
   const auto *info = static_cast<const tarvik_async_subtype_info_t *>(record);
   const auto *bytes = static_cast<const uint8_t *>(msg);
   const uint32_t offset = info->offset;
-  uint32_t length = 0;
-  memcpy(&length, bytes + 8, 4);
+  const uint32_t length = tlk::wire::load_u32(bytes + tlk::wire::kMsglenAt);
   if (static_cast<uint64_t>(length) < static_cast<uint64_t>(offset) + 1) {
     tarvik_err(cookie, TLK_LEVEL_ERROR,
                "received async message with length < needed for subtype msg_type = %d subtype offset=%d msglen=%d\n",
@@ -343,15 +329,16 @@ TLK_EXPORT int tarvik_async_opaque_handle(tarvik_cookie *cookie, uint8_t op, con
     }
   }
   ++cookie->seq;
-  request[4] = 98;  // 'b'
-  request[5] = 79;  // "async opaque"
-  request[6] = op;
-  memcpy(request + 8, &whole, 4);
-  memcpy(request + 12, &cookie->seq, 4);
-  request[20] = 32;
+  namespace wire = tlk::wire;
+  request[wire::kVersionAt] = 98;  // 'b'
+  request[wire::kTypeAt] = 79;     // "async opaque"
+  request[wire::kOpAt] = op;
+  wire::store_u32(request + wire::kMsglenAt, whole);
+  wire::store_u32(request + wire::kSeqAt, cookie->seq);
+  request[wire::kFixedlenAt] = 32;
   request[24] = opaque_type;
-  memcpy(request + 26, &flags, 2);
-  memcpy(request + 28, &copied, 4);
+  wire::store_u16(request + 26, flags);
+  wire::store_u32(request + 28, copied);
   if (data != nullptr && copied != 0) memcpy(request + 32, data, copied);
 
   int result = tarvik_write(cookie, request, whole);

@@ -9,12 +9,15 @@
 
 #include "cookie.h"
 #include "platform/platform.h"
+#include "wire.h"
 
 #include <algorithm>
 
 namespace {
 
 using tlk::platform::ops;
+using tlk::wire::load_u16;
+using tlk::wire::round4;
 
 constexpr uint8_t kIfdType = 5;
 constexpr size_t kNameMax = 59;            // characters kept of a name; the end byte makes 60
@@ -23,10 +26,6 @@ constexpr uint16_t kAfFeType = 438;        // the one structure attachment built
 constexpr size_t kAfFeBytes = 592;
 constexpr uint32_t kRawRunType = 0x70000FF;  // attachment carrying input records as they came
 constexpr int kListMib[5] = {4 /* CTL_NET */, 17 /* PF_ROUTE */, 0, 0, 3 /* NET_RT_IFLIST */};
-
-size_t round4(size_t n) {
-  return (n + 3) & ~size_t{3};
-}
 
 // Where a record may start: 8-aligned, as records with 64-bit fields are on every target (and
 // records with pointers on a 64-bit host).  Bytes and names need only 4.
@@ -168,9 +167,8 @@ int build_attachments(ifdev_msg *req, const uint8_t *tlvs, uint32_t total, uint8
   size_t unknown_bytes = 0;
   int err = 0;
   for (uint32_t off = 0; off + 4 <= total && err == 0;) {
-    uint16_t type, length;
-    memcpy(&type, tlvs + off, 2);
-    memcpy(&length, tlvs + off + 2, 2);
+    const uint16_t type = load_u16(tlvs + off);
+    const uint16_t length = load_u16(tlvs + off + 2);
     if (length == 0) break;
     if (length < 4 || off + length > total) return EINVAL;  // a record past the run's end
     const uint8_t *data = tlvs + off + 4;
@@ -233,9 +231,8 @@ int build_attachments(ifdev_msg *req, const uint8_t *tlvs, uint32_t total, uint8
   uint8_t *copy = cursor + round4(sizeof *info);
   size_t at = 0;
   for (uint32_t off = 0; off + 4 <= total;) {
-    uint16_t type, length;
-    memcpy(&type, tlvs + off, 2);
-    memcpy(&length, tlvs + off + 2, 2);
+    const uint16_t type = load_u16(tlvs + off);
+    const uint16_t length = load_u16(tlvs + off + 2);
     if (length == 0) break;
     if (type < 1 || type > 450 || class_of(type) == TlvClass::kUnknown) {
       memcpy(copy + at, tlvs + off, length);
@@ -395,8 +392,7 @@ TLK_EXPORT int tarvik_ifdm_pointchange(tarvik_cookie *cookie, uint32_t index, ui
   auto *info = reinterpret_cast<tlk_msg_info *>(area + 128 * sizeof(void *));
   uint8_t *payload = reinterpret_cast<uint8_t *>(info) + round4(sizeof *info);
   memset(info, 0, sizeof *info);
-  uint16_t first = 0;
-  if (length >= 2) memcpy(&first, data, 2);
+  const uint16_t first = length >= 2 ? load_u16(data) : 0;
   const size_t room =
       TLK_MSG_BUF_SIZE - static_cast<size_t>(payload - reinterpret_cast<uint8_t *>(req));
   int err = 0;

@@ -17,23 +17,19 @@
 
 #include "cookie.h"
 #include "platform/platform.h"
+#include "wire.h"
 
 namespace {
 
 using tlk::platform::ops;
+using tlk::wire::store_u16;
+using tlk::wire::store_u32;
 
 constexpr uint8_t kStatsType = 15, kAlarmType = 20;
 constexpr size_t kStatsFixed = 72, kAlarmFixed = 48;
 constexpr size_t kRawNameMax = 60;      // characters kept of a name in the raw family
 constexpr uint8_t kNameCutLength = 61;  // the length byte of a name that had to be cut
 constexpr uint16_t kVoqFlags = 256;
-
-void put16(uint8_t *p, uint16_t v) {
-  memcpy(p, &v, 2);
-}
-void put32(uint8_t *p, uint32_t v) {
-  memcpy(p, &v, 4);
-}
 
 // Copies a name behind a fixed part, cut at 60 characters; the length with its end byte, or 61
 // when it was cut.
@@ -52,12 +48,12 @@ size_t build_stats(uint8_t *msg, uint8_t op, uint32_t seq, uint32_t index, const
   msg[4] = TARVIK_VERSION_TABLE[kStatsType];
   msg[5] = kStatsType;
   msg[6] = op;
-  put32(msg + 12, seq);
-  put16(msg + 20, kStatsFixed);
-  put16(msg + 26, static_cast<uint16_t>(index));
+  store_u32(msg + 12, seq);
+  store_u16(msg + 20, kStatsFixed);
+  store_u16(msg + 26, static_cast<uint16_t>(index));
   msg[28] = stat_type;
-  put16(msg + 58, stat_flags);
-  put32(msg + 64, caller_cookie);  // the high half stays 0
+  store_u16(msg + 58, stat_flags);
+  store_u32(msg + 64, caller_cookie);  // the high half stays 0
   size_t whole = kStatsFixed;
   if (name != nullptr) {
     uint16_t len = 0;
@@ -65,7 +61,7 @@ size_t build_stats(uint8_t *msg, uint8_t op, uint32_t seq, uint32_t index, const
     msg[31] = static_cast<uint8_t>(len);
     whole = (bytes + 75) & ~size_t{3};
   }
-  put32(msg + 8, static_cast<uint32_t>(whole));
+  store_u32(msg + 8, static_cast<uint32_t>(whole));
   return whole;
 }
 
@@ -94,17 +90,17 @@ int alarm_get(tarvik_cookie *cookie, uint32_t index, const char *name, uint32_t 
   msg[4] = TARVIK_VERSION_TABLE[kAlarmType];
   msg[5] = kAlarmType;
   msg[6] = static_cast<uint8_t>(op);
-  put32(msg + 12, ++cookie->seq);
-  put16(msg + 20, kAlarmFixed);
-  put16(msg + 24, static_cast<uint16_t>(index));
+  store_u32(msg + 12, ++cookie->seq);
+  store_u16(msg + 20, kAlarmFixed);
+  store_u16(msg + 24, static_cast<uint16_t>(index));
   size_t whole = kAlarmFixed;
   if (name != nullptr) {
     uint16_t len = 0;
     (void)put_name(msg + kAlarmFixed, name, &len);
-    put16(msg + 36, len);
+    store_u16(msg + 36, len);
     whole += (size_t{len} + 3) & ~size_t{3};  // the second variable word, at 38, stays 0
   }
-  put32(msg + 8, static_cast<uint32_t>(whole));
+  store_u32(msg + 8, static_cast<uint32_t>(whole));
   int err = tarvik_write(cookie, msg, whole);
   if (err == 0) {
     size_t length = TLK_MSG_BUF_SIZE;
@@ -215,8 +211,7 @@ TLK_EXPORT int tarvik_ifdsm_async_kernel_register(tarvik_cookie *cookie, void *a
   if (product == nullptr || cookie == nullptr || handler == nullptr ||
       cookie->async_info == nullptr)
     return EINVAL;
-  uint16_t model;
-  memcpy(&model, product + 2, 2);
+  const uint16_t model = tlk::wire::load_u16(product + 2);
   if (!model_accepted(model)) return EOPNOTSUPP;
   return tarvik_setup_async_registration(cookie, kStatsType, 0, 0, arg, handler);
 }

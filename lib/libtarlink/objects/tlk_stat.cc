@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "cookie.h"
+#include "wire.h"
 
 namespace {
 
@@ -30,13 +31,13 @@ void build(uint8_t (&req)[kStatLen], uint8_t op, uint32_t seq, uint32_t proxy_id
   const uint32_t pid = static_cast<uint32_t>(getpid());
   const uint16_t fixedlen = kStatLen;
   const uint32_t msglen = kStatLen;  // plus the rounded length of the (empty) variable field
-  memcpy(&req[8], &msglen, 4);
-  memcpy(&req[12], &seq, 4);
-  memcpy(&req[16], &pid, 4);
-  memcpy(&req[20], &fixedlen, 2);
-  req[23] = sel_a;
+  tlk::wire::store_u32(&req[tlk::wire::kMsglenAt], msglen);
+  tlk::wire::store_u32(&req[tlk::wire::kSeqAt], seq);
+  tlk::wire::store_u32(&req[tlk::wire::kIdAt], pid);
+  tlk::wire::store_u16(&req[tlk::wire::kFixedlenAt], fixedlen);
+  req[tlk::wire::kAux2At] = sel_a;
   req[24] = sel_b;
-  memcpy(&req[32], &proxy_id, 4);
+  tlk::wire::store_u32(&req[32], proxy_id);
 }
 
 // Shape 3: one write, no reply.
