@@ -11,8 +11,8 @@
 
 enum tlk_msg_type {
   TLK_MSG_NOP = 0,                      /* "nop" */
-  TLK_MSG_ADD = 1,                      /* "add" */
-  TLK_MSG_CHANGE = 2,                   /* "change" */
+  TLK_MSG_RTTABLE = 1,                  /* "rttable" */
+  TLK_MSG_ROUTE = 2,                    /* "route" */
   TLK_MSG_REDIRECT = 3,                 /* "redirect" */
   TLK_MSG_RTSTATS = 4,                  /* "rtstats" */
   TLK_MSG_IFDEV = 5,                    /* "ifdev" */

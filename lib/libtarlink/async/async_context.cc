@@ -338,11 +338,11 @@ extern "C" {
 
 // Also drops 0x200000, which the route class family shares: its slot stays and its messages stop.
 TLK_EXPORT int tarvik_rtm_async_unregister(tarvik_cookie *cookie) {
-  return unregister(cookie, 2, tlk::async::kRtmLow);
+  return unregister(cookie, TLK_MSG_ROUTE, tlk::async::kRtmLow);
 }
 
 TLK_EXPORT int tarvik_rnhm_async_unregister(tarvik_cookie *cookie) {
-  return unregister(cookie, 10, tlk::async::kRnhmLow);
+  return unregister(cookie, TLK_MSG_NEXTHOP, tlk::async::kRnhmLow);
 }
 
 TLK_EXPORT int tlk_async_set_event_hooks(tarvik_cookie *cookie, tarvik_event_hooks_t *hooks) {

@@ -26,8 +26,6 @@ using tlk::platform::ops;
 
 constexpr char kProcess[] = "tarvik_async_event_process";
 constexpr char kProcessMsg[] = "tarvik_async_process_msg";
-constexpr uint32_t kIfaddrType = 8;
-constexpr uint32_t kGencfgType = 72;
 
 const char *progname() { return program_invocation_short_name; }
 
@@ -53,7 +51,7 @@ void release_message(tarvik_cookie *cookie, void *message) { tarvik_msg_idl_rele
 // holds donor state until that code exists, so nothing is ever pending.  Returns true when a
 // report is pending after the save.
 bool unnum_save(tarvik_cookie *cookie, uint32_t type, const void *) {
-  if (type != kIfaddrType || cookie->unnum_info == nullptr) return false;
+  if (type != TLK_MSG_IFADDR || cookie->unnum_info == nullptr) return false;
   return false;  // seam: tarvik_unnum_ifa_save_msg, then its report before a delete
 }
 void unnum_report(tarvik_cookie *) {}  // seam: tarvik_unnum_ifa_report
@@ -83,7 +81,7 @@ int dispatch_decoded(tarvik_cookie *cookie, void *&message) {
     unnum_report(cookie);  // a delete is reported before its handler runs
     report_pending = false;
   }
-  if (type == kGencfgType) {
+  if (type == TLK_MSG_GENCFG) {
     // A compressed blob is inflated here: the handler gets a decompressed copy in place of the
     // received message.
     const int result = tarvik_gencfg_async(cookie, &message);
@@ -331,7 +329,7 @@ TLK_EXPORT int tarvik_async_opaque_handle(tarvik_cookie *cookie, uint8_t op, con
   ++cookie->seq;
   namespace wire = tlk::wire;
   request[wire::kVersionAt] = 98;  // 'b'
-  request[wire::kTypeAt] = 79;     // "async opaque"
+  request[wire::kTypeAt] = TLK_MSG_ASYNC_OPAQUE;
   request[wire::kOpAt] = op;
   wire::store_u32(request + wire::kMsglenAt, whole);
   wire::store_u32(request + wire::kSeqAt, cookie->seq);

@@ -16,7 +16,6 @@ namespace {
 
 using tlk::gencfg::kBlobMemid;
 
-constexpr uint8_t kGencfgType = TLK_GENCFG_TYPE;
 // The request is the fixed record alone (112 bytes on the target): everything variable stays in
 // the caller's memory and is taken from there by the encoder.
 constexpr uint32_t kMsgSize = sizeof(gencfg_msg);
@@ -56,8 +55,8 @@ void fill_request(gencfg_msg *m, const gencfg_t &r, uint32_t op, uint32_t seq) {
   tlk_hdr &h = m->gencfg_hdr;
   h.tlkh_msglen = kMsgSize;
   h.tlkh_fixedlen = static_cast<uint16_t>(kMsgSize);
-  h.tlkh_version = TARVIK_VERSION_TABLE[kGencfgType];
-  h.tlkh_type = kGencfgType;
+  h.tlkh_version = TARVIK_VERSION_TABLE[TLK_MSG_GENCFG];
+  h.tlkh_type = TLK_MSG_GENCFG;
   h.tlkh_op = static_cast<uint8_t>(op);
   h.tlkh_seq = seq;
   m->major = r.major;

@@ -19,7 +19,6 @@ using tlk::platform::ops;
 using tlk::wire::load_u16;
 using tlk::wire::round4;
 
-constexpr uint8_t kIfdType = 5;
 constexpr size_t kNameMax = 59;            // characters kept of a name; the end byte makes 60
 constexpr uint32_t kPointChange = 0x2000;  // ifdm_change of a point change
 constexpr uint16_t kAfFeType = 438;        // the one structure attachment built here
@@ -38,8 +37,8 @@ ifdev_msg *new_request(tarvik_cookie *cookie, uint8_t op) {
   auto *req = static_cast<ifdev_msg *>(tarvik_msg_malloc(cookie));
   if (req == nullptr) return nullptr;
   tlk_hdr &h = req->ifdm_hdr;
-  h.tlkh_version = TARVIK_VERSION_TABLE[kIfdType];
-  h.tlkh_type = kIfdType;
+  h.tlkh_version = TARVIK_VERSION_TABLE[TLK_MSG_IFDEV];
+  h.tlkh_type = TLK_MSG_IFDEV;
   h.tlkh_op = op;
   h.tlkh_fixedlen = static_cast<uint16_t>(tlv_rtti_sizeof_ifdev_msg_0);
   h.tlkh_msglen = h.tlkh_fixedlen;

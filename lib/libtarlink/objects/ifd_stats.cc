@@ -25,7 +25,6 @@ using tlk::platform::ops;
 using tlk::wire::store_u16;
 using tlk::wire::store_u32;
 
-constexpr uint8_t kStatsType = 15, kAlarmType = 20;
 constexpr size_t kStatsFixed = 72, kAlarmFixed = 48;
 constexpr size_t kRawNameMax = 60;      // characters kept of a name in the raw family
 constexpr uint8_t kNameCutLength = 61;  // the length byte of a name that had to be cut
@@ -45,8 +44,8 @@ size_t put_name(uint8_t *at, const char *name, uint16_t *length_field) {
 // Builds an "ifdstats" request in `msg` (zeroed, at least 72 + 64 bytes); its whole length.
 size_t build_stats(uint8_t *msg, uint8_t op, uint32_t seq, uint32_t index, const char *name,
                    uint8_t stat_type, uint16_t stat_flags, uint32_t caller_cookie) {
-  msg[4] = TARVIK_VERSION_TABLE[kStatsType];
-  msg[5] = kStatsType;
+  msg[4] = TARVIK_VERSION_TABLE[TLK_MSG_IFDSTATS];
+  msg[5] = TLK_MSG_IFDSTATS;
   msg[6] = op;
   store_u32(msg + 12, seq);
   store_u16(msg + 20, kStatsFixed);
@@ -87,8 +86,8 @@ int alarm_get(tarvik_cookie *cookie, uint32_t index, const char *name, uint32_t 
   if (cookie == nullptr || out == nullptr) return EINVAL;
   auto *msg = static_cast<uint8_t *>(tarvik_msg_malloc(cookie));
   if (msg == nullptr) return ENOMEM;
-  msg[4] = TARVIK_VERSION_TABLE[kAlarmType];
-  msg[5] = kAlarmType;
+  msg[4] = TARVIK_VERSION_TABLE[TLK_MSG_IFDALARM];
+  msg[5] = TLK_MSG_IFDALARM;
   msg[6] = static_cast<uint8_t>(op);
   store_u32(msg + 12, ++cookie->seq);
   store_u16(msg + 20, kAlarmFixed);
@@ -213,7 +212,7 @@ TLK_EXPORT int tarvik_ifdsm_async_kernel_register(tarvik_cookie *cookie, void *a
     return EINVAL;
   const uint16_t model = tlk::wire::load_u16(product + 2);
   if (!model_accepted(model)) return EOPNOTSUPP;
-  return tarvik_setup_async_registration(cookie, kStatsType, 0, 0, arg, handler);
+  return tarvik_setup_async_registration(cookie, TLK_MSG_IFDSTATS, 0, 0, arg, handler);
 }
 
 }  // extern "C"

@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr uint8_t kIflType = 6;
 constexpr size_t kNameMax = 59;  // characters kept of a device name; the end byte makes 60
 
 struct IflKeys {
@@ -30,8 +29,8 @@ int iflm_get(tarvik_cookie *cookie, const IflKeys &keys, uint32_t op, void **out
   // The fixed record is this build's ifl_msg; the variable data starts behind it.
   const uint16_t fixedlen = static_cast<uint16_t>(tlv_rtti_sizeof_ifl_msg_0);
   tlk_hdr &h = req->iflm_hdr;
-  h.tlkh_version = TARVIK_VERSION_TABLE[kIflType];
-  h.tlkh_type = kIflType;
+  h.tlkh_version = TARVIK_VERSION_TABLE[TLK_MSG_IFLOGICAL];
+  h.tlkh_type = TLK_MSG_IFLOGICAL;
   h.tlkh_op = static_cast<uint8_t>(op);
   h.tlkh_fixedlen = fixedlen;
   h.tlkh_id = 0;

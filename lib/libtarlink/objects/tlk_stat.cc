@@ -19,14 +19,13 @@
 
 namespace {
 
-constexpr uint8_t kStatType = 26;
 constexpr uint32_t kStatLen = 36;
 
 void build(uint8_t (&req)[kStatLen], uint8_t op, uint32_t seq, uint32_t proxy_id, uint8_t sel_a,
            uint8_t sel_b) {
   memset(req, 0, sizeof req);
-  req[4] = TARVIK_VERSION_TABLE[kStatType];
-  req[5] = kStatType;
+  req[4] = TARVIK_VERSION_TABLE[TLK_MSG_TARLINK_STATS];
+  req[5] = TLK_MSG_TARLINK_STATS;
   req[6] = op;
   const uint32_t pid = static_cast<uint32_t>(getpid());
   const uint16_t fixedlen = kStatLen;
