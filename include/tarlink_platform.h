@@ -65,6 +65,10 @@ typedef struct tlk_platform {
    * host). */
   const void *(*product_info_data)(void);
   int (*product_is_platform_varn)(int a, int b);
+  /* The running program's short name, for diagnostics; never NULL (the host default gives ""
+   * where the system keeps no name).  A NULL entry reads as "".  Entries are added at the end
+   * of this table only, so that the earlier ones keep their places. */
+  const char *(*program_name)(void);
 } tlk_platform;
 
 /* The table in force. */

@@ -23,11 +23,10 @@ TLK_EXPORT int tarvik_async_io_debug = 0;
 namespace {
 
 using tlk::platform::ops;
+using tlk::platform::program_name;
 
 constexpr char kProcess[] = "tarvik_async_event_process";
 constexpr char kProcessMsg[] = "tarvik_async_process_msg";
-
-const char *progname() { return program_invocation_short_name; }
 
 void debug_line(const char *format, ...) TLK_PRINTF(1, 2);
 void debug_line(const char *format, ...) {
@@ -185,7 +184,7 @@ TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie) {
       tarvik_err(cookie, TLK_LEVEL_FATAL, "msg read too small for header: %d\n", static_cast<int>(n));
       return leave(EIO, reads);
     }
-    if (tarvik_async_io_debug) debug_line("%s, %s read %d bytes\n", kProcess, progname(), static_cast<int>(n));
+    if (tarvik_async_io_debug) debug_line("%s, %s read %d bytes\n", kProcess, program_name(), static_cast<int>(n));
 
     // Walk the read message by message.  Any failure below costs only its own message.
     const uint8_t *base = cookie->rbuf_data;
@@ -237,21 +236,21 @@ TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie) {
           tarvik_err(cookie, TLK_LEVEL_FATAL, "Incorrect message length. %d != %d", static_cast<int>(len),
                      static_cast<int>(got));
         }
-        if (tarvik_async_io_debug) debug_line("%s, %s read one msg with bulk disabled.\n", kProcess, progname());
+        if (tarvik_async_io_debug) debug_line("%s, %s read one msg with bulk disabled.\n", kProcess, program_name());
         break;
       }
       pos += len;
     }
 
     if (tarvik_async_io_debug) {
-      debug_line("%s, %s read and processed %d msgs\n", kProcess, progname(), static_cast<int>(walk.delivered));
+      debug_line("%s, %s read and processed %d msgs\n", kProcess, program_name(), static_cast<int>(walk.delivered));
     }
     ++reads;
     total += walk.delivered;
     if (reads < cookie->num_read_msg) continue;
     // The kernel may still hold messages: the loop calls again while the descriptor is readable.
     if (tarvik_async_io_debug) {
-      debug_line("%s, %s read %d msgs with %d read calls before return to select\n", kProcess, progname(),
+      debug_line("%s, %s read %d msgs with %d read calls before return to select\n", kProcess, program_name(),
                  static_cast<int>(total), static_cast<int>(reads));
     }
     if (saved != 0) return leave(saved, reads);

@@ -52,6 +52,19 @@ void host_assert_fail(const char *expr, const char *file, int line, const char *
 const void *host_product_info_data() { return nullptr; }
 int host_product_is_platform_varn(int, int) { return 0; }
 
+// The program's short name, for diagnostics.
+const char *host_program_name() {
+#if defined(__GLIBC__)
+  return program_invocation_short_name;
+#elif defined(__FreeBSD__) || defined(__NetBSD__) || defined(__OpenBSD__) || \
+    defined(__DragonFly__) || defined(__APPLE__)
+  const char *name = ::getprogname();
+  return name != nullptr ? name : "";
+#else
+  return "";
+#endif
+}
+
 // Entries by name, so that adding one touches no other.
 constexpr tlk_platform kHost = {
     .socket = host_socket,
@@ -80,6 +93,7 @@ constexpr tlk_platform kHost = {
     .evBreak = evlib::brk,
     .product_info_data = host_product_info_data,
     .product_is_platform_varn = host_product_is_platform_varn,
+    .program_name = host_program_name,
 };
 
 }  // namespace
