@@ -2,9 +2,10 @@
 //
 // tarvik_async_event_process reads up to num_read_msg times, walks each read buffer message by
 // message, tells frames from raw records by the first word, applies the sequence rule to raw
-// records, decodes frames, and calls the slot's handler synchronously.  There is no queue here;
-// hooked event mode hands each message to the client's dispatch hook instead.  A bad message costs
-// only itself: it is dropped with a diagnostic and the walk goes on.
+// records, decodes frames, runs the type's in-line work on decoded messages (async/inline_work),
+// and calls the slot's handler synchronously.  There is no queue here; hooked event mode hands
+// each message to the client's dispatch hook instead.  A bad message costs only itself: it is
+// dropped with a diagnostic and the walk goes on.
 #include <errno.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -12,6 +13,7 @@
 #include <sys/socket.h>
 #include <syslog.h>
 
+#include "async/inline_work.h"
 #include "cookie.h"
 #include "platform/platform.h"
 #include "wire.h"
@@ -38,22 +40,13 @@ void debug_line(const char *format, ...) {
   ops().syslog(LOG_DEBUG, text);
 }
 
-// Step 4.3: a raw record comes back as EOPNOTSUPP and takes the raw path; any other non-zero
+// A raw record comes back as EOPNOTSUPP and takes the raw path; any other non-zero
 // result is a failed decode.
 int decode_message(tarvik_cookie *cookie, const uint8_t *p, size_t len, void **message) {
   return tarvik_msg_idl_decode(cookie, p, len, message, nullptr);
 }
 
 void release_message(tarvik_cookie *cookie, void *message) { tarvik_msg_idl_release(cookie, message, nullptr); }
-
-// The in-line work that the library keeps for itself.  Unnumbered address interest: no session
-// holds donor state until that code exists, so nothing is ever pending.  Returns true when a
-// report is pending after the save.
-bool unnum_save(tarvik_cookie *cookie, uint32_t type, const void *) {
-  if (type != TLK_MSG_IFADDR || cookie->unnum_info == nullptr) return false;
-  return false;  // seam: tarvik_unnum_ifa_save_msg, then its report before a delete
-}
-void unnum_report(tarvik_cookie *) {}  // seam: tarvik_unnum_ifa_report
 
 struct Walk {
   uint32_t delivered = 0;  // messages delivered from this read
@@ -65,7 +58,7 @@ int dispatch_decoded(tarvik_cookie *cookie, void *&message) {
   tarvik_async_info_t *info = cookie->async_info;
   ++cookie->seq;
   const auto *hdr = static_cast<const uint8_t *>(message);
-  const uint32_t type = hdr[5];
+  const uint32_t type = hdr[tlk::wire::kTypeAt];
   if (type > TLK_ASYNC_MAX_TYPE) {
     tarvik_err(cookie, TLK_LEVEL_WARNING, "received async message of unknown type: %d\n", static_cast<int>(type));
     return EOPNOTSUPP;
@@ -75,15 +68,11 @@ int dispatch_decoded(tarvik_cookie *cookie, void *&message) {
     tarvik_err(cookie, TLK_LEVEL_ERROR, "received async message with no handler: %d\n", static_cast<int>(type));
     return ENOENT;
   }
-  bool report_pending = unnum_save(cookie, type, message);
-  if (report_pending && hdr[6] == TLK_OP_DELETE) {
-    unnum_report(cookie);  // a delete is reported before its handler runs
-    report_pending = false;
-  }
-  if (type == TLK_MSG_GENCFG) {
-    // A compressed blob is inflated here: the handler gets a decompressed copy in place of the
-    // received message.
-    const int result = tarvik_gencfg_async(cookie, &message);
+  // The library's own work on this type first (tlk::async::inline_work); it may replace the
+  // message.
+  const tlk::async::InlineWork &work = tlk::async::inline_work(type);
+  if (work.before != nullptr) {
+    const int result = work.before(cookie, &message);
     if (result != 0) return result;
   }
   if (info->mode & TLK_ASYNC_HOOKED) {  // read afresh: a handler may have changed it
@@ -91,7 +80,7 @@ int dispatch_decoded(tarvik_cookie *cookie, void *&message) {
     return cookie->event_hooks->dispatch(cookie, slot, message, 0, 1);
   }
   slot->handler(cookie, slot->arg, message, 0);
-  if (report_pending) unnum_report(cookie);
+  if (work.after != nullptr) work.after(cookie);
   return 0;
 }
 
