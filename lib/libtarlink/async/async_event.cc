@@ -15,6 +15,7 @@
 
 #include "async/inline_work.h"
 #include "cookie.h"
+#include "objects/request.h"
 #include "platform/platform.h"
 #include "wire.h"
 
@@ -304,39 +305,20 @@ TLK_EXPORT int tarvik_async_opaque_handle(tarvik_cookie *cookie, uint8_t op, con
   const uint32_t copied = length & 0xffffu;
   // The block leaves 16352 bytes for data; more would write past it.
   if (whole > TLK_MSG_BUF_SIZE || 32u + copied > TLK_MSG_BUF_SIZE) return EINVAL;
-  auto *request = static_cast<uint8_t *>(tarvik_msg_malloc(cookie));
-  if (request == nullptr) return ENOMEM;
-  void *reply = nullptr;
-  if (flags & 1u) {
-    reply = tarvik_msg_malloc(cookie);
-    if (reply == nullptr) {
-      tarvik_msg_free(cookie, request);
-      return ENOMEM;
-    }
-  }
-  ++cookie->seq;
-  namespace wire = tlk::wire;
-  request[wire::kVersionAt] = 98;  // 'b'
-  request[wire::kTypeAt] = TLK_MSG_ASYNC_OPAQUE;
-  request[wire::kOpAt] = op;
-  wire::store_u32(request + wire::kMsglenAt, whole);
-  wire::store_u32(request + wire::kSeqAt, cookie->seq);
-  request[wire::kFixedlenAt] = 32;
-  request[24] = opaque_type;
-  wire::store_u16(request + 26, flags);
-  wire::store_u32(request + 28, copied);
-  if (data != nullptr && copied != 0) memcpy(request + 32, data, copied);
-
-  int result = tarvik_write(cookie, request, whole);
-  if (result == 0 && reply != nullptr) result = tarvik_msg_read(cookie, reply, nullptr);
-  tarvik_msg_free(cookie, request);
-  if (result != 0) {
-    tarvik_msg_free(cookie, reply);
-    *reply_out = nullptr;
-    return result;
-  }
-  *reply_out = reply;
-  return 0;
+  tlk::request::Block request(cookie);
+  if (!request) return ENOMEM;
+  const bool wants_reply = (flags & 1u) != 0;
+  tlk::request::Block reply(cookie, wants_reply);
+  if (wants_reply && !reply) return ENOMEM;
+  uint8_t *m = request.bytes();
+  // The whole length comes out as computed above: an accepted length is at most 16349.
+  (void)tlk::request::fill_raw_header(m, TLK_MSG_ASYNC_OPAQUE, op, tlk::request::next_seq(cookie),
+                                      32, length);
+  m[24] = opaque_type;
+  tlk::wire::store_u16(m + 26, flags);
+  tlk::wire::store_u32(m + 28, copied);
+  if (data != nullptr && copied != 0) memcpy(m + 32, data, copied);
+  return tlk::request::raw_exchange(cookie, m, reply, reply_out).code();
 }
 
 }  // extern "C"

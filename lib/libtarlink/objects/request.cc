@@ -51,7 +51,8 @@ void clear_outs(void **out, void **mask) {
   if (mask != nullptr) *mask = nullptr;
 }
 
-Block::Block(tarvik_cookie *cookie) : cookie_(cookie), block_(tarvik_msg_malloc(cookie)) {}
+Block::Block(tarvik_cookie *cookie, bool allocate)
+    : cookie_(cookie), block_(allocate ? tarvik_msg_malloc(cookie) : nullptr) {}
 
 void *Block::release() {
   void *block = block_;

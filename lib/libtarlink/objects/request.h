@@ -84,10 +84,11 @@ void clear_outs(void **out, void **mask = nullptr);
 // ---- Owned blocks ----
 
 // A zero-filled message block of TLK_MSG_BUF_SIZE bytes (tarvik_msg_malloc), freed when the
-// holder goes unless released.  Test it after construction: a null block is ENOMEM.
+// holder goes unless released.  Test it after construction: a null block is ENOMEM.  With
+// `allocate` false the holder starts empty (an optional reply).
 class Block {
  public:
-  explicit Block(tarvik_cookie *cookie);
+  explicit Block(tarvik_cookie *cookie, bool allocate = true);
   ~Block() { free_now(); }
   Block(const Block &) = delete;
   Block &operator=(const Block &) = delete;
