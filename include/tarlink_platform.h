@@ -46,7 +46,7 @@ typedef struct tlk_platform {
   void (*print_stderr)(const char *text);
   void (*exit)(int status);
   void (*assert_fail)(const char *expr, const char *file, int line, const char *func);
-  /* The event loop (evContext, evFileID and evFileFunc are described in tarlink.h).  The host
+  /* The event loop (evContext, evFileID and evFileFunc are described in tarlink/async.h).  The
    * default is the library's own loop on poll(2); a port plugs its system's loop here.  All give
    * 0, or -1 with errno.  evMainLoop runs until evBreak or until nothing is watched;
    * evMainLoopSyncSighdl is the same loop with signals held back while callbacks run, so that a
