@@ -1,7 +1,8 @@
 # The record codecs.  idlgen, a host tool built first, reads the schema under
 # lib/libtarlink/idl/schema/ and writes, into the build tree only, the public records header
-# (tarlink_records.h, included by tarlink.h) and the descriptor tables with the exported
-# tlv_*/idr_* functions.  A schema error stops the build with file:line.
+# (tarlink_records.h, included by tarlink.h), the descriptor tables with the exported
+# tlv_*/idr_* functions, and the list of those names for the linker version script.  A schema
+# error stops the build with file:line.
 set(TARLINK_GEN_DIR ${PROJECT_BINARY_DIR}/generated CACHE INTERNAL "generated codec sources")
 set(TARLINK_SCHEMA_DIR ${PROJECT_SOURCE_DIR}/lib/libtarlink/idl/schema)
 set(TARLINK_SCHEMA_FILES
@@ -30,16 +31,22 @@ if(NOT TARGET idlgen)
 endif()
 
 # tarlink_idlgen(<header> <source> <guard> SCHEMA <files...> [IMPORT <files...>] [EXPORT <macro>]
-#                [INCLUDE <headers...>] [CORE])
-# Runs idlgen at build time; outputs go to TARLINK_GEN_DIR.
+#                [EXPORTS <list>] [INCLUDE <headers...>] [CORE])
+# Runs idlgen at build time; outputs go to TARLINK_GEN_DIR.  EXPORTS names the file that gets
+# the list of symbols the header declares.
 function(tarlink_idlgen header source guard)
-  cmake_parse_arguments(ARG "CORE" "EXPORT" "SCHEMA;IMPORT;INCLUDE" ${ARGN})
+  cmake_parse_arguments(ARG "CORE" "EXPORT;EXPORTS" "SCHEMA;IMPORT;INCLUDE" ${ARGN})
   set(args --header ${TARLINK_GEN_DIR}/${header} --source ${TARLINK_GEN_DIR}/${source} --guard ${guard})
+  set(outputs ${TARLINK_GEN_DIR}/${header} ${TARLINK_GEN_DIR}/${source})
   if(ARG_CORE)
     list(APPEND args --core)
   endif()
   if(ARG_EXPORT)
     list(APPEND args --export ${ARG_EXPORT})
+  endif()
+  if(ARG_EXPORTS)
+    list(APPEND args --exports ${TARLINK_GEN_DIR}/${ARG_EXPORTS})
+    list(APPEND outputs ${TARLINK_GEN_DIR}/${ARG_EXPORTS})
   endif()
   foreach(inc IN LISTS ARG_INCLUDE)
     list(APPEND args --include ${inc})
@@ -48,7 +55,7 @@ function(tarlink_idlgen header source guard)
     list(APPEND args --import ${imp})
   endforeach()
   add_custom_command(
-    OUTPUT ${TARLINK_GEN_DIR}/${header} ${TARLINK_GEN_DIR}/${source}
+    OUTPUT ${outputs}
     COMMAND ${CMAKE_COMMAND} -E make_directory ${TARLINK_GEN_DIR}
     COMMAND idlgen ${args} ${ARG_SCHEMA}
     DEPENDS idlgen ${ARG_SCHEMA} ${ARG_IMPORT}
@@ -57,7 +64,9 @@ function(tarlink_idlgen header source guard)
 endfunction()
 
 tarlink_idlgen(tarlink_records.h tarlink_tables.cc TARLINK_RECORDS_H
-  SCHEMA ${TARLINK_SCHEMA_FILES} EXPORT TLK_EXPORT CORE)
+  SCHEMA ${TARLINK_SCHEMA_FILES} EXPORT TLK_EXPORT EXPORTS tarlink_records.exports CORE)
+# The codec names that the library exports, one a line (see lib/libtarlink/tarlink.exports).
+set(TARLINK_RECORDS_EXPORTS ${TARLINK_GEN_DIR}/tarlink_records.exports)
 add_custom_target(tarlink_records DEPENDS ${TARLINK_GEN_DIR}/tarlink_records.h)
 
 set(TARLINK_IDL_SOURCES
