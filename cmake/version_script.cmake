@@ -8,6 +8,7 @@
 # A list holds one name a line; blank lines and lines starting with '#' are comments.  Only
 # plain C identifiers are accepted, so no pattern can export more than is named.  The hand list
 # must be sorted, and no name may appear twice across both lists.
+cmake_minimum_required(VERSION 3.25)
 foreach(var HAND GENERATED NODE OUT)
   if(NOT DEFINED ${var})
     message(FATAL_ERROR "version_script.cmake: -D${var}=... is required")
