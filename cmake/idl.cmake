@@ -76,34 +76,12 @@ set(TARLINK_IDL_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/../lib/libtarlink/idl/sockaddr_idl.cc
   ${TARLINK_GEN_DIR}/tarlink_tables.cc)
 
-# tarlink.h includes the generated records header, so every target of the project that compiles
-# against it (the simulator, tools, tests, benchmarks, examples) needs the generated directory
-# and must wait for idlgen.  Done once, after all directories are read.
-set_property(GLOBAL PROPERTY TARLINK_GEN_DIR ${TARLINK_GEN_DIR})
-function(tarlink_records_everywhere)
-  get_property(gen_dir GLOBAL PROPERTY TARLINK_GEN_DIR)
-  set(dirs ${PROJECT_SOURCE_DIR})
-  set(targets)
-  while(dirs)
-    list(POP_FRONT dirs dir)
-    get_property(sub DIRECTORY ${dir} PROPERTY SUBDIRECTORIES)
-    list(APPEND dirs ${sub})
-    get_property(ts DIRECTORY ${dir} PROPERTY BUILDSYSTEM_TARGETS)
-    list(APPEND targets ${ts})
-  endwhile()
-  foreach(t IN LISTS targets)
-    get_target_property(type ${t} TYPE)
-    get_target_property(imported ${t} IMPORTED)
-    if(t STREQUAL "idlgen" OR t STREQUAL "tarlink_records" OR imported)
-      continue()
-    endif()
-    if(type MATCHES "^(EXECUTABLE|STATIC_LIBRARY|SHARED_LIBRARY|OBJECT_LIBRARY|MODULE_LIBRARY)$")
-      add_dependencies(${t} tarlink_records)
-      set_property(TARGET ${t} APPEND PROPERTY INCLUDE_DIRECTORIES ${gen_dir})
-    endif()
-  endforeach()
-endfunction()
-cmake_language(DEFER DIRECTORY ${PROJECT_SOURCE_DIR} CALL tarlink_records_everywhere)
+# tarlink.h includes the generated records header: whatever compiles against it needs the
+# generated directory on its include path and must wait for idlgen.  The library's targets link
+# this PUBLIC, so every target that links the library gets both through its link.
+add_library(tarlink_records_headers INTERFACE)
+target_include_directories(tarlink_records_headers INTERFACE $<BUILD_INTERFACE:${TARLINK_GEN_DIR}>)
+add_dependencies(tarlink_records_headers tarlink_records)
 
 # The test-only records (tests/idl/schema/test.schema) and the random-record helpers, for the
 # codec tests, the fuzz target and the codec benchmark: defined once, by whichever comes first.
