@@ -88,7 +88,7 @@ int dispatch_decoded(tarvik_cookie *cookie, void *&message) {
 // One raw record.  The handler gets a private copy, so the read buffer can be reused.
 int dispatch_raw(tarvik_cookie *cookie, const uint8_t *p, size_t len) {
   tarvik_async_info_t *info = cookie->async_info;
-  const uint32_t type = len > 5 ? p[5] : 0;
+  const uint32_t type = len > tlk::wire::kTypeAt ? p[tlk::wire::kTypeAt] : 0;
   if (type > TLK_ASYNC_MAX_TYPE) {
     tarvik_err(cookie, TLK_LEVEL_WARNING, "received async message of unknown type: %d\n", static_cast<int>(type));
     return EOPNOTSUPP;
@@ -272,7 +272,7 @@ TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record,
   if (static_cast<uint64_t>(length) < static_cast<uint64_t>(offset) + 1) {
     tarvik_err(cookie, TLK_LEVEL_ERROR,
                "received async message with length < needed for subtype msg_type = %d subtype offset=%d msglen=%d\n",
-               bytes[5], static_cast<int>(offset), static_cast<int>(length));
+               bytes[tlk::wire::kTypeAt], static_cast<int>(offset), static_cast<int>(length));
     tarvik_msg_free(cookie, msg);
     return 0;
   }
@@ -280,7 +280,7 @@ TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record,
   if (subtype >= info->count) {
     tarvik_err(cookie, TLK_LEVEL_ERROR,
                "received async message with invalid subtype msg_type = %d subtype offset=%d msglen=%d subtype = %d\n",
-               bytes[5], static_cast<int>(offset), static_cast<int>(length), subtype);
+               bytes[tlk::wire::kTypeAt], static_cast<int>(offset), static_cast<int>(length), subtype);
     tarvik_msg_free(cookie, msg);
     return 0;
   }

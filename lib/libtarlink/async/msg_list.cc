@@ -141,9 +141,9 @@ TLK_EXPORT int tarvik_msg_list_fillin(tarvik_cookie *cookie, tarvik_msg_list_t *
       off += whole;
     } else {
       const size_t whole = left >= kRawHead ? load_u32(p + tlk::wire::kMsglenAt) : left;
-      if (left > 5) {
-        list->version = p[4];
-        list->type = p[5];
+      if (left > tlk::wire::kTypeAt) {
+        list->version = p[tlk::wire::kVersionAt];
+        list->type = p[tlk::wire::kTypeAt];
       }
       list->msgs[list->count] = const_cast<uint8_t *>(p);
       if (list->arenas != nullptr) list->arenas[list->count] = reinterpret_cast<uintptr_t>(p);

@@ -57,7 +57,7 @@ void *arena_alloc(uint32_t size, void *context) {
 
 uint32_t encode_frame(const void *raw, const void *mask, uint8_t *buf, uint32_t length) {
   tlk_msg choice{};
-  choice.tlkm_type = static_cast<const uint8_t *>(raw)[5];
+  choice.tlkm_type = static_cast<const uint8_t *>(raw)[tlk::wire::kTypeAt];
   choice.tlkm_msg = const_cast<void *>(raw);  // the encoder only reads through it
   if (mask != nullptr) {
     tlk_msg_tlvmap choice_map{};
