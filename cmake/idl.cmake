@@ -1,7 +1,8 @@
 # The record codecs.  idlgen, a host tool built first, reads the schema under
 # lib/libtarlink/idl/schema/ and writes, into the build tree only, the public records header
-# (tarlink_records.h, included by tarlink.h) and the descriptor tables with the exported
-# tlv_*/idr_* functions.  A schema error stops the build with file:line.
+# (tarlink_records.h, included by tarlink.h), the descriptor tables with the exported
+# tlv_*/idr_* functions, and the list of those names for the linker version script.  A schema
+# error stops the build with file:line.
 set(TARLINK_GEN_DIR ${PROJECT_BINARY_DIR}/generated CACHE INTERNAL "generated codec sources")
 set(TARLINK_SCHEMA_DIR ${PROJECT_SOURCE_DIR}/lib/libtarlink/idl/schema)
 set(TARLINK_SCHEMA_FILES
@@ -30,16 +31,22 @@ if(NOT TARGET idlgen)
 endif()
 
 # tarlink_idlgen(<header> <source> <guard> SCHEMA <files...> [IMPORT <files...>] [EXPORT <macro>]
-#                [INCLUDE <headers...>] [CORE])
-# Runs idlgen at build time; outputs go to TARLINK_GEN_DIR.
+#                [EXPORTS <list>] [INCLUDE <headers...>] [CORE])
+# Runs idlgen at build time; outputs go to TARLINK_GEN_DIR.  EXPORTS names the file that gets
+# the list of symbols the header declares.
 function(tarlink_idlgen header source guard)
-  cmake_parse_arguments(ARG "CORE" "EXPORT" "SCHEMA;IMPORT;INCLUDE" ${ARGN})
+  cmake_parse_arguments(ARG "CORE" "EXPORT;EXPORTS" "SCHEMA;IMPORT;INCLUDE" ${ARGN})
   set(args --header ${TARLINK_GEN_DIR}/${header} --source ${TARLINK_GEN_DIR}/${source} --guard ${guard})
+  set(outputs ${TARLINK_GEN_DIR}/${header} ${TARLINK_GEN_DIR}/${source})
   if(ARG_CORE)
     list(APPEND args --core)
   endif()
   if(ARG_EXPORT)
     list(APPEND args --export ${ARG_EXPORT})
+  endif()
+  if(ARG_EXPORTS)
+    list(APPEND args --exports ${TARLINK_GEN_DIR}/${ARG_EXPORTS})
+    list(APPEND outputs ${TARLINK_GEN_DIR}/${ARG_EXPORTS})
   endif()
   foreach(inc IN LISTS ARG_INCLUDE)
     list(APPEND args --include ${inc})
@@ -48,7 +55,7 @@ function(tarlink_idlgen header source guard)
     list(APPEND args --import ${imp})
   endforeach()
   add_custom_command(
-    OUTPUT ${TARLINK_GEN_DIR}/${header} ${TARLINK_GEN_DIR}/${source}
+    OUTPUT ${outputs}
     COMMAND ${CMAKE_COMMAND} -E make_directory ${TARLINK_GEN_DIR}
     COMMAND idlgen ${args} ${ARG_SCHEMA}
     DEPENDS idlgen ${ARG_SCHEMA} ${ARG_IMPORT}
@@ -57,7 +64,9 @@ function(tarlink_idlgen header source guard)
 endfunction()
 
 tarlink_idlgen(tarlink_records.h tarlink_tables.cc TARLINK_RECORDS_H
-  SCHEMA ${TARLINK_SCHEMA_FILES} EXPORT TLK_EXPORT CORE)
+  SCHEMA ${TARLINK_SCHEMA_FILES} EXPORT TLK_EXPORT EXPORTS tarlink_records.exports CORE)
+# The codec names that the library exports, one a line (see lib/libtarlink/tarlink.exports).
+set(TARLINK_RECORDS_EXPORTS ${TARLINK_GEN_DIR}/tarlink_records.exports)
 add_custom_target(tarlink_records DEPENDS ${TARLINK_GEN_DIR}/tarlink_records.h)
 
 set(TARLINK_IDL_SOURCES
@@ -67,34 +76,12 @@ set(TARLINK_IDL_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/../lib/libtarlink/idl/sockaddr_idl.cc
   ${TARLINK_GEN_DIR}/tarlink_tables.cc)
 
-# tarlink.h includes the generated records header, so every target of the project that compiles
-# against it (the simulator, tools, tests, benchmarks, examples) needs the generated directory
-# and must wait for idlgen.  Done once, after all directories are read.
-set_property(GLOBAL PROPERTY TARLINK_GEN_DIR ${TARLINK_GEN_DIR})
-function(tarlink_records_everywhere)
-  get_property(gen_dir GLOBAL PROPERTY TARLINK_GEN_DIR)
-  set(dirs ${PROJECT_SOURCE_DIR})
-  set(targets)
-  while(dirs)
-    list(POP_FRONT dirs dir)
-    get_property(sub DIRECTORY ${dir} PROPERTY SUBDIRECTORIES)
-    list(APPEND dirs ${sub})
-    get_property(ts DIRECTORY ${dir} PROPERTY BUILDSYSTEM_TARGETS)
-    list(APPEND targets ${ts})
-  endwhile()
-  foreach(t IN LISTS targets)
-    get_target_property(type ${t} TYPE)
-    get_target_property(imported ${t} IMPORTED)
-    if(t STREQUAL "idlgen" OR t STREQUAL "tarlink_records" OR imported)
-      continue()
-    endif()
-    if(type MATCHES "^(EXECUTABLE|STATIC_LIBRARY|SHARED_LIBRARY|OBJECT_LIBRARY|MODULE_LIBRARY)$")
-      add_dependencies(${t} tarlink_records)
-      set_property(TARGET ${t} APPEND PROPERTY INCLUDE_DIRECTORIES ${gen_dir})
-    endif()
-  endforeach()
-endfunction()
-cmake_language(DEFER DIRECTORY ${PROJECT_SOURCE_DIR} CALL tarlink_records_everywhere)
+# tarlink.h includes the generated records header: whatever compiles against it needs the
+# generated directory on its include path and must wait for idlgen.  The library's targets link
+# this PUBLIC, so every target that links the library gets both through its link.
+add_library(tarlink_records_headers INTERFACE)
+target_include_directories(tarlink_records_headers INTERFACE $<BUILD_INTERFACE:${TARLINK_GEN_DIR}>)
+add_dependencies(tarlink_records_headers tarlink_records)
 
 # The test-only records (tests/idl/schema/test.schema) and the random-record helpers, for the
 # codec tests, the fuzz target and the codec benchmark: defined once, by whichever comes first.

@@ -46,7 +46,7 @@ typedef struct tlk_platform {
   void (*print_stderr)(const char *text);
   void (*exit)(int status);
   void (*assert_fail)(const char *expr, const char *file, int line, const char *func);
-  /* The event loop (evContext, evFileID and evFileFunc are described in tarlink.h).  The host
+  /* The event loop (evContext, evFileID and evFileFunc are described in tarlink/async.h).  The
    * default is the library's own loop on poll(2); a port plugs its system's loop here.  All give
    * 0, or -1 with errno.  evMainLoop runs until evBreak or until nothing is watched;
    * evMainLoopSyncSighdl is the same loop with signals held back while callbacks run, so that a
@@ -65,6 +65,10 @@ typedef struct tlk_platform {
    * host). */
   const void *(*product_info_data)(void);
   int (*product_is_platform_varn)(int a, int b);
+  /* The running program's short name, for diagnostics; never NULL (the host default gives ""
+   * where the system keeps no name).  A NULL entry reads as "".  Entries are added at the end
+   * of this table only, so that the earlier ones keep their places. */
+  const char *(*program_name)(void);
 } tlk_platform;
 
 /* The table in force. */

@@ -9,18 +9,12 @@
 
 #include "cookie.h"
 #include "platform/platform.h"
+#include "wire.h"
 
 namespace {
 
-// Word `index` (0-based, 32-bit, host order) of a message, or 0 where the message is too short
-// to hold it: no read outside the bytes that the caller owns.
-uint32_t word_at(const uint8_t *msg, size_t capacity, size_t index) {
-  uint32_t w = 0;
-  if ((index + 1) * 4 <= capacity) memcpy(&w, msg + index * 4, 4);
-  return w;
-}
-
-bool is_frame_magic(uint32_t word) { return word == TLK_MAGIC_TLV || word == TLK_MAGIC_IDR; }
+using tlk::wire::is_frame_magic;
+using tlk::wire::word_at;
 
 // The raw read step shared by the fixed and the long read.  `*length` is the size to read in,
 // and what the message turned out to be out.
@@ -36,7 +30,7 @@ int raw_read(tarvik_cookie *cookie, uint8_t *buf, size_t *length) {
     *length = static_cast<size_t>(count);
     return 0;
   }
-  const uint32_t msglen = word_at(buf, *length, 2);
+  const uint32_t msglen = word_at(buf, *length, tlk::wire::kMsglenAt / 4);
   const uint32_t got = static_cast<uint32_t>(count);
   if (msglen > got) {
     tarvik_err(cookie, TLK_LEVEL_FATAL, "msg read too short got (%d), expected %d\n",
@@ -64,8 +58,8 @@ bool peek_length(int fd, uint32_t *length) {
     errno = EAGAIN;
     return false;
   }
-  const uint32_t first = word_at(head, sizeof head, 0);
-  *length = is_frame_magic(first) ? word_at(head, sizeof head, 1) + 12 : word_at(head, sizeof head, 2);
+  // A frame's length wraps in 32 bits here, as the peek has always reported it.
+  *length = static_cast<uint32_t>(tlk::wire::message_length(head, sizeof head));
   return true;
 }
 
@@ -91,7 +85,7 @@ TLK_EXPORT int tarvik_check_read_seq(tarvik_cookie *cookie, const void *msg) {
   const auto *bytes = static_cast<const uint8_t *>(msg);
   // The framed reply's own number is neither read nor compared at this level.
   if (is_frame_magic(word_at(bytes, TLK_MIN_MSG_LEN, 0))) return 0;
-  const uint32_t got = word_at(bytes, TLK_MIN_MSG_LEN, 3);
+  const uint32_t got = word_at(bytes, TLK_MIN_MSG_LEN, tlk::wire::kSeqAt / 4);
   const bool async = cookie->async_info != nullptr;
   // A statistics reply with no place in the stream passes an asynchronous session.
   if (async && cookie->used_by_stats != 0 && got == 0) return 0;

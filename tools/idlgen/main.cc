@@ -1,8 +1,10 @@
 // idlgen: reads record schema files and writes the record header and the descriptor source.
 //
-//   idlgen --header OUT.h --source OUT.cc --guard NAME [--export MACRO] [--core]
-//          [--include FILE]... [--import SCHEMA]... SCHEMA...
+//   idlgen --header OUT.h --source OUT.cc --guard NAME [--export MACRO] [--exports OUT.txt]
+//          [--core] [--include FILE]... [--import SCHEMA]... SCHEMA...
 //
+// --exports writes the names of the symbols that the header declares, one a line: the build
+// makes the library's linker version script from it.
 // Imported schema files are known for references (a test schema nesting a library record) but
 // nothing is emitted for them.  Any schema error stops with "file:line: error: ..." and exit 1.
 #include <cstdio>
@@ -16,8 +18,9 @@ namespace {
 
 int usage() {
   std::fprintf(stderr,
-               "usage: idlgen --header OUT.h --source OUT.cc --guard NAME [--export MACRO] [--core]\n"
-               "              [--include FILE]... [--import SCHEMA]... SCHEMA...\n");
+               "usage: idlgen --header OUT.h --source OUT.cc --guard NAME [--export MACRO]\n"
+               "              [--exports OUT.txt] [--core] [--include FILE]... [--import SCHEMA]...\n"
+               "              SCHEMA...\n");
   return 2;
 }
 
@@ -35,21 +38,22 @@ bool write_file(const std::string &path, const std::string &text) {
 
 int main(int argc, char **argv) {
   idlgen::Options o;
-  std::string header, source;
+  std::string header, source, exports;
   std::vector<std::string> imports, inputs;
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     auto next = [&]() -> const char * { return i + 1 < argc ? argv[++i] : nullptr; };
     const char *v = nullptr;
     if (a == "--core") { o.core = true; continue; }
-    if (a == "--header" || a == "--source" || a == "--guard" || a == "--export" || a == "--include" ||
-        a == "--import") {
+    if (a == "--header" || a == "--source" || a == "--guard" || a == "--export" || a == "--exports" ||
+        a == "--include" || a == "--import") {
       v = next();
       if (v == nullptr) return usage();
       if (a == "--header") header = v;
       else if (a == "--source") source = v;
       else if (a == "--guard") o.guard = v;
       else if (a == "--export") o.export_macro = v;
+      else if (a == "--exports") exports = v;
       else if (a == "--include") o.includes.push_back(v);
       else imports.push_back(v);
       continue;
@@ -68,5 +72,6 @@ int main(int argc, char **argv) {
   if (!ok || !idlgen::check(schema)) return 1;
   if (!write_file(header, idlgen::emit_header(schema, o))) return 1;
   if (!write_file(source, idlgen::emit_source(schema, o))) return 1;
+  if (!exports.empty() && !write_file(exports, idlgen::emit_exports(schema, o))) return 1;
   return 0;
 }

@@ -7,6 +7,7 @@
 #include "async/register_table.h"
 #include "cookie.h"
 #include "platform/platform.h"
+#include "wire.h"
 
 namespace {
 
@@ -326,7 +327,7 @@ int unregister(tarvik_cookie *cookie, uint32_t type, uint32_t dropped_low) {
   if (info->reg[type] != nullptr) tarvik_free(MEMID_TARVIK_ASYNC_REG, info->reg[type]);
   info->reg[type] = nullptr;
   uint8_t filter[TLK_ASYNC_FILTER_LEN] = {};
-  memcpy(filter + 8, &dropped_low, 4);
+  tlk::wire::store_u32(filter + 8, dropped_low);
   (void)tarvik_async_register_filters(cookie, filter);
   return 0;
 }
@@ -337,11 +338,11 @@ extern "C" {
 
 // Also drops 0x200000, which the route class family shares: its slot stays and its messages stop.
 TLK_EXPORT int tarvik_rtm_async_unregister(tarvik_cookie *cookie) {
-  return unregister(cookie, 2, tlk::async::kRtmLow);
+  return unregister(cookie, TLK_MSG_ROUTE, tlk::async::kRtmLow);
 }
 
 TLK_EXPORT int tarvik_rnhm_async_unregister(tarvik_cookie *cookie) {
-  return unregister(cookie, 10, tlk::async::kRnhmLow);
+  return unregister(cookie, TLK_MSG_NEXTHOP, tlk::async::kRnhmLow);
 }
 
 TLK_EXPORT int tlk_async_set_event_hooks(tarvik_cookie *cookie, tarvik_event_hooks_t *hooks) {

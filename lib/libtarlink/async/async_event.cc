@@ -2,9 +2,10 @@
 //
 // tarvik_async_event_process reads up to num_read_msg times, walks each read buffer message by
 // message, tells frames from raw records by the first word, applies the sequence rule to raw
-// records, decodes frames, and calls the slot's handler synchronously.  There is no queue here;
-// hooked event mode hands each message to the client's dispatch hook instead.  A bad message costs
-// only itself: it is dropped with a diagnostic and the walk goes on.
+// records, decodes frames, runs the type's in-line work on decoded messages (async/inline_work),
+// and calls the slot's handler synchronously.  There is no queue here; hooked event mode hands
+// each message to the client's dispatch hook instead.  A bad message costs only itself: it is
+// dropped with a diagnostic and the walk goes on.
 #include <errno.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -12,8 +13,11 @@
 #include <sys/socket.h>
 #include <syslog.h>
 
+#include "async/inline_work.h"
 #include "cookie.h"
+#include "objects/request.h"
 #include "platform/platform.h"
+#include "wire.h"
 
 extern "C" {
 TLK_EXPORT int tarvik_async_io_debug = 0;
@@ -22,13 +26,10 @@ TLK_EXPORT int tarvik_async_io_debug = 0;
 namespace {
 
 using tlk::platform::ops;
+using tlk::platform::program_name;
 
 constexpr char kProcess[] = "tarvik_async_event_process";
 constexpr char kProcessMsg[] = "tarvik_async_process_msg";
-constexpr uint32_t kIfaddrType = 8;
-constexpr uint32_t kGencfgType = 72;
-
-const char *progname() { return program_invocation_short_name; }
 
 void debug_line(const char *format, ...) TLK_PRINTF(1, 2);
 void debug_line(const char *format, ...) {
@@ -40,37 +41,13 @@ void debug_line(const char *format, ...) {
   ops().syslog(LOG_DEBUG, text);
 }
 
-uint32_t word_at(const uint8_t *p, size_t avail, size_t index) {
-  uint32_t w = 0;
-  if ((index + 1) * 4 <= avail) memcpy(&w, p + index * 4, 4);
-  return w;
-}
-
-bool is_frame_magic(uint32_t word) { return word == TLK_MAGIC_TLV || word == TLK_MAGIC_IDR; }
-
-// Whole length of the message at `p` by its form, from the bytes actually read.
-int64_t message_length(const uint8_t *p, size_t left) {
-  const uint32_t first = word_at(p, left, 0);
-  if (is_frame_magic(first)) return static_cast<int64_t>(word_at(p, left, 1)) + 12;
-  return static_cast<int64_t>(word_at(p, left, 2));
-}
-
-// Step 4.3: a raw record comes back as EOPNOTSUPP and takes the raw path; any other non-zero
+// A raw record comes back as EOPNOTSUPP and takes the raw path; any other non-zero
 // result is a failed decode.
 int decode_message(tarvik_cookie *cookie, const uint8_t *p, size_t len, void **message) {
   return tarvik_msg_idl_decode(cookie, p, len, message, nullptr);
 }
 
 void release_message(tarvik_cookie *cookie, void *message) { tarvik_msg_idl_release(cookie, message, nullptr); }
-
-// The in-line work that the library keeps for itself.  Unnumbered address interest: no session
-// holds donor state until that code exists, so nothing is ever pending.  Returns true when a
-// report is pending after the save.
-bool unnum_save(tarvik_cookie *cookie, uint32_t type, const void *) {
-  if (type != kIfaddrType || cookie->unnum_info == nullptr) return false;
-  return false;  // seam: tarvik_unnum_ifa_save_msg, then its report before a delete
-}
-void unnum_report(tarvik_cookie *) {}  // seam: tarvik_unnum_ifa_report
 
 struct Walk {
   uint32_t delivered = 0;  // messages delivered from this read
@@ -82,7 +59,7 @@ int dispatch_decoded(tarvik_cookie *cookie, void *&message) {
   tarvik_async_info_t *info = cookie->async_info;
   ++cookie->seq;
   const auto *hdr = static_cast<const uint8_t *>(message);
-  const uint32_t type = hdr[5];
+  const uint32_t type = hdr[tlk::wire::kTypeAt];
   if (type > TLK_ASYNC_MAX_TYPE) {
     tarvik_err(cookie, TLK_LEVEL_WARNING, "received async message of unknown type: %d\n", static_cast<int>(type));
     return EOPNOTSUPP;
@@ -92,15 +69,11 @@ int dispatch_decoded(tarvik_cookie *cookie, void *&message) {
     tarvik_err(cookie, TLK_LEVEL_ERROR, "received async message with no handler: %d\n", static_cast<int>(type));
     return ENOENT;
   }
-  bool report_pending = unnum_save(cookie, type, message);
-  if (report_pending && hdr[6] == TLK_OP_DELETE) {
-    unnum_report(cookie);  // a delete is reported before its handler runs
-    report_pending = false;
-  }
-  if (type == kGencfgType) {
-    // A compressed blob is inflated here: the handler gets a decompressed copy in place of the
-    // received message.
-    const int result = tarvik_gencfg_async(cookie, &message);
+  // The library's own work on this type first (tlk::async::inline_work); it may replace the
+  // message.
+  const tlk::async::InlineWork &work = tlk::async::inline_work(type);
+  if (work.before != nullptr) {
+    const int result = work.before(cookie, &message);
     if (result != 0) return result;
   }
   if (info->mode & TLK_ASYNC_HOOKED) {  // read afresh: a handler may have changed it
@@ -108,14 +81,14 @@ int dispatch_decoded(tarvik_cookie *cookie, void *&message) {
     return cookie->event_hooks->dispatch(cookie, slot, message, 0, 1);
   }
   slot->handler(cookie, slot->arg, message, 0);
-  if (report_pending) unnum_report(cookie);
+  if (work.after != nullptr) work.after(cookie);
   return 0;
 }
 
 // One raw record.  The handler gets a private copy, so the read buffer can be reused.
 int dispatch_raw(tarvik_cookie *cookie, const uint8_t *p, size_t len) {
   tarvik_async_info_t *info = cookie->async_info;
-  const uint32_t type = len > 5 ? p[5] : 0;
+  const uint32_t type = len > tlk::wire::kTypeAt ? p[tlk::wire::kTypeAt] : 0;
   if (type > TLK_ASYNC_MAX_TYPE) {
     tarvik_err(cookie, TLK_LEVEL_WARNING, "received async message of unknown type: %d\n", static_cast<int>(type));
     return EOPNOTSUPP;
@@ -202,7 +175,7 @@ TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie) {
       tarvik_err(cookie, TLK_LEVEL_FATAL, "msg read too small for header: %d\n", static_cast<int>(n));
       return leave(EIO, reads);
     }
-    if (tarvik_async_io_debug) debug_line("%s, %s read %d bytes\n", kProcess, progname(), static_cast<int>(n));
+    if (tarvik_async_io_debug) debug_line("%s, %s read %d bytes\n", kProcess, program_name(), static_cast<int>(n));
 
     // Walk the read message by message.  Any failure below costs only its own message.
     const uint8_t *base = cookie->rbuf_data;
@@ -212,8 +185,9 @@ TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie) {
     while (pos < got) {
       const uint8_t *p = base + pos;
       const size_t left = got - pos;
-      const int64_t whole = message_length(p, left);
-      if (whole < 1 || whole > static_cast<int64_t>(left)) {
+      // By the bytes actually read: words they don't reach count as 0.
+      const uint64_t whole = tlk::wire::message_length(p, left);
+      if (whole == 0 || whole > left) {
         // No attempt to find the next message: the rest of this read is dropped.
         tarvik_err(cookie, TLK_LEVEL_FATAL, "corrupted msg_len (%d) (%d bytes left)", static_cast<int>(whole),
                    static_cast<int>(left));
@@ -253,21 +227,21 @@ TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie) {
           tarvik_err(cookie, TLK_LEVEL_FATAL, "Incorrect message length. %d != %d", static_cast<int>(len),
                      static_cast<int>(got));
         }
-        if (tarvik_async_io_debug) debug_line("%s, %s read one msg with bulk disabled.\n", kProcess, progname());
+        if (tarvik_async_io_debug) debug_line("%s, %s read one msg with bulk disabled.\n", kProcess, program_name());
         break;
       }
       pos += len;
     }
 
     if (tarvik_async_io_debug) {
-      debug_line("%s, %s read and processed %d msgs\n", kProcess, progname(), static_cast<int>(walk.delivered));
+      debug_line("%s, %s read and processed %d msgs\n", kProcess, program_name(), static_cast<int>(walk.delivered));
     }
     ++reads;
     total += walk.delivered;
     if (reads < cookie->num_read_msg) continue;
     // The kernel may still hold messages: the loop calls again while the descriptor is readable.
     if (tarvik_async_io_debug) {
-      debug_line("%s, %s read %d msgs with %d read calls before return to select\n", kProcess, progname(),
+      debug_line("%s, %s read %d msgs with %d read calls before return to select\n", kProcess, program_name(),
                  static_cast<int>(total), static_cast<int>(reads));
     }
     if (saved != 0) return leave(saved, reads);
@@ -298,12 +272,11 @@ TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record,
   const auto *info = static_cast<const tarvik_async_subtype_info_t *>(record);
   const auto *bytes = static_cast<const uint8_t *>(msg);
   const uint32_t offset = info->offset;
-  uint32_t length = 0;
-  memcpy(&length, bytes + 8, 4);
+  const uint32_t length = tlk::wire::load_u32(bytes + tlk::wire::kMsglenAt);
   if (static_cast<uint64_t>(length) < static_cast<uint64_t>(offset) + 1) {
     tarvik_err(cookie, TLK_LEVEL_ERROR,
                "received async message with length < needed for subtype msg_type = %d subtype offset=%d msglen=%d\n",
-               bytes[5], static_cast<int>(offset), static_cast<int>(length));
+               bytes[tlk::wire::kTypeAt], static_cast<int>(offset), static_cast<int>(length));
     tarvik_msg_free(cookie, msg);
     return 0;
   }
@@ -311,7 +284,7 @@ TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record,
   if (subtype >= info->count) {
     tarvik_err(cookie, TLK_LEVEL_ERROR,
                "received async message with invalid subtype msg_type = %d subtype offset=%d msglen=%d subtype = %d\n",
-               bytes[5], static_cast<int>(offset), static_cast<int>(length), subtype);
+               bytes[tlk::wire::kTypeAt], static_cast<int>(offset), static_cast<int>(length), subtype);
     tarvik_msg_free(cookie, msg);
     return 0;
   }
@@ -336,38 +309,20 @@ TLK_EXPORT int tarvik_async_opaque_handle(tarvik_cookie *cookie, uint8_t op, con
   const uint32_t copied = length & 0xffffu;
   // The block leaves 16352 bytes for data; more would write past it.
   if (whole > TLK_MSG_BUF_SIZE || 32u + copied > TLK_MSG_BUF_SIZE) return EINVAL;
-  auto *request = static_cast<uint8_t *>(tarvik_msg_malloc(cookie));
-  if (request == nullptr) return ENOMEM;
-  void *reply = nullptr;
-  if (flags & 1u) {
-    reply = tarvik_msg_malloc(cookie);
-    if (reply == nullptr) {
-      tarvik_msg_free(cookie, request);
-      return ENOMEM;
-    }
-  }
-  ++cookie->seq;
-  request[4] = 98;  // 'b'
-  request[5] = 79;  // "async opaque"
-  request[6] = op;
-  memcpy(request + 8, &whole, 4);
-  memcpy(request + 12, &cookie->seq, 4);
-  request[20] = 32;
-  request[24] = opaque_type;
-  memcpy(request + 26, &flags, 2);
-  memcpy(request + 28, &copied, 4);
-  if (data != nullptr && copied != 0) memcpy(request + 32, data, copied);
-
-  int result = tarvik_write(cookie, request, whole);
-  if (result == 0 && reply != nullptr) result = tarvik_msg_read(cookie, reply, nullptr);
-  tarvik_msg_free(cookie, request);
-  if (result != 0) {
-    tarvik_msg_free(cookie, reply);
-    *reply_out = nullptr;
-    return result;
-  }
-  *reply_out = reply;
-  return 0;
+  tlk::request::Block request(cookie);
+  if (!request) return ENOMEM;
+  const bool wants_reply = (flags & 1u) != 0;
+  tlk::request::Block reply(cookie, wants_reply);
+  if (wants_reply && !reply) return ENOMEM;
+  uint8_t *m = request.bytes();
+  // The whole length comes out as computed above: an accepted length is at most 16349.
+  (void)tlk::request::fill_raw_header(m, TLK_MSG_ASYNC_OPAQUE, op, tlk::request::next_seq(cookie),
+                                      32, length);
+  m[24] = opaque_type;
+  tlk::wire::store_u16(m + 26, flags);
+  tlk::wire::store_u32(m + 28, copied);
+  if (data != nullptr && copied != 0) memcpy(m + 32, data, copied);
+  return tlk::request::raw_exchange(cookie, m, reply, reply_out).code();
 }
 
 }  // extern "C"

@@ -14,6 +14,7 @@
 
 #include "cookie.h"
 #include "idl/envelope.h"
+#include "wire.h"
 
 namespace {
 
@@ -21,15 +22,8 @@ constexpr uint16_t kFirstTable = 16;    // entries of the first table of a list 
 constexpr uint32_t kFirstIdlStep = 22;  // the step an IDL count takes when too few bytes remain
 constexpr size_t kRawHead = 12;         // a raw message's whole length is its third word
 
-uint32_t word_at(const uint8_t *p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return v;
-}
-
-bool is_frame(uint32_t magic) {
-  return magic == TLK_MAGIC_TLV || magic == TLK_MAGIC_IDR;
-}
+using tlk::wire::is_frame_magic;
+using tlk::wire::load_u32;
 
 // Counts the messages of a block.  The form of the first message speaks for all.  A block that
 // is not an exact run of whole messages is refused with EINVAL: it did not come whole from the
@@ -40,17 +34,17 @@ int count_messages(const uint8_t *block, size_t length, uint32_t magic, uint32_t
   uint32_t n = 0;
   while (left != 0) {
     const uint8_t *p = block + (length - left);
-    if (is_frame(magic)) {
+    if (is_frame_magic(magic)) {
       // Frame length: payload length plus the 12-byte head; with under 8 bytes left the
       // previous step stands.
       if (left >= 8) {
-        const uint64_t whole = uint64_t{word_at(p + 4)} + 12;  // no wrap: a huge claim stays huge
+        const uint64_t whole = tlk::wire::frame_length(p);  // no wrap: a huge claim stays huge
         if (whole > left) return EINVAL;
         step = static_cast<uint32_t>(whole);
       }
     } else {
       // A raw message shorter than its head is the rest of the block.
-      step = left >= kRawHead ? word_at(p + 8) : static_cast<uint32_t>(left);
+      step = left >= kRawHead ? load_u32(p + tlk::wire::kMsglenAt) : static_cast<uint32_t>(left);
     }
     if (step == 0 || step > left) return EINVAL;
     left -= step;
@@ -108,7 +102,7 @@ TLK_EXPORT int tarvik_msg_list_fillin(tarvik_cookie *cookie, tarvik_msg_list_t *
   if (cookie == nullptr || list == nullptr || block == nullptr || length == 0) return EINVAL;
   const auto *bytes = static_cast<const uint8_t *>(block);
   memset(list, 0, sizeof *list);
-  const uint32_t magic = length >= 4 ? word_at(bytes) : 0;
+  const uint32_t magic = length >= 4 ? load_u32(bytes) : 0;
   list->kind = length >= 4 ? TARVIK_MSG_LIST_DECODED : TARVIK_MSG_LIST_BLOCK;
 
   uint32_t count = 0;
@@ -128,9 +122,9 @@ TLK_EXPORT int tarvik_msg_list_fillin(tarvik_cookie *cookie, tarvik_msg_list_t *
     --list->spare;
     const uint8_t *p = bytes + off;
     const size_t left = length - off;
-    if (is_frame(magic)) {
+    if (is_frame_magic(magic)) {
       if (left < 8) return EINVAL;
-      const size_t whole = word_at(p + 4) + size_t{12};
+      const size_t whole = static_cast<size_t>(tlk::wire::frame_length(p));
       if (whole > left) return EINVAL;
       void *msg = nullptr;
       void *arena = nullptr;
@@ -146,10 +140,10 @@ TLK_EXPORT int tarvik_msg_list_fillin(tarvik_cookie *cookie, tarvik_msg_list_t *
       ++list->count;
       off += whole;
     } else {
-      const size_t whole = left >= kRawHead ? word_at(p + 8) : left;
-      if (left > 5) {
-        list->version = p[4];
-        list->type = p[5];
+      const size_t whole = left >= kRawHead ? load_u32(p + tlk::wire::kMsglenAt) : left;
+      if (left > tlk::wire::kTypeAt) {
+        list->version = p[tlk::wire::kVersionAt];
+        list->type = p[tlk::wire::kTypeAt];
       }
       list->msgs[list->count] = const_cast<uint8_t *>(p);
       if (list->arenas != nullptr) list->arenas[list->count] = reinterpret_cast<uintptr_t>(p);

@@ -61,50 +61,50 @@ TLK_ASYNC_PLAIN_ROWS(TLK_ASYNC_ROW_FN)
 // Flag 1 asks for 0x10 and flag 4 for 0x4; other bits of the caller's word are ignored.
 TLK_EXPORT int tarvik_iffm_async_register(tarvik_cookie *cookie, uint32_t flags, void *arg,
                                           tarvik_async_handler_t handler) {
-  return register_one(cookie, tlk::async::kIffmType, (flags & 4) | ((flags & 1) << 4), 0, arg, handler);
+  return register_one(cookie, TLK_MSG_IFFAMILY, (flags & 4) | ((flags & 1) << 4), 0, arg, handler);
 }
 
 // The same two flag values choose 0x20 (flag 1) and 0x8 (flag 4) for address messages.
 TLK_EXPORT int tarvik_ifam_async_register(tarvik_cookie *cookie, uint32_t flags, void *arg,
                                           tarvik_async_handler_t handler) {
-  return register_one(cookie, tlk::async::kIfamType, ((flags & 4) << 1) | ((flags & 1) << 5), 0, arg,
+  return register_one(cookie, TLK_MSG_IFADDR, ((flags & 4) << 1) | ((flags & 1) << 5), 0, arg,
                       handler);
 }
 
 // Flag 4 asks for 0x1000000 in the high word; without it the slot takes what comes unasked.
 TLK_EXPORT int tarvik_sysstatsm_async_register(tarvik_cookie *cookie, uint32_t flags, void *arg,
                                                tarvik_async_handler_t handler) {
-  return register_one(cookie, tlk::async::kSysstatsType, 0, (flags & 4) << 22, arg, handler);
+  return register_one(cookie, TLK_MSG_SYSSTATS, 0, (flags & 4) << 22, arg, handler);
 }
 
 TLK_EXPORT int tarvik_qsr_async_register(tarvik_cookie *cookie, void *arg,
                                          tarvik_async_handler_t handler, uint32_t extra) {
   const uint32_t high = tlk::async::kQsrHigh | (extra != 0 ? tlk::async::kQsrExtraHigh : 0);
-  return register_one(cookie, tlk::async::kQsrType, 0, high, arg, handler);
+  return register_one(cookie, TLK_MSG_QSR, 0, high, arg, handler);
 }
 
 TLK_EXPORT int tarvik_kuack_async_register(tarvik_cookie *cookie, uint32_t, void *arg,
                                            tarvik_async_handler_t handler) {
-  return register_one(cookie, tlk::async::kKuackType, 0, 0, arg, handler);
+  return register_one(cookie, TLK_MSG_KUACK_MESSAGES, 0, 0, arg, handler);
 }
 
 // Subtype 0 ("IFS EndOfChain") of type 85 at offset 24, one entry, no listen bits.  With one
 // entry, all_subtypes changes nothing, and whichever of the two comes second finds the slot taken.
 TLK_EXPORT int tarvik_ifsclim_async_register(tarvik_cookie *cookie, void *arg,
                                              tarvik_async_handler_t handler) {
-  return tarvik_async_subtype_handler_register(cookie, tlk::async::kIfsclinfoType, 0, 1, 24, 1, 0, 0,
+  return tarvik_async_subtype_handler_register(cookie, TLK_MSG_IFSCLINFO, 0, 1, 24, 1, 0, 0,
                                                arg, handler);
 }
 
 TLK_EXPORT int tarvik_ifstate_eochain_register(tarvik_cookie *cookie, void *arg,
                                                tarvik_async_handler_t handler) {
-  return tarvik_async_subtype_handler_register(cookie, tlk::async::kIfsclinfoType, 0, 1, 24, 0, 0, 0,
+  return tarvik_async_subtype_handler_register(cookie, TLK_MSG_IFSCLINFO, 0, 1, 24, 0, 0, 0,
                                                arg, handler);
 }
 
 TLK_EXPORT int tarvik_async_opaque_register(tarvik_cookie *cookie, void *arg,
                                             tarvik_async_handler_t handler, uint8_t *subtype_mask) {
-  const int result = register_one(cookie, tlk::async::kOpaqueType, 0, tlk::async::kOpaqueHigh, arg, handler);
+  const int result = register_one(cookie, TLK_MSG_ASYNC_OPAQUE, 0, tlk::async::kOpaqueHigh, arg, handler);
   if (result != 0 || subtype_mask == nullptr) return result;
   subtype_mask[0] = 35;  // the listen bit number of "async opaque": bit 3 of the high word
   return tarvik_set_async_msg_subtype(cookie, subtype_mask);

@@ -11,13 +11,13 @@
 
 #include "cookie.h"
 #include "idl/envelope.h"
+#include "wire.h"
 
 namespace tlk::idl {
 namespace {
 
 constexpr uint32_t kFirstSize = TLK_MSG_BUF_SIZE;
 constexpr uint32_t kGrowStep = 1024;
-constexpr uint32_t kHeadLen = 12;
 constexpr uint64_t kMaxArena = 64u << 20;
 constexpr unsigned kLinearRounds = 8;
 constexpr uint64_t kTightMin = 512;
@@ -37,18 +37,12 @@ constexpr ResultRow kResults[] = {
 constexpr int kTlvRows = 6;
 constexpr int kIdrRows = 5;
 
-uint32_t word_at(const void *data, unsigned index) {
-  uint32_t w;
-  memcpy(&w, static_cast<const uint8_t *>(data) + 4 * index, 4);
-  return w;
-}
-
 // The decoders' allocation callback: bump allocation from the arena, never freed.  Sizes round
 // to 4-byte granules; each block starts on an 8-byte boundary, since records hold pointers and
 // 64-bit fields (the arena's base is a heap block, aligned at least as much).
 void *arena_alloc(uint32_t size, void *context) {
   auto *arena = static_cast<Arena *>(context);
-  const uint64_t rounded = (static_cast<uint64_t>(size) + 3u) & ~uint64_t{3};
+  const uint64_t rounded = tlk::wire::round4(uint64_t{size});
   const uint64_t at = (static_cast<uint64_t>(arena->used) + 7u) & ~uint64_t{7};
   if (at + rounded > arena->size) {
     if (arena->wanted < at + rounded) arena->wanted = at + rounded;
@@ -63,7 +57,7 @@ void *arena_alloc(uint32_t size, void *context) {
 
 uint32_t encode_frame(const void *raw, const void *mask, uint8_t *buf, uint32_t length) {
   tlk_msg choice{};
-  choice.tlkm_type = static_cast<const uint8_t *>(raw)[5];
+  choice.tlkm_type = static_cast<const uint8_t *>(raw)[tlk::wire::kTypeAt];
   choice.tlkm_msg = const_cast<void *>(raw);  // the encoder only reads through it
   if (mask != nullptr) {
     tlk_msg_tlvmap choice_map{};
@@ -78,7 +72,7 @@ int decode_into_arena(tarvik_cookie *cookie, const void *data, size_t length, vo
                       uint64_t *wanted) {
   if (length < 4) return EINVAL;
   Arena arena{arena_base, arena_size, 0, 0};
-  const uint32_t magic = word_at(data, 0);
+  const uint32_t magic = tlk::wire::load_u32(data);
   const auto *bytes = static_cast<const uint8_t *>(data);
   const uint32_t len = length > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(length);
   tlk_msg choice{};
@@ -128,12 +122,12 @@ int decode_with_growth(tarvik_cookie *cookie, const void *data, size_t length, v
     tarvik_err(cookie, TLK_LEVEL_ERROR, "Failed to peek magic");
     return EOPNOTSUPP;
   }
-  if (word_at(data, 0) == 0) return EOPNOTSUPP;  // a raw message, not a frame
+  if (tlk::wire::load_u32(data) == 0) return EOPNOTSUPP;  // a raw message, not a frame
   if (length < 8) {
     tarvik_err(cookie, TLK_LEVEL_ERROR, "Failed to peek message");
     return EOPNOTSUPP;
   }
-  const uint64_t frame = static_cast<uint64_t>(word_at(data, 1)) + kHeadLen;
+  const uint64_t frame = tlk::wire::frame_length(data);
   *frame_length = static_cast<uint32_t>(frame);
   // A frame that claims more than the data holds fails before anything is allocated: it gets the
   // standard first arena rather than one sized by its claim.
@@ -237,13 +231,14 @@ TLK_EXPORT int tarvik_msg_idl_decode_pa(tarvik_cookie *cookie, const void *data,
 
 TLK_EXPORT uint32_t *tarvik_idl_peek_length(uint32_t *out, const void *data, size_t length) {
   if (out == nullptr || data == nullptr || length < 8) return nullptr;
-  *out = tlk::idl::word_at(data, 1) + tlk::idl::kHeadLen;
+  // In 32 bits: a claim near 4 GiB wraps, as the peek has always reported it.
+  *out = static_cast<uint32_t>(tlk::wire::frame_length(data));
   return out;
 }
 
 TLK_EXPORT uint32_t *tarvik_idl_peek_magic(uint32_t *out, const void *data, size_t length) {
   if (out == nullptr || data == nullptr || length < 4) return nullptr;
-  *out = tlk::idl::word_at(data, 0);
+  *out = tlk::wire::load_u32(data);
   return out;
 }
 

@@ -19,6 +19,7 @@
 
 #include "idl/engine.h"
 #include "tarlink.h"
+#include "wire.h"
 
 namespace tlk::idl::gen {
 extern const Record rec_sockaddr_idl_int;
@@ -56,11 +57,7 @@ uint32_t trailer_size(uint32_t selector) {
 uint8_t *arm_bytes(sdl_info &e) { return reinterpret_cast<uint8_t *>(&e.sdl_u); }
 const uint8_t *arm_bytes(const sdl_info &e) { return reinterpret_cast<const uint8_t *>(&e.sdl_u); }
 
-uint16_t get16(const uint8_t *p) {
-  uint16_t v;
-  std::memcpy(&v, p, 2);
-  return v;
-}
+using tlk::wire::load_u16;
 
 // The unpacked form of one link-level address, on the stack of the encoder.
 struct Scratch {
@@ -92,7 +89,7 @@ const sockaddr_idl_int *prepare(const sockaddr_idl *rec, Scratch &s) {
   idl_sockaddr_dl &dl = s.choice.sai_u.idl_sockaddr_dl;
   s.choice.sai_type = 1;
   dl.isd_family = sa[1];
-  std::memcpy(&dl.isd_word, sa + 4, 4);
+  dl.isd_word = tlk::wire::load_u32(sa + 4);
   std::memcpy(dl.isd_bytes, sa + 8, 4);
   const uint8_t info_type = sa[2];
   const uint8_t *data = sa + 12;
@@ -104,16 +101,16 @@ const sockaddr_idl_int *prepare(const sockaddr_idl *rec, Scratch &s) {
       std::memset(&s.info[0], 0, sizeof s.info[0]);
       s.info[0].sdl_type = kInfoVlanMap;
       vlan_tag_map_idl &vm = s.info[0].sdl_u.vlan_tag_map_idl;
-      s.pair_a[0].vti_tag = get16(data + 0);
-      s.pair_a[1].vti_tag = get16(data + 2);
-      vm.vtm_word0 = get16(data + 4);
-      vm.vtm_word1 = get16(data + 6);
-      vm.vtm_word2 = get16(data + 8);
-      s.pair_b[0].vti_tag = get16(data + 10);
-      s.pair_b[1].vti_tag = get16(data + 12);
-      vm.vtm_word3 = get16(data + 14);
-      vm.vtm_word4 = get16(data + 16);
-      vm.vtm_word5 = get16(data + 18);
+      s.pair_a[0].vti_tag = load_u16(data + 0);
+      s.pair_a[1].vti_tag = load_u16(data + 2);
+      vm.vtm_word0 = load_u16(data + 4);
+      vm.vtm_word1 = load_u16(data + 6);
+      vm.vtm_word2 = load_u16(data + 8);
+      s.pair_b[0].vti_tag = load_u16(data + 10);
+      s.pair_b[1].vti_tag = load_u16(data + 12);
+      vm.vtm_word3 = load_u16(data + 14);
+      vm.vtm_word4 = load_u16(data + 16);
+      vm.vtm_word5 = load_u16(data + 18);
       vm.vtm_pair_a = s.pair_a;
       vm.vtm_pair_a_cnt = 2;
       vm.vtm_pair_b = s.pair_b;
@@ -181,7 +178,7 @@ uint32_t rebuild(const idl_sockaddr_dl &dl, const Writer &w) {
   uint8_t head[12] = {};
   head[1] = dl.isd_family;
   head[2] = info_type;
-  std::memcpy(head + 4, &dl.isd_word, 4);
+  tlk::wire::store_u32(head + 4, dl.isd_word);
   std::memcpy(head + 8, dl.isd_bytes, 4);
   uint64_t end = 12;
   uint64_t cur = 12;

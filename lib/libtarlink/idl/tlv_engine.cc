@@ -15,6 +15,7 @@
 
 #include "idl/engine.h"
 #include "tarlink.h"
+#include "wire.h"
 
 namespace tlk::idl {
 using namespace internal;
@@ -31,7 +32,7 @@ const Record *internal::find_arm(const Choice &c, uint32_t selector) {
 
 namespace {
 
-constexpr uint64_t round4(uint64_t v) { return (v + 3) & ~uint64_t{3}; }
+using tlk::wire::round4;
 
 inline bool map_bit(const void *map, const Field &f) {
   return (u32_at(map, f.map_word) >> f.bit) & 1u;

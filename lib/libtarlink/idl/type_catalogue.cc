@@ -10,21 +10,51 @@ extern const Record rec_tlk_msg;
 }  // namespace gen
 
 const TypeRecord kTypeRecords[45] = {
-    {0, "tlk_base"},         {1, "rtb_msg"},          {2, "rt_msg"},
-    {5, "ifdev_msg"},        {6, "ifl_msg"},          {7, "iff_msg"},
-    {8, "ifa_msg"},          {10, "rnh_msg"},         {11, "res_msg_evo"},
-    {12, "rtm_msg"},         {13, "mgr_msg"},         {14, "dfw_msg"},
-    {18, "ifdest_msg"},      {19, "res_msg_evo"},     {21, "rnhs_msg"},
-    {27, "ifvc_msg"},        {28, "ntbl_msg"},        {33, "rt_cos_fqstats_msg"},
-    {40, "sample_msg"},      {46, "ifvp_msg"},        {48, "tlk_sysconf_msg"},
-    {49, "tlk_commit_msg"},  {68, "pic_msg"},         {69, "ksync_msg"},
-    {72, "gencfg_msg"},      {81, "pfe_dwn_map_msg_idl"}, {82, "stp_msg"},
-    {83, "rnhc_msg"},        {84, "vlan_msg"},        {87, "mesh_group_msg"},
-    {88, "analyzer_msg"},    {89, "bd_msg"},          {90, "ifbd_msg"},
-    {93, "fmgrp_msg"},       {94, "fc_fabric_msg"},   {95, "rt_cos_voqstats_msg"},
-    {96, "pktinject_msg"},   {97, "ddos_msg"},        {98, "notify_msg"},
-    {101, "sysstats_msg"},   {102, "tlk_marker_msg"}, {105, "rt_cos_fc_info"},
-    {106, "rt_cos_misc_info"}, {107, "rt_cos_interface_info"}, {108, "rr_aspath_msg"},
+    {TLK_MSG_NOP, "tlk_base"},
+    {TLK_MSG_RTTABLE, "rtb_msg"},
+    {TLK_MSG_ROUTE, "rt_msg"},
+    {TLK_MSG_IFDEV, "ifdev_msg"},
+    {TLK_MSG_IFLOGICAL, "ifl_msg"},
+    {TLK_MSG_IFFAMILY, "iff_msg"},
+    {TLK_MSG_IFADDR, "ifa_msg"},
+    {TLK_MSG_NEXTHOP, "rnh_msg"},
+    {TLK_MSG_RESOLVE, "res_msg_evo"},
+    {TLK_MSG_RTMATCH, "rtm_msg"},
+    {TLK_MSG_MGROUP, "mgr_msg"},
+    {TLK_MSG_FIREWALL, "dfw_msg"},
+    {TLK_MSG_IFDEST, "ifdest_msg"},
+    {TLK_MSG_IFMISMATCH, "res_msg_evo"},
+    {TLK_MSG_NHOPSTATS, "rnhs_msg"},
+    {TLK_MSG_IFVC, "ifvc_msg"},
+    {TLK_MSG_RT_CLASS, "ntbl_msg"},
+    {TLK_MSG_COS_FQSTATS, "rt_cos_fqstats_msg"},
+    {TLK_MSG_SAMPLING, "sample_msg"},
+    {TLK_MSG_IFVP, "ifvp_msg"},
+    {TLK_MSG_SYSCONF, "tlk_sysconf_msg"},
+    {TLK_MSG_COMMIT, "tlk_commit_msg"},
+    {TLK_MSG_PIC, "pic_msg"},
+    {TLK_MSG_KSYNC, "ksync_msg"},
+    {TLK_MSG_GENCFG, "gencfg_msg"},
+    {TLK_MSG_PFE_DWN_MAP, "pfe_dwn_map_msg_idl"},
+    {TLK_MSG_STP, "stp_msg"},
+    {TLK_MSG_NH_COMP, "rnhc_msg"},
+    {TLK_MSG_VLAN, "vlan_msg"},
+    {TLK_MSG_MESH_GROUP, "mesh_group_msg"},
+    {TLK_MSG_ANALYZER, "analyzer_msg"},
+    {TLK_MSG_BRIDGE_DOMAIN, "bd_msg"},
+    {TLK_MSG_IFBDMESG, "ifbd_msg"},
+    {TLK_MSG_FABRIC_MC_GROUP, "fmgrp_msg"},
+    {TLK_MSG_FC_FABRIC, "fc_fabric_msg"},
+    {TLK_MSG_VOQ_STATS, "rt_cos_voqstats_msg"},
+    {TLK_MSG_PKT_INJECT, "pktinject_msg"},
+    {TLK_MSG_DDOS, "ddos_msg"},
+    {TLK_MSG_NOTIFY_MSG, "notify_msg"},
+    {TLK_MSG_SYSSTATS, "sysstats_msg"},
+    {TLK_MSG_MARKER, "tlk_marker_msg"},
+    {TLK_MSG_LIBCOS_FCINFO, "rt_cos_fc_info"},
+    {TLK_MSG_LIBCOS_MISC_INFO, "rt_cos_misc_info"},
+    {TLK_MSG_LIBCOS_INTF_INFO, "rt_cos_interface_info"},
+    {TLK_MSG_RR_ASPATH, "rr_aspath_msg"},
 };
 
 const char *catalogue_record(uint32_t type) {
@@ -63,8 +93,9 @@ struct VersionTable {
   }
 };
 constexpr VersionTable kVersions;
-static_assert(kVersions.v[2] == 'h' && kVersions.v[5] == 'j' && kVersions.v[6] == 'k' &&
-              kVersions.v[10] == 'm' && kVersions.v[72] == 'i' && kVersions.v[109] == 0);
+static_assert(kVersions.v[TLK_MSG_ROUTE] == 'h' && kVersions.v[TLK_MSG_IFDEV] == 'j' &&
+              kVersions.v[TLK_MSG_IFLOGICAL] == 'k' && kVersions.v[TLK_MSG_NEXTHOP] == 'm' &&
+              kVersions.v[TLK_MSG_GENCFG] == 'i' && kVersions.v[TLK_MSG_TLK_ERR] == 0);
 
 }  // namespace
 

@@ -11,19 +11,15 @@
 
 #include "cookie.h"
 #include "objects/gencfg_blob.h"
+#include "objects/request.h"
 
 namespace {
 
 using tlk::gencfg::kBlobMemid;
 
-constexpr uint8_t kGencfgType = TLK_GENCFG_TYPE;
 // The request is the fixed record alone (112 bytes on the target): everything variable stays in
 // the caller's memory and is taken from there by the encoder.
 constexpr uint32_t kMsgSize = sizeof(gencfg_msg);
-
-bool expects_reply(uint32_t op) {
-  return op == TLK_OP_GET || op == TLK_OP_GETNEXT || op == TLK_OP_ADD_GET || op == TLK_OP_CHG_GET;
-}
 
 bool is_read(uint32_t op) {
   return op == TLK_OP_GET || op == TLK_OP_GETNEXT;
@@ -53,13 +49,8 @@ bool key_ok(const gencfg_t &r, uint32_t op) {
 
 void fill_request(gencfg_msg *m, const gencfg_t &r, uint32_t op, uint32_t seq) {
   memset(m, 0, kMsgSize);
-  tlk_hdr &h = m->gencfg_hdr;
-  h.tlkh_msglen = kMsgSize;
-  h.tlkh_fixedlen = static_cast<uint16_t>(kMsgSize);
-  h.tlkh_version = TARVIK_VERSION_TABLE[kGencfgType];
-  h.tlkh_type = kGencfgType;
-  h.tlkh_op = static_cast<uint8_t>(op);
-  h.tlkh_seq = seq;
+  tlk::request::fill_header(m->gencfg_hdr, TLK_MSG_GENCFG, op, static_cast<uint16_t>(kMsgSize),
+                            kMsgSize, seq);
   m->major = r.major;
   m->minor = r.minor;
   m->sub_id = r.sub_id;
@@ -157,6 +148,8 @@ TLK_EXPORT int tarvik_gencfg_op_export(tarvik_cookie *cookie, gencfg_t *record, 
   // From here a failure before the write leaves a compressed copy in the caller's record, not
   // freed: callers that compress must set a valid key, and the routine has always stood so.
   if (!key_ok(*record, op)) return EINVAL;
+  // The pieces of the request helper one by one rather than Request<gencfg_msg>: the block is the
+  // record's own size or the caller's, and the caller may replace the counter and the I/O.
   void *raw = alloc_fn != nullptr ? alloc_fn(kMsgSize) : tarvik_size_alloc(cookie, kMsgSize);
   if (raw == nullptr) return ENOMEM;
 
@@ -165,16 +158,16 @@ TLK_EXPORT int tarvik_gencfg_op_export(tarvik_cookie *cookie, gencfg_t *record, 
   if (seq_counter != nullptr) {
     seq = ++*seq_counter;
   } else if (cookie != nullptr) {
-    seq = ++cookie->seq;
+    seq = tlk::request::next_seq(cookie);
   }
   fill_request(request, *record, op, seq);
   const uint32_t request_flags = record->flags;
 
   result = write_fn != nullptr ? write_fn(io_ctx, request)
-                               : tarvik_msg_write_idl(cookie, request, nullptr);
-  if (result == 0 && expects_reply(op)) {
+                               : tlk::request::write_framed(cookie, request).code();
+  if (result == 0 && tlk::request::op_expects_reply(op)) {
     result = read_fn != nullptr ? read_fn(io_ctx, msg_out, mask_out)
-                                : tarvik_long_msg_read_idl(cookie, msg_out, mask_out);
+                                : tlk::request::read_framed(cookie, msg_out, mask_out).code();
     result = take_reply(cookie, record, op, request_flags, result, msg_out, mask_out);
   }
 

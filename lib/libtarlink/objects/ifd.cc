@@ -8,15 +8,28 @@
 #include <string.h>
 
 #include "cookie.h"
+#include "objects/request.h"
 #include "platform/platform.h"
+#include "wire.h"
 
 #include <algorithm>
 
 namespace {
 
 using tlk::platform::ops;
+using tlk::request::clear_outs;
+using tlk::request::exchange;
+using tlk::request::put_name;
+using tlk::request::Reply;
+using tlk::request::send;
+using tlk::request::Seq;
+using tlk::request::Status;
+using tlk::request::write_framed;
+using tlk::wire::load_u16;
+using tlk::wire::round4;
 
-constexpr uint8_t kIfdType = 5;
+using IfdRequest = tlk::request::Request<ifdev_msg>;
+
 constexpr size_t kNameMax = 59;            // characters kept of a name; the end byte makes 60
 constexpr uint32_t kPointChange = 0x2000;  // ifdm_change of a point change
 constexpr uint16_t kAfFeType = 438;        // the one structure attachment built here
@@ -24,32 +37,10 @@ constexpr size_t kAfFeBytes = 592;
 constexpr uint32_t kRawRunType = 0x70000FF;  // attachment carrying input records as they came
 constexpr int kListMib[5] = {4 /* CTL_NET */, 17 /* PF_ROUTE */, 0, 0, 3 /* NET_RT_IFLIST */};
 
-size_t round4(size_t n) {
-  return (n + 3) & ~size_t{3};
-}
-
 // Where a record may start: 8-aligned, as records with 64-bit fields are on every target (and
 // records with pointers on a 64-bit host).  Bytes and names need only 4.
 uint8_t *record_at(uint8_t *p) {
   return reinterpret_cast<uint8_t *>((reinterpret_cast<uintptr_t>(p) + 7) & ~uintptr_t{7});
-}
-
-// A zeroed request block with the header of a device message.
-ifdev_msg *new_request(tarvik_cookie *cookie, uint8_t op) {
-  auto *req = static_cast<ifdev_msg *>(tarvik_msg_malloc(cookie));
-  if (req == nullptr) return nullptr;
-  tlk_hdr &h = req->ifdm_hdr;
-  h.tlkh_version = TARVIK_VERSION_TABLE[kIfdType];
-  h.tlkh_type = kIfdType;
-  h.tlkh_op = op;
-  h.tlkh_fixedlen = static_cast<uint16_t>(tlv_rtti_sizeof_ifdev_msg_0);
-  h.tlkh_msglen = h.tlkh_fixedlen;
-  return req;
-}
-
-// Where the variable data of a request starts: right behind the fixed record.
-uint8_t *variable_area(ifdev_msg *req) {
-  return reinterpret_cast<uint8_t *>(req) + tlv_rtti_sizeof_ifdev_msg_0;
 }
 
 struct IfdKeys {
@@ -59,31 +50,16 @@ struct IfdKeys {
 };
 
 int ifdm_get(tarvik_cookie *cookie, const IfdKeys &keys, uint32_t op, void **out, void **mask) {
-  if (out != nullptr) *out = nullptr;
-  if (mask != nullptr) *mask = nullptr;
+  clear_outs(out, mask);
   if (cookie == nullptr || out == nullptr) return EINVAL;
-  ifdev_msg *req = new_request(cookie, static_cast<uint8_t>(op));
-  if (req == nullptr) return ENOMEM;
-  req->ifdm_hdr.tlkh_seq = ++cookie->seq;
+  IfdRequest req(cookie, TLK_MSG_IFDEV, op, Seq::kDraw);
+  if (!req) return ENOMEM;
   req->ifdm_index = keys.index;
   req->ifdm_snmp_id.idx = keys.snmp_id;
   if (keys.name != nullptr) {
-    // Cut silently at 59 characters; the length counts the end byte.
-    char *name = reinterpret_cast<char *>(variable_area(req));
-    const size_t n = strnlen(keys.name, kNameMax);
-    memcpy(name, keys.name, n);
-    name[n] = '\0';
-    req->ifdm_name = reinterpret_cast<uint8_t *>(name);
-    req->ifdm_name_len = static_cast<uint32_t>(n + 1);
+    (void)put_name(req.variable_area(), keys.name, kNameMax, &req->ifdm_name, &req->ifdm_name_len);
   }
-  int err = tarvik_msg_write_idl(cookie, req, nullptr);
-  if (err == 0) err = tarvik_long_msg_read_idl(cookie, out, mask);
-  tarvik_msg_free(cookie, req);
-  if (err != 0) {
-    *out = nullptr;
-    if (mask != nullptr) *mask = nullptr;
-  }
-  return err;
+  return exchange(req, out, mask).code();
 }
 
 // Copies the reply's alternative address behind `cursor` into the request, so that a change
@@ -168,9 +144,8 @@ int build_attachments(ifdev_msg *req, const uint8_t *tlvs, uint32_t total, uint8
   size_t unknown_bytes = 0;
   int err = 0;
   for (uint32_t off = 0; off + 4 <= total && err == 0;) {
-    uint16_t type, length;
-    memcpy(&type, tlvs + off, 2);
-    memcpy(&length, tlvs + off + 2, 2);
+    const uint16_t type = load_u16(tlvs + off);
+    const uint16_t length = load_u16(tlvs + off + 2);
     if (length == 0) break;
     if (length < 4 || off + length > total) return EINVAL;  // a record past the run's end
     const uint8_t *data = tlvs + off + 4;
@@ -233,9 +208,8 @@ int build_attachments(ifdev_msg *req, const uint8_t *tlvs, uint32_t total, uint8
   uint8_t *copy = cursor + round4(sizeof *info);
   size_t at = 0;
   for (uint32_t off = 0; off + 4 <= total;) {
-    uint16_t type, length;
-    memcpy(&type, tlvs + off, 2);
-    memcpy(&length, tlvs + off + 2, 2);
+    const uint16_t type = load_u16(tlvs + off);
+    const uint16_t length = load_u16(tlvs + off + 2);
     if (length == 0) break;
     if (type < 1 || type > 450 || class_of(type) == TlvClass::kUnknown) {
       memcpy(copy + at, tlvs + off, length);
@@ -252,31 +226,24 @@ int build_attachments(ifdev_msg *req, const uint8_t *tlvs, uint32_t total, uint8
 }
 
 // The read of a read-modify-write: the device as it stands, or an error (ENOMEM for no reply).
-int fetch(tarvik_cookie *cookie, uint32_t index, void **got) {
-  int err = tarvik_ifdm_get_by_index(cookie, index, TLK_OP_GET, got, nullptr);
-  if (err == 0 && *got == nullptr) err = ENOMEM;
+Status fetch(tarvik_cookie *cookie, uint32_t index, Reply &got) {
+  const int err = tarvik_ifdm_get_by_index(cookie, index, TLK_OP_GET, got.out(), nullptr);
+  if (err == 0 && got.as<ifdev_msg>() == nullptr) return ENOMEM;
   return err;
 }
 
-// The read half of a read-modify-write change: a change request for `index` carrying the
-// device's current flags, and the current device itself (`*got`, released by the caller).
-int start_change(tarvik_cookie *cookie, uint32_t index, uint32_t flags, ifdev_msg **out_req,
-                 void **got) {
-  ifdev_msg *req = new_request(cookie, TLK_OP_CHANGE);
-  if (req == nullptr) return ENOMEM;
+// The read half of a read-modify-write change: `req` (a change request, its sequence number
+// drawn before the read's) gets the index and the device's current flags; `got` holds the device
+// as it stands for the caller's changes.
+Status start_change(IfdRequest &req, uint32_t index, uint32_t flags, Reply &got) {
   req->ifdm_index = static_cast<uint16_t>(index);
-  req->ifdm_hdr.tlkh_seq = ++cookie->seq;
   if (flags != 0) req->ifdm_flags = flags;  // overwritten by the read below, as it always was
-  const int err = fetch(cookie, index, got);
-  if (err != 0) {
-    tarvik_msg_free(cookie, req);
-    return err;
-  }
-  const auto *cur = static_cast<const ifdev_msg *>(*got);
+  const Status status = fetch(req.cookie(), index, got);
+  if (!status.ok()) return status;
+  const auto *cur = got.as<ifdev_msg>();
   req->ifdm_devflags = cur->ifdm_devflags;
   req->ifdm_flags = cur->ifdm_flags;
-  *out_req = req;
-  return 0;
+  return status;
 }
 
 }  // namespace
@@ -351,35 +318,23 @@ TLK_EXPORT int tarvik_ifdm_get_all(tarvik_cookie *cookie, tarvik_msg_list_t **li
 TLK_EXPORT int tarvik_ifdm_change_flags(tarvik_cookie *cookie, uint32_t index, uint32_t flags,
                                         int clear) {
   if (cookie == nullptr) return EINVAL;
-  ifdev_msg *req = new_request(cookie, TLK_OP_CHANGE);
-  if (req == nullptr) return ENOMEM;
-  req->ifdm_index = static_cast<uint16_t>(index);
-  req->ifdm_hdr.tlkh_seq = ++cookie->seq;
-
-  void *got = nullptr;
-  int err = tarvik_ifdm_get_by_index(cookie, index, TLK_OP_GET, &got, nullptr);
-  if (err == 0 && got == nullptr) err = ENOMEM;
-  if (err != 0) {
-    tarvik_msg_free(cookie, req);
-    return err;
-  }
-  const auto *cur = static_cast<const ifdev_msg *>(got);
-  req->ifdm_devflags = cur->ifdm_devflags;
+  IfdRequest req(cookie, TLK_MSG_IFDEV, TLK_OP_CHANGE, Seq::kDraw);
+  if (!req) return ENOMEM;
+  Reply got(cookie);
+  const Status status = start_change(req, index, 0, got);
+  if (!status.ok()) return status.code();
+  const auto *cur = got.as<ifdev_msg>();
   req->ifdm_flags = clear != 0 ? (cur->ifdm_flags & ~flags) : (cur->ifdm_flags | flags);
-  (void)keep_altaddr(req, cur, variable_area(req));
-  err = tarvik_msg_write_idl(cookie, req, nullptr);
-  tarvik_msg_idl_release(cookie, got, nullptr);
-  tarvik_msg_free(cookie, req);
-  return err;
+  (void)keep_altaddr(req.get(), cur, req.variable_area());
+  return write_framed(cookie, req.get()).code();
 }
 
 TLK_EXPORT int tarvik_ifdm_pointchange(tarvik_cookie *cookie, uint32_t index, uint32_t flags,
                                        tarvik_ifdm_filler_t filler, const void *data,
                                        uint32_t length) {
   if (cookie == nullptr || data == nullptr) return EINVAL;
-  ifdev_msg *req = new_request(cookie, TLK_OP_CHANGE);
-  if (req == nullptr) return ENOMEM;
-  (void)tarvik_seq_get_next(cookie, &req->ifdm_hdr.tlkh_seq);
+  IfdRequest req(cookie, TLK_MSG_IFDEV, TLK_OP_CHANGE, Seq::kDraw);
+  if (!req) return ENOMEM;
   req->ifdm_index = static_cast<uint16_t>(index);
   req->ifdm_change = kPointChange;
   if (flags != 0) {
@@ -387,18 +342,16 @@ TLK_EXPORT int tarvik_ifdm_pointchange(tarvik_cookie *cookie, uint32_t index, ui
     req->ifdm_point_flags |= flags;
     req->ifdm_point_mask |= 1;
   }
-  if (filler != nullptr) filler(cookie, req);
+  if (filler != nullptr) filler(cookie, req.get());
 
   // Attachments behind the fixed part: the pointer slots, then the attachment, then its data.
-  uint8_t *area = variable_area(req);
+  uint8_t *area = req.variable_area();
   void *cursor = area;
   auto *info = reinterpret_cast<tlk_msg_info *>(area + 128 * sizeof(void *));
   uint8_t *payload = reinterpret_cast<uint8_t *>(info) + round4(sizeof *info);
   memset(info, 0, sizeof *info);
-  uint16_t first = 0;
-  if (length >= 2) memcpy(&first, data, 2);
-  const size_t room =
-      TLK_MSG_BUF_SIZE - static_cast<size_t>(payload - reinterpret_cast<uint8_t *>(req));
+  const uint16_t first = length >= 2 ? load_u16(data) : 0;
+  const size_t room = static_cast<size_t>(req.block_end() - payload);
   int err = 0;
   if (first == kAfFeType) {
     if (length < 4 + kAfFeBytes)
@@ -408,7 +361,7 @@ TLK_EXPORT int tarvik_ifdm_pointchange(tarvik_cookie *cookie, uint32_t index, ui
       memcpy(payload, static_cast<const uint8_t *>(data) + 4, kAfFeBytes);
       info->tlkmi_u.af_fe.af_data = payload;
       info->tlkmi_u.af_fe.af_len = kAfFeBytes;
-      err = tlkm_info_user_add(req, info, &cursor);
+      err = tlkm_info_user_add(req.get(), info, &cursor);
     }
   } else if (length != 0) {
     if (length > room)
@@ -423,12 +376,11 @@ TLK_EXPORT int tarvik_ifdm_pointchange(tarvik_cookie *cookie, uint32_t index, ui
         uint32_t count;
       } run{payload, length};
       memcpy(&info->tlkmi_u, &run, sizeof run);
-      err = tlkm_info_user_add(req, info, &cursor);
+      err = tlkm_info_user_add(req.get(), info, &cursor);
     }
   }
-  if (err == 0) err = tarvik_msg_write_idl(cookie, req, nullptr);
-  tarvik_msg_free(cookie, req);
-  return err;
+  if (err != 0) return err;
+  return send(req).code();
 }
 
 TLK_EXPORT int tarvik_ifdm_add_with_tlvs(tarvik_cookie *cookie, const char *name, uint32_t index,
@@ -436,19 +388,15 @@ TLK_EXPORT int tarvik_ifdm_add_with_tlvs(tarvik_cookie *cookie, const char *name
                                          const ifmedia *media, const void *addr, const void *haddr,
                                          const void *tlvs, uint32_t tlvs_len) {
   if (cookie == nullptr || name == nullptr) return EINVAL;
-  ifdev_msg *req = new_request(cookie, TLK_OP_ADD);  // no sequence number: tlkh_seq stays 0
-  if (req == nullptr) return ENOMEM;
+  // No sequence number: nothing answers an add.
+  IfdRequest req(cookie, TLK_MSG_IFDEV, TLK_OP_ADD, Seq::kZero);
+  if (!req) return ENOMEM;
   req->ifdm_index = static_cast<uint16_t>(index);
   req->ifdm_class_word = class_word;
   req->ifdm_flags = flags;
   req->ifdm_sflags = info;
-  uint8_t *cursor = variable_area(req);
-  const size_t n = strnlen(name, kNameMax);
-  memcpy(cursor, name, n);
-  cursor[n] = 0;
-  req->ifdm_name = cursor;
-  req->ifdm_name_len = static_cast<uint32_t>(n + 1);
-  cursor += round4(n + 1);
+  uint8_t *cursor = req.variable_area();
+  cursor += round4(put_name(cursor, name, kNameMax, &req->ifdm_name, &req->ifdm_name_len));
   cursor =
       put_address(static_cast<const uint8_t *>(addr), &req->ifdm_addr, &req->ifdm_addr_len, cursor);
   cursor = put_address(static_cast<const uint8_t *>(haddr), &req->ifdm_haddr, &req->ifdm_haddr_len,
@@ -464,13 +412,12 @@ TLK_EXPORT int tarvik_ifdm_add_with_tlvs(tarvik_cookie *cookie, const char *name
   req->ifdm_media = m;
   req->ifdm_media_len = 1;
   cursor += round4(sizeof *m);
-  int err = 0;
   if (tlvs != nullptr && tlvs_len != 0) {
-    err = build_attachments(req, static_cast<const uint8_t *>(tlvs), tlvs_len, cursor);
+    const int err =
+        build_attachments(req.get(), static_cast<const uint8_t *>(tlvs), tlvs_len, cursor);
+    if (err != 0) return err;
   }
-  if (err == 0) err = tarvik_msg_write_idl(cookie, req, nullptr);
-  tarvik_msg_free(cookie, req);
-  return err;
+  return send(req).code();
 }
 
 TLK_EXPORT int tarvik_ifdm_add(tarvik_cookie *cookie, const char *name, uint32_t index,
@@ -483,39 +430,36 @@ TLK_EXPORT int tarvik_ifdm_add(tarvik_cookie *cookie, const char *name, uint32_t
 TLK_EXPORT int tarvik_ifdm_change_addr(tarvik_cookie *cookie, uint32_t index, uint32_t flags,
                                        const void *addr, const void *haddr) {
   if (cookie == nullptr || (addr == nullptr && haddr == nullptr)) return EINVAL;
-  ifdev_msg *req = nullptr;
-  void *got = nullptr;
-  int err = start_change(cookie, index, flags, &req, &got);
-  if (err != 0) return err;
-  const auto *cur = static_cast<const ifdev_msg *>(got);
-  uint8_t *cursor = variable_area(req);
+  IfdRequest req(cookie, TLK_MSG_IFDEV, TLK_OP_CHANGE, Seq::kDraw);
+  if (!req) return ENOMEM;
+  Reply got(cookie);
+  const Status status = start_change(req, index, flags, got);
+  if (!status.ok()) return status.code();
+  uint8_t *cursor = req.variable_area();
   cursor =
       put_address(static_cast<const uint8_t *>(addr), &req->ifdm_addr, &req->ifdm_addr_len, cursor);
   cursor = put_address(static_cast<const uint8_t *>(haddr), &req->ifdm_haddr, &req->ifdm_haddr_len,
                        cursor);
-  (void)keep_altaddr(req, cur, cursor);
+  (void)keep_altaddr(req.get(), got.as<ifdev_msg>(), cursor);
   req->ifdm_dinfotype = 1;
-  err = tarvik_msg_write_idl(cookie, req, nullptr);
-  tarvik_msg_idl_release(cookie, got, nullptr);
-  tarvik_msg_free(cookie, req);
-  return err;
+  return write_framed(cookie, req.get()).code();
 }
 
 TLK_EXPORT int tarvik_ifdm_change_tlvs(tarvik_cookie *cookie, uint32_t index, uint32_t flags,
                                        const void *tlvs, uint32_t tlvs_len) {
   if (cookie == nullptr || tlvs == nullptr) return EINVAL;
-  ifdev_msg *req = nullptr;
-  void *got = nullptr;
-  int err = start_change(cookie, index, flags, &req, &got);
-  if (err != 0) return err;
-  const auto *cur = static_cast<const ifdev_msg *>(got);
+  IfdRequest req(cookie, TLK_MSG_IFDEV, TLK_OP_CHANGE, Seq::kDraw);
+  if (!req) return ENOMEM;
+  Reply got(cookie);
+  const Status status = start_change(req, index, flags, got);
+  if (!status.ok()) return status.code();
+  const auto *cur = got.as<ifdev_msg>();
   req->ifdm_sflags = cur->ifdm_sflags;
-  uint8_t *cursor = keep_altaddr(req, cur, variable_area(req));
-  err = build_attachments(req, static_cast<const uint8_t *>(tlvs), tlvs_len, cursor);
-  if (err == 0) err = tarvik_msg_write_idl(cookie, req, nullptr);
-  tarvik_msg_idl_release(cookie, got, nullptr);
-  tarvik_msg_free(cookie, req);
-  return err;
+  uint8_t *cursor = keep_altaddr(req.get(), cur, req.variable_area());
+  const int err =
+      build_attachments(req.get(), static_cast<const uint8_t *>(tlvs), tlvs_len, cursor);
+  if (err != 0) return err;
+  return write_framed(cookie, req.get()).code();
 }
 
 }  // extern "C"

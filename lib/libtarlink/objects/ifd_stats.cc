@@ -16,28 +16,30 @@
 #include <string.h>
 
 #include "cookie.h"
+#include "objects/request.h"
 #include "platform/platform.h"
+#include "wire.h"
 
 namespace {
 
 using tlk::platform::ops;
+using tlk::request::Block;
+using tlk::request::fill_raw_header;
+using tlk::request::next_seq;
+using tlk::request::raw_exchange;
+using tlk::request::raw_exchange_long;
+using tlk::request::raw_send;
+using tlk::wire::store_u16;
+using tlk::wire::store_u32;
 
-constexpr uint8_t kStatsType = 15, kAlarmType = 20;
-constexpr size_t kStatsFixed = 72, kAlarmFixed = 48;
+constexpr uint16_t kStatsFixed = 72, kAlarmFixed = 48;
 constexpr size_t kRawNameMax = 60;      // characters kept of a name in the raw family
 constexpr uint8_t kNameCutLength = 61;  // the length byte of a name that had to be cut
 constexpr uint16_t kVoqFlags = 256;
 
-void put16(uint8_t *p, uint16_t v) {
-  memcpy(p, &v, 2);
-}
-void put32(uint8_t *p, uint32_t v) {
-  memcpy(p, &v, 4);
-}
-
 // Copies a name behind a fixed part, cut at 60 characters; the length with its end byte, or 61
 // when it was cut.
-size_t put_name(uint8_t *at, const char *name, uint16_t *length_field) {
+size_t put_raw_name(uint8_t *at, const char *name, uint16_t *length_field) {
   const size_t full = strlen(name);
   const size_t n = full > kRawNameMax ? kRawNameMax : full;
   memcpy(at, name, n);
@@ -46,76 +48,49 @@ size_t put_name(uint8_t *at, const char *name, uint16_t *length_field) {
   return n + 1;
 }
 
-// Builds an "ifdstats" request in `msg` (zeroed, at least 72 + 64 bytes); its whole length.
-size_t build_stats(uint8_t *msg, uint8_t op, uint32_t seq, uint32_t index, const char *name,
-                   uint8_t stat_type, uint16_t stat_flags, uint32_t caller_cookie) {
-  msg[4] = TARVIK_VERSION_TABLE[kStatsType];
-  msg[5] = kStatsType;
-  msg[6] = op;
-  put32(msg + 12, seq);
-  put16(msg + 20, kStatsFixed);
-  put16(msg + 26, static_cast<uint16_t>(index));
+// Builds an "ifdstats" request in `msg` (zeroed, at least 72 + 64 bytes); its whole length is
+// in the header.
+void build_stats(uint8_t *msg, uint32_t op, uint32_t seq, uint32_t index, const char *name,
+                 uint8_t stat_type, uint16_t stat_flags, uint32_t caller_cookie) {
+  store_u16(msg + 26, static_cast<uint16_t>(index));
   msg[28] = stat_type;
-  put16(msg + 58, stat_flags);
-  put32(msg + 64, caller_cookie);  // the high half stays 0
-  size_t whole = kStatsFixed;
+  store_u16(msg + 58, stat_flags);
+  store_u32(msg + 64, caller_cookie);  // the high half stays 0
+  uint32_t name_bytes = 0;
   if (name != nullptr) {
     uint16_t len = 0;
-    const size_t bytes = put_name(msg + kStatsFixed, name, &len);
+    name_bytes = static_cast<uint32_t>(put_raw_name(msg + kStatsFixed, name, &len));
     msg[31] = static_cast<uint8_t>(len);
-    whole = (bytes + 75) & ~size_t{3};
   }
-  put32(msg + 8, static_cast<uint32_t>(whole));
-  return whole;
+  (void)fill_raw_header(msg, TLK_MSG_IFDSTATS, op, seq, kStatsFixed, name_bytes);
 }
 
 int stats_get(tarvik_cookie *cookie, uint32_t index, const char *name, uint8_t stat_type,
               uint32_t op, uint16_t stat_flags, void **out) {
   if (out != nullptr) *out = nullptr;
   if (cookie == nullptr || out == nullptr) return EINVAL;
-  auto *msg = static_cast<uint8_t *>(tarvik_msg_malloc(cookie));
-  if (msg == nullptr) return ENOMEM;
-  const size_t whole = build_stats(msg, static_cast<uint8_t>(op), ++cookie->seq, index, name,
-                                   stat_type, stat_flags, 0);
-  int err = tarvik_write(cookie, msg, whole);
-  tarvik_msg_free(cookie, msg);
-  if (err != 0) return err;
-  size_t length = 0;
-  err = tarvik_long_msg_read(cookie, out, &length);
-  if (err != 0) *out = nullptr;
-  return err;
+  Block msg(cookie);
+  if (!msg) return ENOMEM;
+  build_stats(msg.bytes(), op, next_seq(cookie), index, name, stat_type, stat_flags, 0);
+  return raw_exchange_long(msg, out).code();
 }
 
+// The alarm request is 48 bytes, then the name; the reply replaces the request in its block.
 int alarm_get(tarvik_cookie *cookie, uint32_t index, const char *name, uint32_t op, void **out) {
   if (out != nullptr) *out = nullptr;
   if (cookie == nullptr || out == nullptr) return EINVAL;
-  auto *msg = static_cast<uint8_t *>(tarvik_msg_malloc(cookie));
-  if (msg == nullptr) return ENOMEM;
-  msg[4] = TARVIK_VERSION_TABLE[kAlarmType];
-  msg[5] = kAlarmType;
-  msg[6] = static_cast<uint8_t>(op);
-  put32(msg + 12, ++cookie->seq);
-  put16(msg + 20, kAlarmFixed);
-  put16(msg + 24, static_cast<uint16_t>(index));
-  size_t whole = kAlarmFixed;
+  Block msg(cookie);
+  if (!msg) return ENOMEM;
+  uint8_t *m = msg.bytes();
+  const uint32_t seq = next_seq(cookie);
+  store_u16(m + 24, static_cast<uint16_t>(index));
+  uint16_t len = 0;
   if (name != nullptr) {
-    uint16_t len = 0;
-    (void)put_name(msg + kAlarmFixed, name, &len);
-    put16(msg + 36, len);
-    whole += (size_t{len} + 3) & ~size_t{3};  // the second variable word, at 38, stays 0
+    (void)put_raw_name(m + kAlarmFixed, name, &len);
+    store_u16(m + 36, len);  // the second variable word, at 38, stays 0
   }
-  put32(msg + 8, static_cast<uint32_t>(whole));
-  int err = tarvik_write(cookie, msg, whole);
-  if (err == 0) {
-    size_t length = TLK_MSG_BUF_SIZE;
-    err = tarvik_msg_read(cookie, msg, &length);  // the reply replaces the request in its block
-  }
-  if (err != 0) {
-    tarvik_msg_free(cookie, msg);
-    return err;
-  }
-  *out = msg;
-  return 0;
+  (void)fill_raw_header(m, TLK_MSG_IFDALARM, op, seq, kAlarmFixed, len);
+  return raw_exchange(cookie, m, msg, out).code();
 }
 
 // Whether the product takes asynchronous statistics.
@@ -168,9 +143,8 @@ TLK_EXPORT int tarvik_ifdsm_clear_by_index(tarvik_cookie *cookie, uint32_t index
                                            uint8_t stat_type) {
   if (cookie == nullptr) return EINVAL;
   uint8_t msg[kStatsFixed + 64] = {};
-  const size_t whole =
-      build_stats(msg, TLK_OP_CLEAR, ++cookie->seq, index, nullptr, stat_type, 0, 0);
-  return tarvik_write(cookie, msg, whole);
+  build_stats(msg, TLK_OP_CLEAR, next_seq(cookie), index, nullptr, stat_type, 0, 0);
+  return raw_send(cookie, msg).code();
 }
 
 TLK_EXPORT int tarvik_ifdalm_get_by_if_index(tarvik_cookie *cookie, uint32_t index, uint32_t op,
@@ -199,14 +173,12 @@ TLK_EXPORT int async_tarvik_ifdsm_get_by_index_kernel(tarvik_cookie *cookie, uin
   for (const char *p : kPrefixes) known = known || strncmp(name, p, strlen(p)) == 0;
   if (!known) return EOPNOTSUPP;
   if (reply_flag != 128 && reply_flag != 64) return EOPNOTSUPP;
-  auto *msg = static_cast<uint8_t *>(tarvik_msg_malloc(cookie));
-  if (msg == nullptr) return ENOMEM;
+  Block msg(cookie);
+  if (!msg) return ENOMEM;
   // No name travels and no sequence number is drawn: the reply is a notification.
-  const size_t whole = build_stats(msg, static_cast<uint8_t>(op), 0, index, nullptr, stat_type,
-                                   static_cast<uint16_t>(reply_flag | 1), caller_cookie);
-  const int err = tarvik_write(cookie, msg, whole);
-  tarvik_msg_free(cookie, msg);
-  return err;
+  build_stats(msg.bytes(), op, 0, index, nullptr, stat_type, static_cast<uint16_t>(reply_flag | 1),
+              caller_cookie);
+  return raw_send(cookie, msg.bytes()).code();
 }
 
 TLK_EXPORT int tarvik_ifdsm_async_kernel_register(tarvik_cookie *cookie, void *arg,
@@ -215,10 +187,9 @@ TLK_EXPORT int tarvik_ifdsm_async_kernel_register(tarvik_cookie *cookie, void *a
   if (product == nullptr || cookie == nullptr || handler == nullptr ||
       cookie->async_info == nullptr)
     return EINVAL;
-  uint16_t model;
-  memcpy(&model, product + 2, 2);
+  const uint16_t model = tlk::wire::load_u16(product + 2);
   if (!model_accepted(model)) return EOPNOTSUPP;
-  return tarvik_setup_async_registration(cookie, kStatsType, 0, 0, arg, handler);
+  return tarvik_setup_async_registration(cookie, TLK_MSG_IFDSTATS, 0, 0, arg, handler);
 }
 
 }  // extern "C"

@@ -15,36 +15,36 @@
 #include <unistd.h>
 
 #include "cookie.h"
+#include "objects/request.h"
+#include "wire.h"
 
 namespace {
 
-constexpr uint8_t kStatType = 26;
-constexpr uint32_t kStatLen = 36;
+using tlk::request::Block;
+using tlk::request::next_seq;
+using tlk::request::raw_exchange;
+using tlk::request::raw_send;
 
-void build(uint8_t (&req)[kStatLen], uint8_t op, uint32_t seq, uint32_t proxy_id, uint8_t sel_a,
+constexpr uint16_t kStatLen = 36;
+
+void build(uint8_t (&req)[kStatLen], uint32_t op, uint32_t seq, uint32_t proxy_id, uint8_t sel_a,
            uint8_t sel_b) {
+  namespace wire = tlk::wire;
   memset(req, 0, sizeof req);
-  req[4] = TARVIK_VERSION_TABLE[kStatType];
-  req[5] = kStatType;
-  req[6] = op;
-  const uint32_t pid = static_cast<uint32_t>(getpid());
-  const uint16_t fixedlen = kStatLen;
-  const uint32_t msglen = kStatLen;  // plus the rounded length of the (empty) variable field
-  memcpy(&req[8], &msglen, 4);
-  memcpy(&req[12], &seq, 4);
-  memcpy(&req[16], &pid, 4);
-  memcpy(&req[20], &fixedlen, 2);
-  req[23] = sel_a;
+  // The variable field is empty: the whole length is the fixed one.
+  (void)tlk::request::fill_raw_header(req, TLK_MSG_TARLINK_STATS, op, seq, kStatLen, 0);
+  wire::store_u32(&req[wire::kIdAt], static_cast<uint32_t>(getpid()));
+  req[wire::kAux2At] = sel_a;
   req[24] = sel_b;
-  memcpy(&req[32], &proxy_id, 4);
+  wire::store_u32(&req[32], proxy_id);
 }
 
-// Shape 3: one write, no reply.
-int stat_set(tarvik_cookie *cookie, uint8_t op, uint32_t proxy_id) {
+// Fire and forget: one write, no reply.
+int stat_set(tarvik_cookie *cookie, uint32_t op, uint32_t proxy_id) {
   if (cookie == nullptr) return EINVAL;
   uint8_t req[kStatLen];
   build(req, op, 0, proxy_id, 0, 0);
-  return tarvik_write(cookie, req, sizeof req);
+  return raw_send(cookie, req).code();
 }
 
 }  // namespace
@@ -68,24 +68,17 @@ TLK_EXPORT int tarvik_tlk_stat_clear(tarvik_cookie *cookie) {
   return stat_set(cookie, TLK_OP_CLEAR, 0);
 }
 
-// Shape 2: the request on the stack, the reply read into a fresh message block that the caller
+// The request on the stack, the reply read into a fresh message block that the caller
 // frees with tarvik_msg_free.  The next message on the socket is taken as the answer.
 TLK_EXPORT int tarvik_tlk_proxy_stat_get(tarvik_cookie *cookie, uint32_t proxy_id, uint8_t sel_a,
                                          uint8_t sel_b, void **msg_out) {
   if (msg_out != nullptr) *msg_out = nullptr;
   if (cookie == nullptr || msg_out == nullptr) return EINVAL;
-  void *reply = tarvik_msg_malloc(cookie);
-  if (reply == nullptr) return ENOMEM;
+  Block reply(cookie);
+  if (!reply) return ENOMEM;
   uint8_t req[kStatLen];
-  build(req, TLK_OP_GET, ++cookie->seq, proxy_id, sel_a, sel_b);
-  int err = tarvik_write(cookie, req, sizeof req);
-  if (err == 0) err = tarvik_msg_read(cookie, reply, nullptr);
-  if (err != 0) {
-    tarvik_msg_free(cookie, reply);
-    return err;
-  }
-  *msg_out = reply;
-  return 0;
+  build(req, TLK_OP_GET, next_seq(cookie), proxy_id, sel_a, sel_b);
+  return raw_exchange(cookie, req, reply, msg_out).code();
 }
 
 TLK_EXPORT int tarvik_tlk_stat_get(tarvik_cookie *cookie, uint8_t sel_a, uint8_t sel_b,

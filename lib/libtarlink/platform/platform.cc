@@ -52,15 +52,48 @@ void host_assert_fail(const char *expr, const char *file, int line, const char *
 const void *host_product_info_data() { return nullptr; }
 int host_product_is_platform_varn(int, int) { return 0; }
 
+// The program's short name, for diagnostics.
+const char *host_program_name() {
+#if defined(__GLIBC__)
+  return program_invocation_short_name;
+#elif defined(__FreeBSD__) || defined(__NetBSD__) || defined(__OpenBSD__) || \
+    defined(__DragonFly__) || defined(__APPLE__)
+  const char *name = ::getprogname();
+  return name != nullptr ? name : "";
+#else
+  return "";
+#endif
+}
+
+// Entries by name, so that adding one touches no other.
 constexpr tlk_platform kHost = {
-    host_socket,     host_read,         host_write,  host_recv,        host_close,
-    host_fcntl,      host_getsockopt,   host_setsockopt, host_sysctl,  host_sysctlbyname,
-    host_select,     host_usleep,       host_syslog, host_print_stderr, host_exit,
-    host_assert_fail,
+    .socket = host_socket,
+    .read = host_read,
+    .write = host_write,
+    .recv = host_recv,
+    .close = host_close,
+    .fcntl = host_fcntl,
+    .getsockopt = host_getsockopt,
+    .setsockopt = host_setsockopt,
+    .sysctl = host_sysctl,
+    .sysctlbyname = host_sysctlbyname,
+    .select = host_select,
+    .usleep = host_usleep,
+    .syslog = host_syslog,
+    .print_stderr = host_print_stderr,
+    .exit = host_exit,
+    .assert_fail = host_assert_fail,
     // The event loop: the library's own (platform/eventlib.cc).
-    evlib::create,   evlib::select_fd,  evlib::deselect_fd, evlib::main_loop,
-    evlib::main_loop_sync_sighdl, evlib::destroy, evlib::brk,
-    host_product_info_data, host_product_is_platform_varn,
+    .evCreate = evlib::create,
+    .evSelectFD = evlib::select_fd,
+    .evDeselectFD = evlib::deselect_fd,
+    .evMainLoop = evlib::main_loop,
+    .evMainLoopSyncSighdl = evlib::main_loop_sync_sighdl,
+    .evDestroy = evlib::destroy,
+    .evBreak = evlib::brk,
+    .product_info_data = host_product_info_data,
+    .product_is_platform_varn = host_product_is_platform_varn,
+    .program_name = host_program_name,
 };
 
 }  // namespace

@@ -9,6 +9,12 @@ extern tlk_platform g_ops;
 
 inline const tlk_platform &ops() { return g_ops; }
 
+// The running program's short name through the seam; "" when the table has no entry for it.
+inline const char *program_name() {
+  const char *name = g_ops.program_name != nullptr ? g_ops.program_name() : nullptr;
+  return name != nullptr ? name : "";
+}
+
 // Stops the process on a failed assertion that is part of the library's contract.  Goes through
 // the seam and holds in release builds.
 [[noreturn]] void assert_fail(const char *expr, const char *file, int line, const char *func);
