@@ -104,14 +104,20 @@ check_exports() {
 }
 
 check_exports
+# The simulator's library exports its API only: no standard-library instantiations, no internals.
+"$here/check_tarsim_exports.sh" "$(find "$prefix" -name libtarsim.so -print -quit)"
 
+# The library directory may be multiarch (lib/x86_64-linux-gnu): take it from where the library is.
+libdir=$(dirname "$(find "$prefix" -name libtarlink.so -print -quit)")
 cmake -S "$here/consumer" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
   -DEXAMPLES_DIR="$here/../../examples" >/dev/null
 cmake --build "$work/cmake" >/dev/null
-LD_LIBRARY_PATH="$prefix/lib" "$work/cmake/raw_request" --sim
+LD_LIBRARY_PATH="$libdir" "$work/cmake/raw_request" --sim
 
-export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
+# pkg-config finds the prefix from where its files stand.
+export PKG_CONFIG_PATH="$libdir/pkgconfig"
+test "$(pkg-config --variable=libdir tarlink)" -ef "$libdir"
 cc -std=c99 -Wall -Werror "$here/../../examples/raw_request.c" -o "$work/raw_request_pc" \
   $(pkg-config --cflags --libs tarsim)
-LD_LIBRARY_PATH="$prefix/lib" "$work/raw_request_pc" --sim
+LD_LIBRARY_PATH="$libdir" "$work/raw_request_pc" --sim
 echo "install test passed"
