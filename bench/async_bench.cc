@@ -109,7 +109,12 @@ void BM_AsyncDeliver(benchmark::State &state) {
       1000.0 * static_cast<double>(l.kernel.notify_reads(tarvik_getsockfd(l.cookie))) /
       static_cast<double>(l.kernel.notifications(tarvik_getsockfd(l.cookie))));
 }
-BENCHMARK(BM_AsyncDeliver)->ArgNames({"n", "bulk", "framed"})->Args({1000, 1, 1})->Args({1000, 0, 1})->Args({1000, 1, 0})->Args({1000, 0, 0});
+BENCHMARK(BM_AsyncDeliver)
+    ->ArgNames({"n", "bulk", "framed"})
+    ->Args({1000, 1, 1})
+    ->Args({1000, 0, 1})
+    ->Args({1000, 1, 0})
+    ->Args({1000, 0, 0});
 
 // End to end: the kernel queues, stamps and sends, the library reads, walks and delivers.
 void BM_AsyncEndToEnd(benchmark::State &state) {
@@ -124,7 +129,12 @@ void BM_AsyncEndToEnd(benchmark::State &state) {
   }
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(n));
 }
-BENCHMARK(BM_AsyncEndToEnd)->ArgNames({"n", "bulk", "framed"})->Args({1000, 1, 1})->Args({1000, 0, 1})->Args({1000, 1, 0})->Args({1000, 0, 0});
+BENCHMARK(BM_AsyncEndToEnd)
+    ->ArgNames({"n", "bulk", "framed"})
+    ->Args({1000, 1, 1})
+    ->Args({1000, 0, 1})
+    ->Args({1000, 1, 0})
+    ->Args({1000, 0, 0});
 
 // The floor: what the engine does per message once the bytes are in its buffer, on the same
 // packed bytes, with no system call: for frames the decode into an arena and its release; for raw

@@ -115,10 +115,18 @@ void run_one_by_one(benchmark::State &state, uint8_t op, bool replies) {
   run.report(state);
 }
 
-void BM_BulkAdd(benchmark::State &state) { run_bulk(state, TLK_OP_ADD, false); }
-void BM_OneByOneAdd(benchmark::State &state) { run_one_by_one(state, TLK_OP_ADD, false); }
-void BM_BulkAddGet(benchmark::State &state) { run_bulk(state, TLK_OP_ADD_GET, true); }
-void BM_OneByOneAddGet(benchmark::State &state) { run_one_by_one(state, TLK_OP_ADD_GET, true); }
+void BM_BulkAdd(benchmark::State &state) {
+  run_bulk(state, TLK_OP_ADD, false);
+}
+void BM_OneByOneAdd(benchmark::State &state) {
+  run_one_by_one(state, TLK_OP_ADD, false);
+}
+void BM_BulkAddGet(benchmark::State &state) {
+  run_bulk(state, TLK_OP_ADD_GET, true);
+}
+void BM_OneByOneAddGet(benchmark::State &state) {
+  run_one_by_one(state, TLK_OP_ADD_GET, true);
+}
 
 // The library's share without the kernel: the same million frames encoded back to back into a
 // buffer of the bulk send size, as the bulk writer does.

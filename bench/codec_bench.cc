@@ -59,8 +59,8 @@ constexpr double kNestedFields = 1 + 11 + 1 + 1 + 1 + 2 * 4;  // the header's 12
 
 void report(benchmark::State &state, size_t bytes, double fields) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
-  state.counters["field"] = benchmark::Counter(fields, benchmark::Counter::kIsIterationInvariantRate |
-                                                           benchmark::Counter::kInvert);
+  state.counters["field"] = benchmark::Counter(
+      fields, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 // ---- flat ----
@@ -93,7 +93,8 @@ void BM_Flat_IdrEncode(benchmark::State &state) {
   t_flat f = make_flat();
   std::vector<uint8_t> out(idr_encode_t_flat_0(&f, nullptr, 0));
   for (auto _ : state) {
-    benchmark::DoNotOptimize(idr_encode_t_flat_0(&f, out.data(), static_cast<uint32_t>(out.size())));
+    benchmark::DoNotOptimize(
+        idr_encode_t_flat_0(&f, out.data(), static_cast<uint32_t>(out.size())));
     benchmark::ClobberMemory();
   }
   report(state, out.size(), kFlatFields);
@@ -104,7 +105,8 @@ void BM_Flat_IdrDecode(benchmark::State &state) {
   std::vector<uint8_t> in(idr_encode_t_flat_0(&f, nullptr, 0));
   (void)idr_encode_t_flat_0(&f, in.data(), static_cast<uint32_t>(in.size()));
   for (auto _ : state) {
-    benchmark::DoNotOptimize(idr_decode_t_flat_0(&back, in.data(), static_cast<uint32_t>(in.size())));
+    benchmark::DoNotOptimize(
+        idr_decode_t_flat_0(&back, in.data(), static_cast<uint32_t>(in.size())));
     benchmark::ClobberMemory();
   }
   if (std::memcmp(&back, &f, sizeof f) != 0) state.SkipWithError("decoded record differs");
@@ -115,7 +117,8 @@ void BM_Flat_TlvEncode(benchmark::State &state) {
   t_flat f = make_flat();
   std::vector<uint8_t> out(tlv_encode_t_flat_0(&f, nullptr, nullptr, 0));
   for (auto _ : state) {
-    benchmark::DoNotOptimize(tlv_encode_t_flat_0(&f, nullptr, out.data(), static_cast<uint32_t>(out.size())));
+    benchmark::DoNotOptimize(
+        tlv_encode_t_flat_0(&f, nullptr, out.data(), static_cast<uint32_t>(out.size())));
     benchmark::ClobberMemory();
   }
   report(state, out.size(), kFlatFields);
@@ -126,7 +129,8 @@ void BM_Flat_TlvDecode(benchmark::State &state) {
   std::vector<uint8_t> in(tlv_encode_t_flat_0(&f, nullptr, nullptr, 0));
   (void)tlv_encode_t_flat_0(&f, nullptr, in.data(), static_cast<uint32_t>(in.size()));
   for (auto _ : state) {
-    benchmark::DoNotOptimize(tlv_decode_t_flat_0(&back, nullptr, in.data(), static_cast<uint32_t>(in.size())));
+    benchmark::DoNotOptimize(
+        tlv_decode_t_flat_0(&back, nullptr, in.data(), static_cast<uint32_t>(in.size())));
     benchmark::ClobberMemory();
   }
   if (std::memcmp(&back, &f, sizeof f) != 0) state.SkipWithError("decoded record differs");
@@ -163,7 +167,8 @@ void BM_Nested_IdrEncode(benchmark::State &state) {
   Nested n;
   std::vector<uint8_t> out(idr_encode_t_nested_msg_0(&n.msg, nullptr, 0));
   for (auto _ : state) {
-    benchmark::DoNotOptimize(idr_encode_t_nested_msg_0(&n.msg, out.data(), static_cast<uint32_t>(out.size())));
+    benchmark::DoNotOptimize(
+        idr_encode_t_nested_msg_0(&n.msg, out.data(), static_cast<uint32_t>(out.size())));
     benchmark::ClobberMemory();
   }
   report(state, out.size(), kNestedFields);
@@ -177,11 +182,12 @@ void BM_Nested_IdrDecode(benchmark::State &state) {
   t_nested_msg back;
   for (auto _ : state) {
     arena.used = 0;
-    benchmark::DoNotOptimize(
-        idr_decode_t_nested_msg_0(&back, in.data(), static_cast<uint32_t>(in.size()), Arena::alloc, &arena));
+    benchmark::DoNotOptimize(idr_decode_t_nested_msg_0(
+        &back, in.data(), static_cast<uint32_t>(in.size()), Arena::alloc, &arena));
     benchmark::ClobberMemory();
   }
-  if (back.nsubs != 2 || back.subs[1].d != 8 || back.payload_len != 64) state.SkipWithError("decoded record differs");
+  if (back.nsubs != 2 || back.subs[1].d != 8 || back.payload_len != 64)
+    state.SkipWithError("decoded record differs");
   report(state, in.size(), kNestedFields);
 }
 
@@ -204,11 +210,12 @@ void BM_Nested_TlvDecode(benchmark::State &state) {
   t_nested_msg back;
   for (auto _ : state) {
     arena.used = 0;
-    benchmark::DoNotOptimize(tlv_decode_t_nested_msg_0(&back, nullptr, in.data(), static_cast<uint32_t>(in.size()),
-                                                       Arena::alloc, &arena));
+    benchmark::DoNotOptimize(tlv_decode_t_nested_msg_0(
+        &back, nullptr, in.data(), static_cast<uint32_t>(in.size()), Arena::alloc, &arena));
     benchmark::ClobberMemory();
   }
-  if (back.nsubs != 2 || back.subs[1].d != 8 || back.payload_len != 64) state.SkipWithError("decoded record differs");
+  if (back.nsubs != 2 || back.subs[1].d != 8 || back.payload_len != 64)
+    state.SkipWithError("decoded record differs");
   report(state, in.size(), kNestedFields);
 }
 

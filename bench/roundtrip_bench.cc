@@ -28,7 +28,9 @@ struct Session {
   tarvik_cookie *cookie = nullptr;
   std::vector<uint8_t> request;
   Session() {
-    kernel.reply_raw(kType, TLK_OP_GET, tarsim::raw_message(kType, TLK_OP_GET, 0, std::vector<uint8_t>(kReplyBody, 2)));
+    kernel.reply_raw(
+        kType, TLK_OP_GET,
+        tarsim::raw_message(kType, TLK_OP_GET, 0, std::vector<uint8_t>(kReplyBody, 2)));
     cookie = tarvik_open(2);
     request = tarsim::raw_message(kType, TLK_OP_GET, 0, std::vector<uint8_t>(kRequestBody, 1));
   }

@@ -77,12 +77,12 @@ int main(int argc, char **argv) {
   tarvik_cookie *writer = nullptr;
   if (sim) {
     writer = tarvik_open_set_liberr(6, nullptr, on_diagnostic);
-    change(writer, 2, TLK_OP_ADD);      // route
+    change(writer, 2, TLK_OP_ADD);  // route
     change(writer, 2, TLK_OP_ADD);
-    change(writer, 10, TLK_OP_ADD);     // next hop
+    change(writer, 10, TLK_OP_ADD);  // next hop
     change(writer, 2, TLK_OP_DELETE);
     change(writer, 2, TLK_OP_DELETEALL);
-    change(writer, 5, TLK_OP_CHANGE);   // a device: not listened for, not heard
+    change(writer, 5, TLK_OP_CHANGE);  // a device: not listened for, not heard
   }
 
   const int result = tarvik_async_event_loop(l.cookie);

@@ -52,8 +52,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   CappedHeap heap;
   int32_t rc;
   void *m = mode == 1 ? map.data() : nullptr;
-  if (mode == 2) rc = tlk::idl::idr_decode(r, rec.data(), in, len, CappedHeap::alloc, &heap);
-  else rc = tlk::idl::tlv_decode(r, rec.data(), m, in, len, CappedHeap::alloc, &heap);
+  if (mode == 2)
+    rc = tlk::idl::idr_decode(r, rec.data(), in, len, CappedHeap::alloc, &heap);
+  else
+    rc = tlk::idl::tlv_decode(r, rec.data(), m, in, len, CappedHeap::alloc, &heap);
   if (rc > static_cast<int32_t>(len) || rc < -3) std::abort();
   if (rc <= 0) return 0;  // a failed decode leaves its allocations to the caller's arena
 
@@ -65,8 +67,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                                : tlk::idl::tlv_encode(r, rec.data(), m, out.data(), n);
     if (again != n) std::abort();  // sizing and encoding disagree
   }
-  if (mode == 2) tlk::idl::idr_release(r, rec.data(), CappedHeap::release, &heap);
-  else tlk::idl::tlv_release(r, rec.data(), m, CappedHeap::release, &heap);
+  if (mode == 2)
+    tlk::idl::idr_release(r, rec.data(), CappedHeap::release, &heap);
+  else
+    tlk::idl::tlv_release(r, rec.data(), m, CappedHeap::release, &heap);
   if (!heap.live.empty()) std::abort();  // the release missed an allocation
   return 0;
 }

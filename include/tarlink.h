@@ -31,17 +31,17 @@
 #ifndef TARLINK_H
 #define TARLINK_H
 
+#include "tarlink/async.h"
 #include "tarlink/base.h"
-#include "tarlink/memory.h"
-#include "tarlink/session.h"
-#include "tarlink/io.h"
 #include "tarlink/bulk.h"
 #include "tarlink/frame.h"
-#include "tarlink/async.h"
-#include "tarlink/msg_list.h"
+#include "tarlink/gencfg.h"
 #include "tarlink/ifd.h"
 #include "tarlink/ifl.h"
-#include "tarlink/gencfg.h"
+#include "tarlink/io.h"
+#include "tarlink/memory.h"
+#include "tarlink/msg_list.h"
+#include "tarlink/session.h"
 #include "tarlink/tlk_stat.h"
 
 #endif /* TARLINK_H */

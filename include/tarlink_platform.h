@@ -53,8 +53,7 @@ typedef struct tlk_platform {
    * signal handler never interrupts one.  evBreak is this library's addition: it makes the running
    * loop return once the current callback is done, and is safe from a signal handler. */
   int (*evCreate)(evContext *ctx);
-  int (*evSelectFD)(evContext ctx, int fd, int eventmask, evFileFunc func, void *uap,
-                    evFileID *id);
+  int (*evSelectFD)(evContext ctx, int fd, int eventmask, evFileFunc func, void *uap, evFileID *id);
   int (*evDeselectFD)(evContext ctx, evFileID id);
   int (*evMainLoop)(evContext ctx);
   int (*evMainLoopSyncSighdl)(evContext ctx);

@@ -14,4 +14,3 @@
 #include "tarsim/devices.hpp"
 #include "tarsim/gencfg.hpp"
 #include "tarsim/ifl.hpp"
-

@@ -18,7 +18,8 @@ using wire::message_length;
 
 bool Core::bulk_mode(const Session &s) const {
   auto it = s.options.find({TLK_SOL_ROUTE, TLK_SO_SYNC_MODE});
-  return it != s.options.end() && it->second.size() >= 4 && (load_u32(it->second.data()) & TLK_SYNC_BULK_ENABLE);
+  return it != s.options.end() && it->second.size() >= 4 &&
+         (load_u32(it->second.data()) & TLK_SYNC_BULK_ENABLE);
 }
 
 ssize_t Core::take_bulk_write(Session &s, const uint8_t *buf, size_t len) {

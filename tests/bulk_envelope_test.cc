@@ -81,8 +81,9 @@ TEST_F(BulkEnvelopeTest, UnsoundSendBuffersAreRefusedAtLevel4) {
   EXPECT_EQ(tarvik_bulkmsg_idl_encode(c, &len, m, nullptr), EINVAL);
   EXPECT_EQ(len, 0u);
   ASSERT_EQ(log.count(TLK_LEVEL_FATAL), 3u);
-  EXPECT_EQ(log.lines[0].text,
-            "tarvik: FATAL ERROR tarvik_bulkmsg_idl_encode: Invalid/Corrupted common send buffer\n");
+  EXPECT_EQ(
+      log.lines[0].text,
+      "tarvik: FATAL ERROR tarvik_bulkmsg_idl_encode: Invalid/Corrupted common send buffer\n");
   c->wbuf_cur = c->wbuf;
   EXPECT_EQ(tarvik_bulkmsg_idl_encode(c, &len, nullptr, nullptr), EINVAL);
   EXPECT_TRUE(log.contains("tarvik_bulkmsg_idl_encode: Invalid input from caller: cookie="));

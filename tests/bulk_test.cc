@@ -78,7 +78,8 @@ TEST_F(BulkTest, SyncModeMakesBuffersAsLargeAsTheSocketsAndRefusesASecondTime) {
   EXPECT_EQ(log.lines.back().text,
             "tarvik: ERROR tarvik_set_sync_mode: TLK_SYNC_BULK_ENABLE has already been set!");
   EXPECT_EQ(tarvik_set_sync_mode(c, 2), -1);
-  EXPECT_EQ(log.lines.back().text, "tarvik: ERROR tarvik_set_sync_mode: Unsupported setting for sync mode 2");
+  EXPECT_EQ(log.lines.back().text,
+            "tarvik: ERROR tarvik_set_sync_mode: Unsupported setting for sync mode 2");
   EXPECT_EQ(tarvik_set_sync_mode(nullptr, 1), -1);
 
   uint8_t *kept = c->wbuf;
@@ -113,7 +114,8 @@ TEST_F(BulkTest, SetBuffersKeepsTheReadBufferInStepAndTheSendBufferIsTheClients)
   EXPECT_EQ(c->rbuf_sz, 600000u);
   EXPECT_EQ(kernel.option_u32(fd, SOL_SOCKET, SO_RCVBUF), 262144u);
   EXPECT_EQ(log.lines.back().text,
-            std::string("tarvik: ERROR tarvik_set_buffers: Failed to re-allocate rbuf ") + strerror(ENOMEM));
+            std::string("tarvik: ERROR tarvik_set_buffers: Failed to re-allocate rbuf ") +
+                strerror(ENOMEM));
 }
 
 TEST_F(BulkTest, PacingOptionsAndTheBulkWriteInformation) {
@@ -132,7 +134,8 @@ TEST_F(BulkTest, PacingOptionsAndTheBulkWriteInformation) {
   EXPECT_EQ(tarvik_get_bulkw_info(c, nullptr), EINVAL);
   kernel.fail_option(TLK_SOL_ROUTE, TLK_SO_BULKW_INFO, EIO);
   EXPECT_NE(tarvik_get_bulkw_info(c, &info), 0);
-  EXPECT_EQ(log.lines.back().text, std::string("tarvik: ERROR Failed to get bulk write info ") + strerror(EIO));
+  EXPECT_EQ(log.lines.back().text,
+            std::string("tarvik: ERROR Failed to get bulk write info ") + strerror(EIO));
 }
 
 TEST_F(BulkTest, AVectorThatFitsIsOneWriteWithEveryReplyMatched) {
@@ -182,10 +185,10 @@ TEST_F(BulkTest, BatchesFollowTheSendBufferAndAnExactFitStaysInItsBatch) {
     uint64_t writes;
   };
   const Case cases[] = {
-      {4 * frame, 12, 3},      // three batches of four
-      {2 * frame, 3, 2},       // the second frame fills the buffer exactly and stays
+      {4 * frame, 12, 3},  // three batches of four
+      {2 * frame, 3, 2},   // the second frame fills the buffer exactly and stays
       {2 * frame + 1, 3, 2},
-      {2 * frame - 1, 3, 3},   // one byte short: one frame per batch
+      {2 * frame - 1, 3, 3},  // one byte short: one frame per batch
   };
   for (const Case &k : cases) {
     ASSERT_EQ(tarvik_set_bulk_buffer(c, k.buffer), 0);
@@ -249,26 +252,46 @@ struct Fault {
 
 const Fault kFaults[] = {
     // Option 25 gave error 0: the write's errno stands.  Entries after the failure are untouched.
-    {"KernelTakesThreeOfSix", [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_stop(3, ENOBUFS, false); },
-     {{kReplied}, {kReplied}, {kReplied}, {kWaiting, ENOBUFS}, {kWaiting}, {kWaiting}}, false, nullptr},
+    {"KernelTakesThreeOfSix",
+     [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_stop(3, ENOBUFS, false); },
+     {{kReplied}, {kReplied}, {kReplied}, {kWaiting, ENOBUFS}, {kWaiting}, {kWaiting}},
+     false,
+     nullptr},
     // The kernel's own error wins.
-    {"KernelRefusesTheSecond", [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_stop(1, EEXIST); },
-     {{kReplied}, {kWaiting, EEXIST}, {kWaiting}}, false, nullptr},
-    {"KernelTakesNothing", [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_stop(0, EPERM); },
-     {{kWaiting, EPERM}, {kWaiting}, {kWaiting}}, true, nullptr},
+    {"KernelRefusesTheSecond",
+     [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_stop(1, EEXIST); },
+     {{kReplied}, {kWaiting, EEXIST}, {kWaiting}},
+     false,
+     nullptr},
+    {"KernelTakesNothing",
+     [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_stop(0, EPERM); },
+     {{kWaiting, EPERM}, {kWaiting}, {kWaiting}},
+     true,
+     nullptr},
     // A short write of one message leaves errno 0: the entry gets 22.
-    {"ShortWriteOfOne", [](tarsim::Kernel &k, uint32_t) { k.inject_short_write(5); }, {{kWaiting, EINVAL}}, false,
+    {"ShortWriteOfOne",
+     [](tarsim::Kernel &k, uint32_t) { k.inject_short_write(5); },
+     {{kWaiting, EINVAL}},
+     false,
      "tarvik_set_iov_err: errno is 0 when non-zero is expected!\n"},
     // The first message and a torn piece: the kernel says how far it came.
-    {"ShortWriteOfABatch", [](tarsim::Kernel &k, uint32_t frame) { k.inject_short_write(frame + 3); },
-     {{kReplied}, {kWaiting, kNonZero}, {kWaiting}}, false, nullptr},
+    {"ShortWriteOfABatch",
+     [](tarsim::Kernel &k, uint32_t frame) { k.inject_short_write(frame + 3); },
+     {{kReplied}, {kWaiting, kNonZero}, {kWaiting}},
+     false,
+     nullptr},
     // A reply too many marks the first entry of the block.
-    {"OneReplyTooMany", [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_reply_extra(); },
-     {{kReplied, 0, EINVAL}, {kNone}, {kReplied}}, false,
-     "tarvik: ERROR tarvik_read_and_decode_bulk_iov: {frame} bytes to read and 2 of 2 msgs were read while "
+    {"OneReplyTooMany",
+     [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_reply_extra(); },
+     {{kReplied, 0, EINVAL}, {kNone}, {kReplied}},
+     false,
+     "tarvik: ERROR tarvik_read_and_decode_bulk_iov: {frame} bytes to read and 2 of 2 msgs were "
+     "read while "
      "end of iov(0-2)\n"},
-    {"AReplyMissing", [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_reply_missing(); },
-     {{kReplied}, {kReplied}, {kWaiting, 0, EAGAIN}}, false,
+    {"AReplyMissing",
+     [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_reply_missing(); },
+     {{kReplied}, {kReplied}, {kWaiting, 0, EAGAIN}},
+     false,
      "tarvik_read_and_decode_bulk_iov: read error, return failure on msg 2\n"},
 };
 
@@ -295,8 +318,12 @@ TEST_P(BulkFaultTest, EachEntryShowsWhatBecameOfIt) {
         ASSERT_FALSE(waiting(iov[i]));
         EXPECT_EQ(seq_of_reply(iov[i]), 100 + i);
         break;
-      case kWaiting: EXPECT_TRUE(waiting(iov[i])); break;
-      case kNone: EXPECT_EQ(iov[i].reply, nullptr); break;
+      case kWaiting:
+        EXPECT_TRUE(waiting(iov[i]));
+        break;
+      case kNone:
+        EXPECT_EQ(iov[i].reply, nullptr);
+        break;
     }
     if (want.write_err == kNonZero) {
       EXPECT_NE(iov[i].write_err, 0);
@@ -307,7 +334,8 @@ TEST_P(BulkFaultTest, EachEntryShowsWhatBecameOfIt) {
   }
   if (f.line != nullptr) {
     std::string line = f.line;
-    if (const size_t at = line.find("{frame}"); at != std::string::npos) line.replace(at, 7, std::to_string(frame));
+    if (const size_t at = line.find("{frame}"); at != std::string::npos)
+      line.replace(at, 7, std::to_string(frame));
     EXPECT_TRUE(log.contains(line)) << line;
   }
   release_replies(iov);

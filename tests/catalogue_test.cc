@@ -16,12 +16,15 @@ TEST(Catalogue, VersionTableAgreesWithTheTypeRows) {
     char version;
   };
   // A sample across every run of the table, including the unversioned types.
-  const Row rows[] = {{0, "nop", 'b'},         {2, "route", 'h'},           {5, "ifdev", 'j'},
-                      {6, "iflogical", 'k'},   {8, "ifaddr", 'e'},          {9, "ifstats", 0},
-                      {10, "nexthop", 'm'},    {27, "ifvc", 'q'},           {56, "l2tp config", 'i'},
-                      {72, "gencfg", 'i'},     {90, "ifbdmesg", 'c'},       {91, "ksdb", 0},
-                      {92, "bulkstats", 0},    {93, "fabric mc group", 'b'}, {97, "ddos", 'c'},
-                      {103, "macsec", 'c'},    {104, "mac-pinning", 0},     {109, "tlk-err", 0}};
+  const Row rows[] = {{0, "nop", 'b'},          {2, "route", 'h'},
+                      {5, "ifdev", 'j'},        {6, "iflogical", 'k'},
+                      {8, "ifaddr", 'e'},       {9, "ifstats", 0},
+                      {10, "nexthop", 'm'},     {27, "ifvc", 'q'},
+                      {56, "l2tp config", 'i'}, {72, "gencfg", 'i'},
+                      {90, "ifbdmesg", 'c'},    {91, "ksdb", 0},
+                      {92, "bulkstats", 0},     {93, "fabric mc group", 'b'},
+                      {97, "ddos", 'c'},        {103, "macsec", 'c'},
+                      {104, "mac-pinning", 0},  {109, "tlk-err", 0}};
   for (const Row &r : rows) {
     EXPECT_EQ(TARVIK_VERSION_TABLE[r.type], static_cast<uint8_t>(r.version)) << r.type;
     EXPECT_STREQ(rtm_types[r.type], r.name) << r.type;
@@ -47,9 +50,9 @@ TEST(Catalogue, NamesEndInUnknown) {
 // Types whose records arrive with their object families.  Each family's work removes its types
 // from here; at the end of the record work this list is empty and the test below demands a frame
 // record for every type of the catalogue.
-const std::set<unsigned> kNotYetBuilt = {
-    1,  2,  10, 11, 12, 13, 18, 19, 21, 27, 28, 33, 40, 46, 48, 49, 68, 69,
-    81, 82, 83, 84, 87, 88, 89, 90, 93, 94, 95, 96, 97, 98, 101, 105, 106, 107, 108};
+const std::set<unsigned> kNotYetBuilt = {1,  2,  10, 11, 12, 13, 18,  19,  21,  27,  28, 33, 40,
+                                         46, 48, 49, 68, 69, 81, 82,  83,  84,  87,  88, 89, 90,
+                                         93, 94, 95, 96, 97, 98, 101, 105, 106, 107, 108};
 
 TEST(Catalogue, FortyFiveTypesHaveARecordAndTheRestTravelRaw) {
   unsigned with_record = 0;

@@ -155,10 +155,13 @@ TEST_F(EnvelopeTest, CallerAreaTooSmallIsLoggedAsAllocationFailure) {
   const Bytes frame = frame_of(c, m, &mask);
   alignas(8) uint8_t area[16];
   void *msg = nullptr;
-  EXPECT_EQ(tarvik_msg_idl_decode_pa(c, frame.data(), frame.size(), &msg, nullptr, area, sizeof area), ENOMEM);
+  EXPECT_EQ(
+      tarvik_msg_idl_decode_pa(c, frame.data(), frame.size(), &msg, nullptr, area, sizeof area),
+      ENOMEM);
   EXPECT_EQ(log.lines.back().text, "tarvik: DEBUG IDL TLV Decode Error -2(Allocation Failure)");
   alignas(8) uint8_t big[4096];
-  EXPECT_EQ(tarvik_msg_idl_decode_pa(c, frame.data(), frame.size(), &msg, nullptr, big, sizeof big), 0);
+  EXPECT_EQ(tarvik_msg_idl_decode_pa(c, frame.data(), frame.size(), &msg, nullptr, big, sizeof big),
+            0);
   EXPECT_EQ(static_cast<void *>(big), msg) << "the record is the area's first block";
   tarvik_msg_free(c, m);
 }
@@ -292,10 +295,20 @@ TEST_F(WrapperTest, EachWrapperMapsDecodeFailuresItsOwnWay) {
     int on_raw, on_garbled;
   };
   const Case cases[] = {
-      {"fixed", [](tarvik_cookie *k, void **m) { return tarvik_msg_read_idl(k, m, nullptr); }, EOPNOTSUPP, EINVAL},
-      {"fixed_pa", [](tarvik_cookie *k, void **m) { return tarvik_msg_read_idl_pa(k, m, nullptr, area, sizeof area); }, EOPNOTSUPP, EINVAL},
-      {"long", [](tarvik_cookie *k, void **m) { return tarvik_long_msg_read_idl(k, m, nullptr); }, EOPNOTSUPP, EINVAL},
-      {"long_pa", [](tarvik_cookie *k, void **m) { return tarvik_long_msg_read_idl_pa(k, m, nullptr, area, sizeof area); }, 0, 0},
+      {"fixed", [](tarvik_cookie *k, void **m) { return tarvik_msg_read_idl(k, m, nullptr); },
+       EOPNOTSUPP, EINVAL},
+      {"fixed_pa",
+       [](tarvik_cookie *k, void **m) {
+         return tarvik_msg_read_idl_pa(k, m, nullptr, area, sizeof area);
+       },
+       EOPNOTSUPP, EINVAL},
+      {"long", [](tarvik_cookie *k, void **m) { return tarvik_long_msg_read_idl(k, m, nullptr); },
+       EOPNOTSUPP, EINVAL},
+      {"long_pa",
+       [](tarvik_cookie *k, void **m) {
+         return tarvik_long_msg_read_idl_pa(k, m, nullptr, area, sizeof area);
+       },
+       0, 0},
   };
   for (const Case &k : cases) {
     push(raw);

@@ -33,10 +33,16 @@ struct Family {
   std::function<std::pair<std::string, uint32_t>(const void *request)> sent_name;
 };
 
-std::string text(const uint8_t *p) { return p ? reinterpret_cast<const char *>(p) : ""; }
+std::string text(const uint8_t *p) {
+  return p ? reinterpret_cast<const char *>(p) : "";
+}
 
-const ifl_msg &ifl(const void *m) { return *static_cast<const ifl_msg *>(m); }
-const ifdev_msg &ifd(const void *m) { return *static_cast<const ifdev_msg *>(m); }
+const ifl_msg &ifl(const void *m) {
+  return *static_cast<const ifl_msg *>(m);
+}
+const ifdev_msg &ifd(const void *m) {
+  return *static_cast<const ifdev_msg *>(m);
+}
 
 const Family kFamilies[] = {
     {
@@ -47,10 +53,14 @@ const Family kFamilies[] = {
                       void **m) { return tarvik_iflm_get_by_index(c, 71, op, o, m); }},
          {"snmp index", [](auto *c, uint32_t op, void **o,
                            void **m) { return tarvik_iflm_get_by_snmp_index(c, 571, op, o, m); }},
-         {"device and unit", [](auto *c, uint32_t op, void **o,
-                                void **m) { return tarvik_iflm_get_by_device(c, 130, 100, op, o, m); }},
-         {"name and unit", [](auto *c, uint32_t op, void **o,
-                              void **m) { return tarvik_iflm_get_by_name(c, "ge0", 100, op, o, m); }}},
+         {"device and unit",
+          [](auto *c, uint32_t op, void **o, void **m) {
+            return tarvik_iflm_get_by_device(c, 130, 100, op, o, m);
+          }},
+         {"name and unit",
+          [](auto *c, uint32_t op, void **o, void **m) {
+            return tarvik_iflm_get_by_name(c, "ge0", 100, op, o, m);
+          }}},
         [](auto *c, uint32_t key, uint32_t op, void **o) {
           return tarvik_iflm_get_by_index(c, key, op, o, nullptr);
         },
@@ -64,7 +74,9 @@ const Family kFamilies[] = {
           return tarvik_iflm_get_by_name(c, name, 0, TLK_OP_GET, o, nullptr);
         },
         59,
-        [](const void *r) { return std::pair{text(ifl(r).iflm_name), ifl(r).iflm_name_len}; },
+        [](const void *r) {
+          return std::pair{text(ifl(r).iflm_name), ifl(r).iflm_name_len};
+        },
     },
     {
         "devices",
@@ -89,7 +101,9 @@ const Family kFamilies[] = {
           return tarvik_ifdm_get_by_name(c, name, TLK_OP_GET, o, nullptr);
         },
         59,
-        [](const void *r) { return std::pair{text(ifd(r).ifdm_name), ifd(r).ifdm_name_len}; },
+        [](const void *r) {
+          return std::pair{text(ifd(r).ifdm_name), ifd(r).ifdm_name_len};
+        },
     },
 };
 
@@ -193,7 +207,8 @@ INSTANTIATE_TEST_SUITE_P(Families, FamilyTest, ::testing::ValuesIn([] {
                          }()),
                          [](const auto &row) {
                            std::string name = row.param->name;
-                           for (char &ch : name) ch = isalnum(static_cast<unsigned char>(ch)) ? ch : '_';
+                           for (char &ch : name)
+                             ch = isalnum(static_cast<unsigned char>(ch)) ? ch : '_';
                            return name;
                          });
 

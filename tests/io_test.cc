@@ -22,7 +22,9 @@ class IoTest : public OneSessionTest {
     OneSessionTest::TearDown();
   }
   // A raw message the kernel pushes, carrying the session's current sequence number.
-  Bytes raw(size_t body = 0) { return tarsim::raw_message(kStatsType, TLK_OP_GET, c->seq, Bytes(body, 0x5A)); }
+  Bytes raw(size_t body = 0) {
+    return tarsim::raw_message(kStatsType, TLK_OP_GET, c->seq, Bytes(body, 0x5A));
+  }
 
   int fd = -1;
   uint8_t *buf = nullptr;
@@ -66,7 +68,7 @@ struct RawCase {
   int fixed;        // result and length of the fixed read, and its last diagnostic
   size_t fixed_len;
   const char *fixed_line;
-  int long_rc;      // the same for the long read ("" where it adds no line)
+  int long_rc;  // the same for the long read ("" where it adds no line)
   size_t long_len;
   const char *long_line;
 };
@@ -79,25 +81,25 @@ const RawCase kRawCases[] = {
     {"HundredThousand", 100000, 100000, 100000, EIO, 0,
      "tarvik: FATAL ERROR msg read too short got (16385), expected 100000\n", 0, 100000, ""},
     // Longer than its header says: cut to the header's length.  The long read asks for just that.
-    {"LongerThanItsLength", 100, 80, 80, 0, 80, "tarvik: WARNING msg read too long got (100), expected 80\n",
-     0, 80, ""},
+    {"LongerThanItsLength", 100, 80, 80, 0, 80,
+     "tarvik: WARNING msg read too long got (100), expected 80\n", 0, 80, ""},
     {"ShorterThanItsLength", 40, 200, 200, EIO, 0,
      "tarvik: FATAL ERROR msg read too short got (40), expected 200\n", EIO, 0,
      "tarvik: FATAL ERROR msg read too short got (40), expected 200\n"},
     // Under a header: invisible to the peek, so the long read sees no message at all.
-    {"TwentyBytes", 20, 20, -1, EIO, 0, "tarvik: FATAL ERROR msg read too small for header: 20\n", EAGAIN, 0,
-     ""},
+    {"TwentyBytes", 20, 20, -1, EIO, 0, "tarvik: FATAL ERROR msg read too small for header: 20\n",
+     EAGAIN, 0, ""},
     // The long read allocates exactly the 5 claimed bytes and never reads past them: the length
     // word it cannot hold counts as 0.
-    {"HeaderClaimsFive", 32, 5, 5, EIO, 0, "tarvik: FATAL ERROR msg read too small for header: 5\n", EIO, 0,
-     "tarvik: FATAL ERROR msg read too small for header: 0\n"},
+    {"HeaderClaimsFive", 32, 5, 5, EIO, 0, "tarvik: FATAL ERROR msg read too small for header: 5\n",
+     EIO, 0, "tarvik: FATAL ERROR msg read too small for header: 0\n"},
     // Lengths the long read refuses before allocating.
-    {"HeaderClaimsZero", 24, 0, 0, EIO, 0, "tarvik: FATAL ERROR msg read too small for header: 0\n", EINVAL,
-     0, ""},
+    {"HeaderClaimsZero", 24, 0, 0, EIO, 0, "tarvik: FATAL ERROR msg read too small for header: 0\n",
+     EINVAL, 0, ""},
     {"HeaderClaims0x7FFFFFFE", 24, 0x7FFFFFFE, 0x7FFFFFFE, EIO, 0,
      "tarvik: FATAL ERROR msg read too short got (24), expected 2147483646\n", EINVAL, 0, ""},
-    {"HeaderClaimsAllOnes", 24, 0xFFFFFFFF, -1, EIO, 0, "tarvik: FATAL ERROR msg read too short got (24), expected -1\n",
-     EINVAL, 0, ""},
+    {"HeaderClaimsAllOnes", 24, 0xFFFFFFFF, -1, EIO, 0,
+     "tarvik: FATAL ERROR msg read too short got (24), expected -1\n", EINVAL, 0, ""},
 };
 
 class RawReadTest : public IoTest, public ::testing::WithParamInterface<RawCase> {};

@@ -34,13 +34,21 @@ struct Row {
   bool ends;  // a level 4 diagnostic: the default callback ends the process
 };
 
-#define ROW(expr, want, ends) {#expr, [] { return as_int(expr); }, want, ends}
-#define VOID_ROW(expr, ends) {#expr, [] { return (expr), intptr_t{0}; }, 0, ends}
+#define ROW(expr, want, ends)                      \
+  {                                                \
+#expr, [] { return as_int(expr); }, want, ends \
+  }
+#define VOID_ROW(expr, ends)                           \
+  {                                                    \
+#expr, [] { return (expr), intptr_t{0}; }, 0, ends \
+  }
 // The per-family registrations all answer a null session alike.
 #define REG(family) ROW(tarvik_##family##_async_register(nullptr, nullptr, nullptr), EINVAL, false)
 
 void noop_handler_fn(tarvik_cookie *, void *, int, const char *) {}
-int noop_async_handler(tarvik_cookie *, void *, void *, uintptr_t) { return 0; }
+int noop_async_handler(tarvik_cookie *, void *, void *, uintptr_t) {
+  return 0;
+}
 
 const Row kRows[] = {
     // Memory and diagnostics.
@@ -168,13 +176,50 @@ const Row kRows[] = {
     ROW(tarvik_rtm_async_unregister(nullptr), EINVAL, false),
     ROW(tarvik_rnhm_async_unregister(nullptr), EINVAL, false),
     ROW(tlk_async_set_event_hooks(nullptr, nullptr), EINVAL, false),
-    REG(aggr_config), REG(analyzer), REG(asp_cfg), REG(asp_ipsec), REG(bd), REG(cos),
-    REG(cp_config), REG(cp_pic), REG(ddos), REG(dfwm), REG(dfwstatsm), REG(error), REG(fc_fabric),
-    REG(gencfg), REG(ifbd), REG(ifdalm), REG(ifdest), REG(ifdm), REG(iflm), REG(ifsm), REG(ifvcm),
-    REG(ifvpm), REG(ksyncm), REG(l2tp), REG(marker), REG(mesh_group), REG(mgrm), REG(monitor),
-    REG(monitor_state), REG(nh_comp), REG(notify), REG(pfe_dwn_map), REG(pfeinfo), REG(picm),
-    REG(pkcs_reply), REG(pktinject), REG(rnhm), REG(rtbm), REG(rtclass), REG(rtm), REG(sadbm),
-    REG(sample), REG(stp), REG(vlan),
+    REG(aggr_config),
+    REG(analyzer),
+    REG(asp_cfg),
+    REG(asp_ipsec),
+    REG(bd),
+    REG(cos),
+    REG(cp_config),
+    REG(cp_pic),
+    REG(ddos),
+    REG(dfwm),
+    REG(dfwstatsm),
+    REG(error),
+    REG(fc_fabric),
+    REG(gencfg),
+    REG(ifbd),
+    REG(ifdalm),
+    REG(ifdest),
+    REG(ifdm),
+    REG(iflm),
+    REG(ifsm),
+    REG(ifvcm),
+    REG(ifvpm),
+    REG(ksyncm),
+    REG(l2tp),
+    REG(marker),
+    REG(mesh_group),
+    REG(mgrm),
+    REG(monitor),
+    REG(monitor_state),
+    REG(nh_comp),
+    REG(notify),
+    REG(pfe_dwn_map),
+    REG(pfeinfo),
+    REG(picm),
+    REG(pkcs_reply),
+    REG(pktinject),
+    REG(rnhm),
+    REG(rtbm),
+    REG(rtclass),
+    REG(rtm),
+    REG(sadbm),
+    REG(sample),
+    REG(stp),
+    REG(vlan),
     ROW(tarvik_iffm_async_register(nullptr, 0, nullptr, noop_async_handler), EINVAL, false),
     ROW(tarvik_ifam_async_register(nullptr, 0, nullptr, noop_async_handler), EINVAL, false),
     ROW(tarvik_sysstatsm_async_register(nullptr, 0, nullptr, noop_async_handler), EINVAL, false),

@@ -30,7 +30,8 @@ std::vector<uint8_t> read_file(const std::string &path) {
 // The frame as the fuzz target builds it from an input.
 Bytes fuzz_frame(const Bytes &in) {
   if (in[0] & 2) return {in.begin() + 1, in.end()};
-  return cat({frame_head((in[0] & 1) ? TLK_MAGIC_TLV : TLK_MAGIC_IDR, static_cast<uint32_t>(in.size() - 2), in[1]),
+  return cat({frame_head((in[0] & 1) ? TLK_MAGIC_TLV : TLK_MAGIC_IDR,
+                         static_cast<uint32_t>(in.size() - 2), in[1]),
               Bytes(in.begin() + 2, in.end())});
 }
 

@@ -57,8 +57,11 @@ struct VersionCase {
 };
 
 const VersionCase kVersionCases[] = {
-    {"NewerKernelWithMoreTypes", [](Bytes &r) { r[0] = 111; }, true,
-     {{TLK_LEVEL_WARNING, "tarvik: WARNING kernel has new unknown messages: expected 110 got 111" + kUpgrade}}},
+    {"NewerKernelWithMoreTypes",
+     [](Bytes &r) { r[0] = 111; },
+     true,
+     {{TLK_LEVEL_WARNING,
+       "tarvik: WARNING kernel has new unknown messages: expected 110 got 111" + kUpgrade}}},
     // A count of 109 still has type 109 compared; a byte for type 110 is beyond the table.
     {"OlderKernelWithFewerTypes",
      [](Bytes &r) {
@@ -67,10 +70,15 @@ const VersionCase kVersionCases[] = {
        r[1 + 109] = 'x';
      },
      true,
-     {{TLK_LEVEL_ERROR, "tarvik: ERROR kernel does not support all messages: expected 110 got 109" + kUpgrade},
-      {TLK_LEVEL_WARNING, "tarvik: WARNING version mismatch for msg tlk-err (109): expected 0 got 120" + kUpgrade}}},
-    {"OneMessageVersionDiffers", [](Bytes &r) { r[1 + 2] = 'c'; }, true,
-     {{TLK_LEVEL_WARNING, "tarvik: WARNING version mismatch for msg route (2): expected 104 got 99" + kUpgrade}}},
+     {{TLK_LEVEL_ERROR,
+       "tarvik: ERROR kernel does not support all messages: expected 110 got 109" + kUpgrade},
+      {TLK_LEVEL_WARNING,
+       "tarvik: WARNING version mismatch for msg tlk-err (109): expected 0 got 120" + kUpgrade}}},
+    {"OneMessageVersionDiffers",
+     [](Bytes &r) { r[1 + 2] = 'c'; },
+     true,
+     {{TLK_LEVEL_WARNING,
+       "tarvik: WARNING version mismatch for msg route (2): expected 104 got 99" + kUpgrade}}},
     // "ifstats" and "ksdb" are kept at 0 by the library: a version there is a difference too.
     {"UnversionedTypeWithVersion",
      [](Bytes &r) {
@@ -78,17 +86,28 @@ const VersionCase kVersionCases[] = {
        r[1 + 91] = 'b';
      },
      true,
-     {{TLK_LEVEL_WARNING, "tarvik: WARNING version mismatch for msg ifstats (9): expected 0 got 97" + kUpgrade},
-      {TLK_LEVEL_WARNING, "tarvik: WARNING version mismatch for msg ksdb (91): expected 0 got 98" + kUpgrade}}},
-    {"InterfaceMismatch", [](Bytes &r) { r[1] = 99; }, false,
-     {{TLK_LEVEL_FATAL, "tarvik: FATAL ERROR interface version mismatch: kernel=99 library=98" + kUpgrade}},
+     {{TLK_LEVEL_WARNING,
+       "tarvik: WARNING version mismatch for msg ifstats (9): expected 0 got 97" + kUpgrade},
+      {TLK_LEVEL_WARNING,
+       "tarvik: WARNING version mismatch for msg ksdb (91): expected 0 got 98" + kUpgrade}}},
+    {"InterfaceMismatch",
+     [](Bytes &r) { r[1] = 99; },
+     false,
+     {{TLK_LEVEL_FATAL,
+       "tarvik: FATAL ERROR interface version mismatch: kernel=99 library=98" + kUpgrade}},
      ECONNREFUSED},
     // A reply of one byte is judged on zeros.
-    {"ShortReply", [](Bytes &r) { r = Bytes{110}; }, false,
-     {{TLK_LEVEL_FATAL, "tarvik: FATAL ERROR interface version mismatch: kernel=0 library=98" + kUpgrade}},
+    {"ShortReply",
+     [](Bytes &r) { r = Bytes{110}; },
+     false,
+     {{TLK_LEVEL_FATAL,
+       "tarvik: FATAL ERROR interface version mismatch: kernel=0 library=98" + kUpgrade}},
      ECONNREFUSED},
-    {"QueryFails", nullptr, false,
-     {{TLK_LEVEL_FATAL, std::string("tarvik: FATAL ERROR version sockopt failed: ") + strerror(EOPNOTSUPP)}}},
+    {"QueryFails",
+     nullptr,
+     false,
+     {{TLK_LEVEL_FATAL,
+       std::string("tarvik: FATAL ERROR version sockopt failed: ") + strerror(EOPNOTSUPP)}}},
 };
 
 class VersionTest : public SimTest, public ::testing::WithParamInterface<VersionCase> {};
@@ -166,7 +185,8 @@ INSTANTIATE_TEST_SUITE_P(
     Steps, ConnectFaultTest,
     ::testing::Values(
         ConnectFault{"socket", [](tarsim::Kernel &k) { k.fail_socket(EPROTONOSUPPORT); },
-                     "tarvik_connect(): Failed to open a new routing socket with errno 93\n", false},
+                     "tarvik_connect(): Failed to open a new routing socket with errno 93\n",
+                     false},
         ConnectFault{"nonblock", [](tarsim::Kernel &k) { k.fail_fcntl(F_SETFL, EBADF); },
                      "tarvik_connect(): Failed to set nonblocking behaviour on the socket with "
                      "errno 9\n",
@@ -224,7 +244,8 @@ TEST_F(OpenSessionTest, SetBuffersRefusesSizesBelowOneWithDistinctWords) {
   EXPECT_EQ(tarvik_set_buffers(c, 100, 0), EINVAL);
   ASSERT_EQ(log.lines.size(), 2u);
   EXPECT_EQ(log.lines[0].text, "tarvik: ERROR Attempted to set an invalid send buffer size 0\n");
-  EXPECT_EQ(log.lines[1].text, "tarvik: ERROR Attempted  to set an invalid receive buffer size 0\n");
+  EXPECT_EQ(log.lines[1].text,
+            "tarvik: ERROR Attempted  to set an invalid receive buffer size 0\n");
   EXPECT_EQ(kernel.option_u32(fd, SOL_SOCKET, SO_SNDBUF), 524288u) << "socket untouched";
   EXPECT_EQ(tarvik_set_buffers(nullptr, 1, 1), EINVAL);
   EXPECT_EQ(tarvik_set_buffers(c, 4096, 8192), 0);
@@ -270,13 +291,14 @@ TEST_P(ModeTest, PassesValueOrFailsWithMinusOne) {
   EXPECT_EQ(m.set(nullptr, 1), EINVAL);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Modes, ModeTest,
-    ::testing::Values(ModeSetter{"master", tarvik_setup_master_mode, 11, "failed to set master mode "},
-                      ModeSetter{"slave", tarvik_setup_slave_mode, 8, "failed to set slave mode "},
-                      ModeSetter{"local_slave", tarvik_setup_local_slave_mode, 16,
-                                 "failed to set local slave mode "}),
-    [](const auto &p) { return std::string(p.param.name); });
+INSTANTIATE_TEST_SUITE_P(Modes, ModeTest,
+                         ::testing::Values(ModeSetter{"master", tarvik_setup_master_mode, 11,
+                                                      "failed to set master mode "},
+                                           ModeSetter{"slave", tarvik_setup_slave_mode, 8,
+                                                      "failed to set slave mode "},
+                                           ModeSetter{"local_slave", tarvik_setup_local_slave_mode,
+                                                      16, "failed to set local slave mode "}),
+                         [](const auto &p) { return std::string(p.param.name); });
 
 TEST_F(SessionTest, NullCookieAnswers) {
   tarvik_cookie_destroy(nullptr);

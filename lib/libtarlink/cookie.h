@@ -22,30 +22,29 @@ constexpr uint32_t TARVIK_ASYNC_SELECTED = 2;     // the descriptor is on the lo
 constexpr uint32_t TARVIK_ASYNC_NO_CONTEXT = 4;   // the caller polls; the loop is never touched
 
 struct tarvik_cookie {
-  int32_t fd;                       // -1 while not connected
-  uint32_t seq;                     // the session's sequence counter
-  uint8_t *version_info;            // copy of the kernel's version reply (identifier 75)
-  uint8_t *read_buffer;             // TLK_READ_BUF_SIZE landing zone (identifier 7)
-  tarvik_async_info_t *async_info;  // present once the session is asynchronous
-  uint32_t sync_mode;               // TLK_SYNC_* bits
-  tarvik_lib_error_cb lib_error_cb; // diagnostics; NULL silences the session
+  int32_t fd;                        // -1 while not connected
+  uint32_t seq;                      // the session's sequence counter
+  uint8_t *version_info;             // copy of the kernel's version reply (identifier 75)
+  uint8_t *read_buffer;              // TLK_READ_BUF_SIZE landing zone (identifier 7)
+  tarvik_async_info_t *async_info;   // present once the session is asynchronous
+  uint32_t sync_mode;                // TLK_SYNC_* bits
+  tarvik_lib_error_cb lib_error_cb;  // diagnostics; NULL silences the session
   void *lib_error_arg;
-  tarvik_seq_error_cb seq_error_cb; // sequence mismatches instead of the diagnostic
+  tarvik_seq_error_cb seq_error_cb;  // sequence mismatches instead of the diagnostic
   void *seq_error_arg;
   uint32_t comp_nh_retrieval;
-  void *unnum_info;                 // unnumbered address donor state
-  tarvik_blob_codec_fn blob_compress_cb;    // gencfg blob compression pair
+  void *unnum_info;                       // unnumbered address donor state
+  tarvik_blob_codec_fn blob_compress_cb;  // gencfg blob compression pair
   tarvik_blob_codec_fn blob_decompress_cb;
-  uint32_t num_read_msg;            // messages read per asynchronous event
-  uint8_t used_by_stats;            // statistics replies with sequence 0 pass an async session
-  uint8_t *wbuf;                    // bulk write buffer (identifier 75)
+  uint32_t num_read_msg;  // messages read per asynchronous event
+  uint8_t used_by_stats;  // statistics replies with sequence 0 pass an async session
+  uint8_t *wbuf;          // bulk write buffer (identifier 75)
   uint8_t *wbuf_cur;
   uint32_t wbuf_sz;
-  uint8_t *rbuf_data;               // bulk read buffer (identifier 75)
+  uint8_t *rbuf_data;  // bulk read buffer (identifier 75)
   uint8_t *rbuf_cur;
   uint8_t *rbuf_end;
   uint32_t rbuf_sz;
   tarvik_event_hooks_t *event_hooks;
-  uint32_t version_info_len;        // bytes of version_info the kernel returned
+  uint32_t version_info_len;  // bytes of version_info the kernel returned
 };
-

@@ -61,8 +61,8 @@ uint32_t write_bulk_iov(tarvik_cookie *cookie, tarvik_msg_iov_t *iov, uint32_t c
   const ssize_t wrote = write_sys(cookie);
   if (wrote == length) return kNone;
   if (wrote > length) {
-    tarvik_err(cookie, TLK_LEVEL_FATAL, "%s: wrote %d bytes, got %d!", kFn, static_cast<int>(length),
-               static_cast<int>(wrote));
+    tarvik_err(cookie, TLK_LEVEL_FATAL, "%s: wrote %d bytes, got %d!", kFn,
+               static_cast<int>(length), static_cast<int>(wrote));
     return kNone;
   }
   tarvik_bulkw_info_t info{};
@@ -72,8 +72,8 @@ uint32_t write_bulk_iov(tarvik_cookie *cookie, tarvik_msg_iov_t *iov, uint32_t c
     const int kept = errno;
     if (tarvik_get_bulkw_info(cookie, &info) != 0) {
       tarvik_err(cookie, TLK_LEVEL_ERROR,
-                 "%s: get_bulkw_info failed (%d) when tarvik_write_sys returned errno(%d)", kFn, errno,
-                 kept);
+                 "%s: get_bulkw_info failed (%d) when tarvik_write_sys returned errno(%d)", kFn,
+                 errno, kept);
     } else {
       taken = info.count;
       value = info.err != 0 ? static_cast<int>(info.err) : kept;
@@ -98,8 +98,8 @@ bool read_and_decode_bulk_iov(tarvik_cookie *cookie, tarvik_msg_iov_t *iov, uint
                               uint32_t count, uint32_t start, uint32_t last, uint32_t expected) {
   static const char kFn[] = "tarvik_read_and_decode_bulk_iov";
   if (start > last || start >= count || last >= count) {
-    tarvik_err(cookie, TLK_LEVEL_FATAL, "%s: Invalid input: start = %d, end = %d, range = %d\n", kFn,
-               static_cast<int>(start), static_cast<int>(last), static_cast<int>(count));
+    tarvik_err(cookie, TLK_LEVEL_FATAL, "%s: Invalid input: start = %d, end = %d, range = %d\n",
+               kFn, static_cast<int>(start), static_cast<int>(last), static_cast<int>(count));
     return false;
   }
   if (cookie->wbuf == nullptr || cookie->rbuf_data == nullptr) {
@@ -156,14 +156,15 @@ bool read_and_decode_bulk_iov(tarvik_cookie *cookie, tarvik_msg_iov_t *iov, uint
         // The kernel sent more than was asked for.
         const uint32_t victim = first_decoded != kNone ? first_decoded : i;
         if (victim >= count) {
-          tarvik_err(cookie, TLK_LEVEL_FATAL, "%s: attempt to write to idx %d when size of iov is %d\n",
+          tarvik_err(cookie, TLK_LEVEL_FATAL,
+                     "%s: attempt to write to idx %d when size of iov is %d\n",
                      "tarvik_set_iov_err", static_cast<int>(victim), static_cast<int>(count));
         } else {
           iov[victim].read_err = EINVAL;
         }
         tarvik_err(cookie, TLK_LEVEL_ERROR,
-                   "%s: %d bytes to read and %d of %d msgs were read while end of iov(%d-%d)\n", kFn,
-                   static_cast<int>(block_end - cookie->rbuf_cur), static_cast<int>(decoded),
+                   "%s: %d bytes to read and %d of %d msgs were read while end of iov(%d-%d)\n",
+                   kFn, static_cast<int>(block_end - cookie->rbuf_cur), static_cast<int>(decoded),
                    static_cast<int>(expected), static_cast<int>(start), static_cast<int>(last));
         return false;
       }
@@ -215,7 +216,8 @@ TLK_EXPORT int tarvik_set_sync_mode(tarvik_cookie *cookie, uint32_t mode) {
     return -1;
   }
   cookie->wbuf_cur = cookie->wbuf;
-  cookie->rbuf_data = static_cast<uint8_t *>(tarvik_size_alloc(cookie, static_cast<size_t>(recv_size)));
+  cookie->rbuf_data =
+      static_cast<uint8_t *>(tarvik_size_alloc(cookie, static_cast<size_t>(recv_size)));
   if (cookie->rbuf_data == nullptr) {
     // The send buffer stays: a retry then ends at the "already been set" check.
     tarvik_err(cookie, TLK_LEVEL_ERROR, "%s: Failed to allocate rbuf", kFn);
@@ -231,8 +233,8 @@ TLK_EXPORT int tarvik_set_bulk_buffer(tarvik_cookie *cookie, uint32_t size) {
   if (cookie == nullptr || (cookie->sync_mode & TLK_SYNC_BULK_ENABLE) == 0) return EINVAL;
   void *grown = tarvik_realloc(MEMID_TARVIK_MSG, cookie->wbuf, size);
   if (grown == nullptr) {
-    tarvik_err(cookie, TLK_LEVEL_ERROR, "%s: Failed to re-allocate wbuf %s", "tarvik_set_bulk_buffer",
-               strerror(errno));
+    tarvik_err(cookie, TLK_LEVEL_ERROR, "%s: Failed to re-allocate wbuf %s",
+               "tarvik_set_bulk_buffer", strerror(errno));
     return ENOMEM;
   }
   cookie->wbuf = static_cast<uint8_t *>(grown);
@@ -244,7 +246,8 @@ TLK_EXPORT int tarvik_set_bulk_buffer(tarvik_cookie *cookie, uint32_t size) {
 TLK_EXPORT int tarvik_get_bulkw_info(tarvik_cookie *cookie, tarvik_bulkw_info_t *info) {
   if (cookie == nullptr || info == nullptr) return EINVAL;
   socklen_t len = sizeof *info;
-  const int rc = tlk::platform::ops().getsockopt(cookie->fd, TLK_SOL_ROUTE, TLK_SO_BULKW_INFO, info, &len);
+  const int rc =
+      tlk::platform::ops().getsockopt(cookie->fd, TLK_SOL_ROUTE, TLK_SO_BULKW_INFO, info, &len);
   if (rc != 0) {
     const int err = errno;
     tarvik_err(cookie, TLK_LEVEL_ERROR, "Failed to get bulk write info %s", strerror(err));
@@ -258,12 +261,14 @@ TLK_EXPORT int tarvik_set_io_min_elapse(tarvik_cookie *cookie, uint32_t value, i
   const tlk_platform &os = tlk::platform::ops();
   if (type == 0) {
     if (os.setsockopt(cookie->fd, TLK_SOL_ROUTE, TLK_SO_SYNC_ELAPSE, &value, sizeof value) < 0) {
-      tarvik_err(cookie, TLK_LEVEL_ERROR, "failed to set sync snd min elapsed time %s", strerror(errno));
+      tarvik_err(cookie, TLK_LEVEL_ERROR, "failed to set sync snd min elapsed time %s",
+                 strerror(errno));
       return -1;
     }
   } else if (type == 1) {
     if (os.setsockopt(cookie->fd, TLK_SOL_ROUTE, TLK_SO_ASYNC_ELAPSE, &value, sizeof value) < 0) {
-      tarvik_err(cookie, TLK_LEVEL_ERROR, "failed to set asnyc rcv min elapsed time %s", strerror(errno));
+      tarvik_err(cookie, TLK_LEVEL_ERROR, "failed to set asnyc rcv min elapsed time %s",
+                 strerror(errno));
       return -1;
     }
   } else {
@@ -281,8 +286,8 @@ TLK_EXPORT void tarvik_set_iov_err(tarvik_cookie *cookie, tarvik_msg_iov_t *iov,
     return;
   }
   if (index >= count) {
-    tarvik_err(cookie, TLK_LEVEL_FATAL, "%s: attempt to write to idx %d when size of iov is %d\n", kFn,
-               static_cast<int>(index), static_cast<int>(count));
+    tarvik_err(cookie, TLK_LEVEL_FATAL, "%s: attempt to write to idx %d when size of iov is %d\n",
+               kFn, static_cast<int>(index), static_cast<int>(count));
     return;
   }
   int32_t &target = is_write != 0 ? iov[index].write_err : iov[index].read_err;
@@ -350,7 +355,8 @@ TLK_EXPORT int tarvik_msg_writev_idl(tarvik_cookie *cookie, uint32_t count, tarv
       if (failed - 1 < last) last = failed - 1;
       expected = count_expected(iov, start, last);
     }
-    if (expected > 0 && !read_and_decode_bulk_iov(cookie, iov, masks, count, start, last, expected)) {
+    if (expected > 0 &&
+        !read_and_decode_bulk_iov(cookie, iov, masks, count, start, last, expected)) {
       stop = true;
     }
     cookie->wbuf_cur = cookie->wbuf;

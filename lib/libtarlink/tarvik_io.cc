@@ -22,7 +22,8 @@ int raw_read(tarvik_cookie *cookie, uint8_t *buf, size_t *length) {
   const ssize_t count = tlk::platform::ops().read(cookie->fd, buf, *length);
   if (count < 0) {
     const int err = errno;
-    if (err != EAGAIN) tarvik_err(cookie, TLK_LEVEL_FATAL, "read failed: (%d) %s", err, strerror(err));
+    if (err != EAGAIN)
+      tarvik_err(cookie, TLK_LEVEL_FATAL, "read failed: (%d) %s", err, strerror(err));
     return err;
   }
   // Frames are not length-checked here: their length lives in the frame head.
@@ -111,7 +112,8 @@ TLK_EXPORT int tarvik_msg_read(tarvik_cookie *cookie, void *dest, size_t *length
   const int err = raw_read(cookie, cookie->read_buffer, &len);
   if (err != 0) return err;
   if (len < TLK_MIN_MSG_LEN) {
-    tarvik_err(cookie, TLK_LEVEL_FATAL, "msg read too small for header: %d\n", static_cast<int>(len));
+    tarvik_err(cookie, TLK_LEVEL_FATAL, "msg read too small for header: %d\n",
+               static_cast<int>(len));
     return EIO;
   }
   if (len > TLK_MSG_BUF_SIZE) {
@@ -145,7 +147,8 @@ TLK_EXPORT int tarvik_long_msg_read(tarvik_cookie *cookie, void **buffer, size_t
   size_t len = peeked;
   int err = raw_read(cookie, msg, &len);
   if (err == 0 && len < TLK_MIN_MSG_LEN) {
-    tarvik_err(cookie, TLK_LEVEL_FATAL, "msg read too small for header: %d\n", static_cast<int>(len));
+    tarvik_err(cookie, TLK_LEVEL_FATAL, "msg read too small for header: %d\n",
+               static_cast<int>(len));
     err = EIO;
   }
   if (err != 0) {

@@ -61,7 +61,8 @@ int long_read_idl(tarvik_cookie *cookie, void **msg, void **mask, void *area, si
   void *buf = nullptr;
   size_t len = 0;
   int result = tarvik_long_msg_read(cookie, &buf, &len);
-  if (result == 0) result = map_decode(decode(cookie, buf, len, msg, mask, area, area_size), neg, pos);
+  if (result == 0)
+    result = map_decode(decode(cookie, buf, len, msg, mask, area, area_size), neg, pos);
   tarvik_msg_free(cookie, buf);  // also after a sequence mismatch: the message isn't decoded
   return result;
 }
@@ -103,7 +104,8 @@ TLK_EXPORT int tarvik_long_msg_read_idl_pa(tarvik_cookie *cookie, void **msg, vo
     clear_outs(msg, mask);
     return EINVAL;
   }
-  return long_read_idl(cookie, msg, mask, area, area_size, NegativeMap::kEinval, PositiveMap::kZero);
+  return long_read_idl(cookie, msg, mask, area, area_size, NegativeMap::kEinval,
+                       PositiveMap::kZero);
 }
 
 }  // extern "C"

@@ -22,7 +22,8 @@ static_assert(sizeof(tarvik_mem_cnt_t) == 20, "an entry is five words");
 
 // XOR of the counter's four bytes, or 0xBE where that is zero: a valid check byte is never 0.
 uint8_t check_byte(uint32_t counter) {
-  const uint8_t x = static_cast<uint8_t>(counter ^ (counter >> 8) ^ (counter >> 16) ^ (counter >> 24));
+  const uint8_t x =
+      static_cast<uint8_t>(counter ^ (counter >> 8) ^ (counter >> 16) ^ (counter >> 24));
   return x == 0 ? 0xBE : x;
 }
 
@@ -137,9 +138,13 @@ TLK_EXPORT void tarvik_msg_free(tarvik_cookie *cookie, void *block) {
   tarvik_free(MEMID_TARVIK_MSG, block);
 }
 
-TLK_EXPORT void *tarvik_malloc_cb(size_t size) { return tarvik_malloc(MEMID_TARVIK_DECODE, size); }
+TLK_EXPORT void *tarvik_malloc_cb(size_t size) {
+  return tarvik_malloc(MEMID_TARVIK_DECODE, size);
+}
 
-TLK_EXPORT void tarvik_free_cb(void *block) { tarvik_free(MEMID_TARVIK_DECODE, block); }
+TLK_EXPORT void tarvik_free_cb(void *block) {
+  tarvik_free(MEMID_TARVIK_DECODE, block);
+}
 
 TLK_EXPORT void *tarvik_malloc_itable(const uint16_t *memid, size_t size) {
   const uint16_t id = memid ? *memid : 0;

@@ -74,7 +74,8 @@ bool negotiate_versions(tarvik_cookie *cookie, const uint8_t *reply) {
 extern "C" {
 
 TLK_EXPORT tarvik_cookie *tarvik_cookie_create(void) {
-  auto *cookie = static_cast<tarvik_cookie *>(tarvik_malloc(MEMID_TARVIK_COOKIE, sizeof(tarvik_cookie)));
+  auto *cookie =
+      static_cast<tarvik_cookie *>(tarvik_malloc(MEMID_TARVIK_COOKIE, sizeof(tarvik_cookie)));
   if (cookie == nullptr) {
     tarvik_err(nullptr, TLK_LEVEL_ERROR, "Failed to allocate memory for tarvik_cookie\n");
     return nullptr;
@@ -83,16 +84,20 @@ TLK_EXPORT tarvik_cookie *tarvik_cookie_create(void) {
   cookie->fd = -1;
   cookie->seq = 1;
   cookie->lib_error_cb = tarvik_lib_error;
-  cookie->read_buffer = static_cast<uint8_t *>(tarvik_malloc(MEMID_TARVIK_READ_BUFFER, TLK_READ_BUF_SIZE));
+  cookie->read_buffer =
+      static_cast<uint8_t *>(tarvik_malloc(MEMID_TARVIK_READ_BUFFER, TLK_READ_BUF_SIZE));
   if (cookie->read_buffer == nullptr) {
-    tarvik_err(nullptr, TLK_LEVEL_ERROR, "Failed to allocate memory for tarvik cookie read_buffer\n");
+    tarvik_err(nullptr, TLK_LEVEL_ERROR,
+               "Failed to allocate memory for tarvik cookie read_buffer\n");
     tarvik_free(MEMID_TARVIK_COOKIE, cookie);
     return nullptr;
   }
   return cookie;
 }
 
-TLK_EXPORT tarvik_cookie *tarvik_open_nc(void) { return tarvik_cookie_create(); }
+TLK_EXPORT tarvik_cookie *tarvik_open_nc(void) {
+  return tarvik_cookie_create();
+}
 
 TLK_EXPORT tarvik_cookie *tarvik_set_defaults(tarvik_cookie *cookie, uint32_t sender_id) {
   if (cookie == nullptr || cookie->fd != -1) return connect_fail(cookie);
@@ -100,8 +105,8 @@ TLK_EXPORT tarvik_cookie *tarvik_set_defaults(tarvik_cookie *cookie, uint32_t se
 
   const int fd = os.socket(TLK_PF_ROUTE, TLK_SOCK_SEQPACKET, 0);
   if (fd < 0) {
-    tarvik_err(cookie, TLK_LEVEL_ERROR,
-               "%s(): Failed to open a new routing socket with errno %u\n", kConnect, errno);
+    tarvik_err(cookie, TLK_LEVEL_ERROR, "%s(): Failed to open a new routing socket with errno %u\n",
+               kConnect, errno);
     return connect_fail(cookie);
   }
   cookie->fd = fd;
@@ -181,7 +186,9 @@ TLK_EXPORT void tarvik_cookie_destroy(tarvik_cookie *cookie) {
   tarvik_free(MEMID_TARVIK_COOKIE, cookie);
 }
 
-TLK_EXPORT void tarvik_close(tarvik_cookie *cookie) { tarvik_cookie_destroy(cookie); }
+TLK_EXPORT void tarvik_close(tarvik_cookie *cookie) {
+  tarvik_cookie_destroy(cookie);
+}
 
 TLK_EXPORT int tarvik_set_buffers(tarvik_cookie *cookie, int32_t send_size, int32_t recv_size) {
   if (cookie == nullptr) return EINVAL;
@@ -205,12 +212,16 @@ TLK_EXPORT int tarvik_set_buffers(tarvik_cookie *cookie, int32_t send_size, int3
     return EINVAL;
   }
   const tlk_platform &os = tlk::platform::ops();
-  if (os.setsockopt(cookie->fd, SOL_SOCKET, SO_SNDBUF, &send_size, sizeof send_size) < 0) return errno;
-  if (os.setsockopt(cookie->fd, SOL_SOCKET, SO_RCVBUF, &recv_size, sizeof recv_size) < 0) return errno;
+  if (os.setsockopt(cookie->fd, SOL_SOCKET, SO_SNDBUF, &send_size, sizeof send_size) < 0)
+    return errno;
+  if (os.setsockopt(cookie->fd, SOL_SOCKET, SO_RCVBUF, &recv_size, sizeof recv_size) < 0)
+    return errno;
 
   // The bulk read buffer follows the receive buffer, so one read always fits it.
-  if ((cookie->sync_mode & TLK_SYNC_BULK_ENABLE) || (async != nullptr && cookie->rbuf_data != nullptr)) {
-    void *grown = tarvik_realloc(MEMID_TARVIK_MSG, cookie->rbuf_data, static_cast<size_t>(recv_size));
+  if ((cookie->sync_mode & TLK_SYNC_BULK_ENABLE) ||
+      (async != nullptr && cookie->rbuf_data != nullptr)) {
+    void *grown =
+        tarvik_realloc(MEMID_TARVIK_MSG, cookie->rbuf_data, static_cast<size_t>(recv_size));
     if (grown == nullptr) {
       tarvik_err(cookie, TLK_LEVEL_ERROR, "%s: Failed to re-allocate rbuf %s", "tarvik_set_buffers",
                  strerror(errno));
@@ -226,7 +237,8 @@ TLK_EXPORT int tarvik_set_sender_id(tarvik_cookie *cookie, uint32_t sender_id) {
   if (cookie == nullptr) return EINVAL;
   const uint8_t id = static_cast<uint8_t>(sender_id);
   if (tlk::platform::ops().setsockopt(cookie->fd, TLK_SOL_ROUTE, TLK_SO_SENDER_ID, &id, 1) < 0) {
-    tarvik_err(cookie, TLK_LEVEL_WARNING, "setsockopt(ROUTE_SENDER_ID) failed, %s", strerror(errno));
+    tarvik_err(cookie, TLK_LEVEL_WARNING, "setsockopt(ROUTE_SENDER_ID) failed, %s",
+               strerror(errno));
   }
   return 0;
 }
@@ -236,7 +248,8 @@ TLK_EXPORT int tarvik_set_lr_id(tarvik_cookie *cookie, uint32_t lr_id) {
   if (cookie == nullptr) return EINVAL;
   const uint16_t id = static_cast<uint16_t>(lr_id);
   if (tlk::platform::ops().setsockopt(cookie->fd, TLK_SOL_ROUTE, TLK_SO_LR_ID, &id, 2) < 0) {
-    tarvik_err(cookie, TLK_LEVEL_WARNING, "setsockopt(ROUTE_SENDER_ID) failed, %s", strerror(errno));
+    tarvik_err(cookie, TLK_LEVEL_WARNING, "setsockopt(ROUTE_SENDER_ID) failed, %s",
+               strerror(errno));
   }
   return 0;
 }
@@ -247,7 +260,9 @@ TLK_EXPORT int tarvik_setsockopt(tarvik_cookie *cookie, int option, const void *
   return tlk::platform::ops().setsockopt(cookie->fd, TLK_SOL_ROUTE, option, value, length);
 }
 
-TLK_EXPORT int tarvik_getsockfd(tarvik_cookie *cookie) { return cookie ? cookie->fd : EINVAL; }
+TLK_EXPORT int tarvik_getsockfd(tarvik_cookie *cookie) {
+  return cookie ? cookie->fd : EINVAL;
+}
 
 TLK_EXPORT const uint8_t *tarvik_get_tarlink_version_info(tarvik_cookie *cookie) {
   return cookie ? cookie->version_info : nullptr;

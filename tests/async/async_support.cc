@@ -30,18 +30,24 @@ std::vector<uint8_t> Recorder::types() const {
 
 std::string kind_name(Kind k) {
   switch (k) {
-    case Kind::Own: return "Own";
-    case Kind::Shared: return "Shared";
-    case Kind::NoContext: return "NoContext";
+    case Kind::Own:
+      return "Own";
+    case Kind::Shared:
+      return "Shared";
+    case Kind::NoContext:
+      return "NoContext";
   }
   return "?";
 }
 
 int make_async(tarvik_cookie *cookie, Kind kind, evContext shared) {
   switch (kind) {
-    case Kind::Own: return tarvik_create_async_context(cookie);
-    case Kind::Shared: return tarvik_set_async_context(cookie, shared);
-    case Kind::NoContext: return tarvik_set_async_info_nocontext(cookie, nullptr);
+    case Kind::Own:
+      return tarvik_create_async_context(cookie);
+    case Kind::Shared:
+      return tarvik_set_async_context(cookie, shared);
+    case Kind::NoContext:
+      return tarvik_set_async_info_nocontext(cookie, nullptr);
   }
   return -1;
 }

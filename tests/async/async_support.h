@@ -20,8 +20,8 @@ struct Heard {
 
 struct Recorder {
   std::vector<Heard> heard;
-  evContext break_ctx{};  // when set, every message breaks this loop
-  size_t break_after = 0; // ... once this many were heard (0: never)
+  evContext break_ctx{};   // when set, every message breaks this loop
+  size_t break_after = 0;  // ... once this many were heard (0: never)
   // The handler: records, then frees the message as a handler must.
   static int handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t word);
   std::vector<uint8_t> types() const;

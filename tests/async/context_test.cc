@@ -233,7 +233,8 @@ TEST_F(ContextTest, RefusedListenBitsLeaveBothSidesAsTheyWere) {
   EXPECT_EQ(tarvik_iflm_async_register(c, nullptr, noop_handler), -1);
   EXPECT_EQ(errno, EPERM);
   ASSERT_EQ(log.count(TLK_LEVEL_ERROR), 1u);
-  EXPECT_EQ(log.lines[0].text, std::string("tarvik: ERROR failed to set listen bit ") + strerror(EPERM));
+  EXPECT_EQ(log.lines[0].text,
+            std::string("tarvik: ERROR failed to set listen bit ") + strerror(EPERM));
   // Neither the slot nor the bit stayed: a second try fills the one and sends the other.
   kernel.clear_faults();
   EXPECT_EQ(tarvik_iflm_async_register(c, nullptr, noop_handler), 0);
@@ -280,7 +281,8 @@ TEST_F(ContextTest, ModeValidation) {
   kernel.fail_option(TLK_SOL_ROUTE, TLK_SO_ASYNC_MODE, EIO);
   EXPECT_EQ(tarvik_set_async_mode(c, 1), -1);
   EXPECT_EQ(c->async_info->mode, 0x1ff9fu) << "the refused mode is not kept";
-  EXPECT_TRUE(log.contains(std::string("failed to set async mode bits=0x1, error=") + strerror(EIO)));
+  EXPECT_TRUE(
+      log.contains(std::string("failed to set async mode bits=0x1, error=") + strerror(EIO)));
 }
 
 TEST_F(ContextTest, BulkModeRaisesTheBufferFloor) {
@@ -357,7 +359,8 @@ TEST_F(ContextTest, RouteUnregisterDropsSharedClassBitAndCanComeBack) {
   ASSERT_EQ(tarvik_rtm_async_register(c, nullptr, noop_handler), 0);
   ASSERT_EQ(tarvik_ifdm_async_register(c, nullptr, noop_handler), 0);
   EXPECT_EQ(tarvik_rtm_async_unregister(c), 0);
-  EXPECT_EQ(tarvik_rtclass_async_register(c, nullptr, noop_handler), EINVAL) << "the class slot stays";
+  EXPECT_EQ(tarvik_rtclass_async_register(c, nullptr, noop_handler), EINVAL)
+      << "the class slot stays";
   // The filter record: the listen mask after the drop, filter bytes 0..7 zero, the dropped low
   // and high words, and zeros to the end.
   auto rec = kernel.option(fd, TLK_SOL_ROUTE, TLK_SO_FILTERS);
@@ -445,8 +448,11 @@ TEST_F(ContextTest, TeardownFailureOfOwnContextKeepsEverything) {
 
 TEST_F(ContextTest, TeardownLeavesSubtypeTablesOnPurpose) {
   nocontext();
-  ASSERT_EQ(tarvik_async_subtype_handler_register(c, 85, 2, 4, 24, 0, 0, 0, &r, Recorder::handler), 0);
-  ASSERT_EQ(tarvik_async_subtype_handler_register(c, 47, 0, 3, 24, 1, 0x1000000, 0, &r, Recorder::handler), 0);
+  ASSERT_EQ(tarvik_async_subtype_handler_register(c, 85, 2, 4, 24, 0, 0, 0, &r, Recorder::handler),
+            0);
+  ASSERT_EQ(tarvik_async_subtype_handler_register(c, 47, 0, 3, 24, 1, 0x1000000, 0, &r,
+                                                  Recorder::handler),
+            0);
   ASSERT_EQ(tarvik_ifdm_async_register(c, nullptr, noop_handler), 0);
   // Two subtype tables stay; their records and every slot went.
   close_abandoning(2);
@@ -456,13 +462,17 @@ TEST_F(ContextTest, SubtypeRegistrationRules) {
   nocontext();
   EXPECT_EQ(tarvik_async_subtype_handler_register(c, 85, 0, 1, 24, 0, 0, 0, &r, nullptr), EINVAL);
   // A subtype at or past the count is refused, and both blocks go back.
-  EXPECT_EQ(tarvik_async_subtype_handler_register(c, 85, 1, 1, 24, 0, 0, 0, &r, Recorder::handler), EINVAL);
+  EXPECT_EQ(tarvik_async_subtype_handler_register(c, 85, 1, 1, 24, 0, 0, 0, &r, Recorder::handler),
+            EINVAL);
   // Out of range type: refused by the setup routine; nothing stays allocated.
-  EXPECT_EQ(tarvik_async_subtype_handler_register(c, 111, 0, 1, 24, 0, 0, 0, &r, Recorder::handler), EINVAL);
-  ASSERT_EQ(tarvik_async_subtype_handler_register(c, 85, 2, 4, 30, 0, 0, 0, &r, Recorder::handler), 0);
+  EXPECT_EQ(tarvik_async_subtype_handler_register(c, 111, 0, 1, 24, 0, 0, 0, &r, Recorder::handler),
+            EINVAL);
+  ASSERT_EQ(tarvik_async_subtype_handler_register(c, 85, 2, 4, 30, 0, 0, 0, &r, Recorder::handler),
+            0);
   // The slot is taken: another subtype of the same type, or the two single-entry families of
   // type 85, are quiet no-ops.
-  EXPECT_EQ(tarvik_async_subtype_handler_register(c, 85, 1, 4, 30, 0, 0, 0, &r, Recorder::handler), 0);
+  EXPECT_EQ(tarvik_async_subtype_handler_register(c, 85, 1, 4, 30, 0, 0, 0, &r, Recorder::handler),
+            0);
   EXPECT_EQ(tarvik_ifsclim_async_register(c, &r, Recorder::handler), 0);
   EXPECT_EQ(tarvik_ifstate_eochain_register(c, &r, Recorder::handler), 0);
   // Only subtype 2, at offset 30, reaches the handler.

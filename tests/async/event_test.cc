@@ -53,7 +53,8 @@ TEST_P(KindTest, SequenceGapIsDeliveredAndResynchronises) {
   EXPECT_EQ(r.heard.size(), 1u);
   EXPECT_EQ(c->seq, expected + 6);
   ASSERT_EQ(log.count(TLK_LEVEL_ERROR), 1u);
-  EXPECT_EQ(log.lines[0].text, "tarvik: ERROR async message seq mismatch: (" + std::to_string(expected) +
+  EXPECT_EQ(log.lines[0].text, "tarvik: ERROR async message seq mismatch: (" +
+                                   std::to_string(expected) +
                                    " != " + std::to_string(expected + 5) + ")\n");
 }
 
@@ -103,7 +104,8 @@ TEST_P(KindTest, FramesAreDecodedCountedAndNeverSequenceChecked) {
   const uint32_t seq = c->seq;
   // A frame's own sequence is never compared; each decoded frame still moves the counter by one,
   // so the raw message after two frames is expected at seq + 2.
-  ASSERT_TRUE(kernel.push(fd, cat({marker_frame(c, 0xC0FFEE, 999), marker_frame(c, 7, 3), raw(5, 8, 2)})));
+  ASSERT_TRUE(
+      kernel.push(fd, cat({marker_frame(c, 0xC0FFEE, 999), marker_frame(c, 7, 3), raw(5, 8, 2)})));
   EXPECT_EQ(drive(c, GetParam()), 0);
   EXPECT_EQ(markers.values, (std::vector<uint32_t>{0xC0FFEE, 7}));
   EXPECT_EQ(markers.words, (std::vector<uintptr_t>{0, 0}));
@@ -112,7 +114,8 @@ TEST_P(KindTest, FramesAreDecodedCountedAndNeverSequenceChecked) {
   EXPECT_TRUE(log.lines.empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, KindTest, ::testing::Values(Kind::Own, Kind::Shared, Kind::NoContext),
+INSTANTIATE_TEST_SUITE_P(Kinds, KindTest,
+                         ::testing::Values(Kind::Own, Kind::Shared, Kind::NoContext),
                          [](const auto &param_info) { return kind_name(param_info.param); });
 
 // ---- The rules, with the caller polling --------------------------------------------------------
@@ -172,7 +175,8 @@ TEST_F(EventTest, CorruptedLengthThenAnEmptySocket) {
 TEST_F(EventTest, ReadLimitCountsReadsNotMessages) {
   nocontext();
   ASSERT_EQ(tarvik_ifdm_async_register(c, &r, Recorder::handler), 0);
-  for (uint32_t i = 0; i < 3; ++i) ASSERT_TRUE(kernel.push(fd, cat({raw(5, 8, 2 * i), raw(5, 8, 2 * i + 1)})));
+  for (uint32_t i = 0; i < 3; ++i)
+    ASSERT_TRUE(kernel.push(fd, cat({raw(5, 8, 2 * i), raw(5, 8, 2 * i + 1)})));
   for (uint32_t limit : {0u, 1u}) {
     tarvik_async_set_num_read_msg(c, limit);
     const size_t before = r.heard.size();
@@ -214,7 +218,7 @@ TEST_F(EventTest, TypesAbove109AreUnknownEvenWithASlotAt110) {
   EXPECT_TRUE(log.contains("received async message of unknown type: 110\n"));
   EXPECT_TRUE(log.contains("received async message of unknown type: 200\n"));
   EXPECT_EQ(errno, EOPNOTSUPP);  // the last message's failure; the read limit ended the call
-  close_abandoning(1);  // the slot at 110 is never visited by the teardown
+  close_abandoning(1);           // the slot at 110 is never visited by the teardown
 }
 
 TEST_F(EventTest, StatisticsReplyWithSequenceZeroPassesWithoutMovingSeq) {
@@ -252,7 +256,8 @@ TEST_F(EventTest, SequenceCallbackReplacesTheDiagnostic) {
   ASSERT_EQ(tarvik_seq_error_register(c, &calls, SeqCalls::cb), 0);
   ASSERT_EQ(tarvik_ifdm_async_register(c, &r, Recorder::handler), 0);
   c->seq = 10;
-  ASSERT_TRUE(kernel.push(fd, cat({tarsim::raw_message(5, 1, 12, Bytes(4, 0)), tarsim::raw_message(5, 1, 13, Bytes(4, 0))})));
+  ASSERT_TRUE(kernel.push(fd, cat({tarsim::raw_message(5, 1, 12, Bytes(4, 0)),
+                                   tarsim::raw_message(5, 1, 13, Bytes(4, 0))})));
   EXPECT_EQ(tarvik_async_event_process(c), 0);
   EXPECT_EQ(r.heard.size(), 2u);
   EXPECT_EQ(calls.calls, (std::vector<std::pair<uint32_t, uint32_t>>{{10, 12}}));
@@ -280,7 +285,8 @@ TEST_F(EventTest, ReadErrorAfterDeliveriesStandsAndIsReturned) {
   EXPECT_EQ(tarvik_async_event_process(c), -1);
   EXPECT_EQ(errno, ECONNRESET);
   EXPECT_EQ(r.heard.size(), 1u);
-  EXPECT_TRUE(log.contains("FATAL ERROR read failed: (" + std::to_string(ECONNRESET) + ") " + strerror(ECONNRESET)));
+  EXPECT_TRUE(log.contains("FATAL ERROR read failed: (" + std::to_string(ECONNRESET) + ") " +
+                           strerror(ECONNRESET)));
 }
 
 TEST_F(EventTest, ReceiveSizeAndBufferFailures) {
@@ -289,7 +295,8 @@ TEST_F(EventTest, ReceiveSizeAndBufferFailures) {
   errno = 0;
   EXPECT_EQ(tarvik_async_event_process(c), -1);
   EXPECT_EQ(errno, EINVAL);
-  EXPECT_TRUE(log.contains(std::string("ERROR tarvik_async_event_process: Failed to get SO_RCVBUF ") + strerror(EBADF)));
+  EXPECT_TRUE(log.contains(
+      std::string("ERROR tarvik_async_event_process: Failed to get SO_RCVBUF ") + strerror(EBADF)));
   kernel.clear_option_failure(SOL_SOCKET, SO_RCVBUF);
   // The size is kept once known; an allocation failure is reported and tried again next time.
   c->rbuf_sz = 4096;
@@ -330,7 +337,8 @@ struct Hook {
   std::vector<void *> held;
   int answer = 0;
   static inline Hook *current = nullptr;
-  static int dispatch(tarvik_cookie *, tarvik_async_reg_t *slot, void *msg, uintptr_t word, int is_idl) {
+  static int dispatch(tarvik_cookie *, tarvik_async_reg_t *slot, void *msg, uintptr_t word,
+                      int is_idl) {
     EXPECT_EQ(word, 0u);
     current->calls.emplace_back(slot, is_idl);
     current->held.push_back(msg);
@@ -361,7 +369,8 @@ TEST_F(EventTest, HookedModeHandsEachMessageToTheHook) {
   EXPECT_EQ(hook.calls[0].first->arg, &r) << "the device registration's slot";
   EXPECT_EQ(hook.calls[0].second, 0);
   bool enqueued = false;
-  for (const auto &l : os.syslog) enqueued |= l.text == "tarvik_async_process_msg, Enqueueing tarlink message - non-idl\n\n";
+  for (const auto &l : os.syslog)
+    enqueued |= l.text == "tarvik_async_process_msg, Enqueueing tarlink message - non-idl\n\n";
   EXPECT_TRUE(enqueued);
   // A refusal is the message's failure; the copy stays with the hook.
   hook.answer = EBUSY;
@@ -401,7 +410,8 @@ TEST_F(EventTest, FramesWithoutAHandlerOrRefusedByTheHookAreReleased) {
   EXPECT_EQ(hook.calls[0].first->arg, &markers) << "the marker registration's slot";
   EXPECT_TRUE(markers.values.empty());
   bool enqueued = false;
-  for (const auto &l : os.syslog) enqueued |= l.text == "tarvik_async_process_msg, Enqueueing tarlink message - idl\n\n";
+  for (const auto &l : os.syslog)
+    enqueued |= l.text == "tarvik_async_process_msg, Enqueueing tarlink message - idl\n\n";
   EXPECT_TRUE(enqueued);
   hook.held.clear();  // released by the engine already; the leak check proves it
   tarvik_close(c);    // while the hook table still lives
@@ -444,23 +454,27 @@ TEST_F(EventTest, DebugLinesNameTheRoutineAndTheProgram) {
 
 TEST_F(EventTest, SubtypeDispatch) {
   nocontext();
-  ASSERT_EQ(tarvik_async_subtype_handler_register(c, 85, 1, 3, 24, 0, 0, 0, &r, Recorder::handler), 0);
+  ASSERT_EQ(tarvik_async_subtype_handler_register(c, 85, 1, 3, 24, 0, 0, 0, &r, Recorder::handler),
+            0);
   auto with_subtype = [&](uint8_t sub, uint32_t ahead) {
     Bytes m = raw(85, 8, ahead);
     m[24] = sub;
     return m;
   };
   Bytes too_short = raw(85, 0, 3);  // 24 bytes: no byte at offset 24
-  ASSERT_TRUE(kernel.push(fd, cat({with_subtype(1, 0), with_subtype(0, 1), with_subtype(3, 2), too_short})));
+  ASSERT_TRUE(kernel.push(
+      fd, cat({with_subtype(1, 0), with_subtype(0, 1), with_subtype(3, 2), too_short})));
   EXPECT_EQ(tarvik_async_event_process(c), 0);
   ASSERT_EQ(r.heard.size(), 1u);
   EXPECT_EQ(r.heard[0].bytes[24], 1);
   // Subtype 0 has no handler: dropped without a word.  3 is past the count, and the last is short.
   ASSERT_EQ(log.lines.size(), 2u);
   EXPECT_EQ(log.lines[0].text,
-            "tarvik: ERROR received async message with invalid subtype msg_type = 85 subtype offset=24 msglen=32 subtype = 3\n");
+            "tarvik: ERROR received async message with invalid subtype msg_type = 85 subtype "
+            "offset=24 msglen=32 subtype = 3\n");
   EXPECT_EQ(log.lines[1].text,
-            "tarvik: ERROR received async message with length < needed for subtype msg_type = 85 subtype offset=24 msglen=24\n");
+            "tarvik: ERROR received async message with length < needed for subtype msg_type = 85 "
+            "subtype offset=24 msglen=24\n");
   close_abandoning(1);
 }
 

@@ -183,7 +183,8 @@ TEST_F(EvTest, SignalsRunBetweenCallbacksOnlyInTheSighdlLoop) {
     const char *name;
     int (*loop)(evContext);
     int handled_during_callback;
-  } loops[] = {{"sighdl", tlk_platform_get()->evMainLoopSyncSighdl, 0}, {"plain", tlk_ev_main_loop, 1}};
+  } loops[] = {{"sighdl", tlk_platform_get()->evMainLoopSyncSighdl, 0},
+               {"plain", tlk_ev_main_loop, 1}};
   struct sigaction sa = {}, old = {};
   sa.sa_handler = on_usr1;
   sigemptyset(&sa.sa_mask);

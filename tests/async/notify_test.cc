@@ -85,7 +85,8 @@ TEST_P(NotifyTest, WriterDoesNotHearItsOwnChange) {
   kernel.set_async_seq(tarvik_getsockfd(other), other->seq);
   tarvik_async_set_num_read_msg(other, 10);  // unpacked: one read each
   for (int op : {TLK_OP_ADD, TLK_OP_DELETE, TLK_OP_DELETEALL}) {
-    Bytes m = tarsim::raw_message(2, static_cast<uint8_t>(op), 0, Bytes(4, static_cast<uint8_t>(op)));
+    Bytes m =
+        tarsim::raw_message(2, static_cast<uint8_t>(op), 0, Bytes(4, static_cast<uint8_t>(op)));
     ASSERT_EQ(tarvik_write(both, m.data(), m.size()), 0);
   }
   EXPECT_EQ(drive(other, GetParam()), 0);
@@ -94,7 +95,8 @@ TEST_P(NotifyTest, WriterDoesNotHearItsOwnChange) {
   EXPECT_TRUE(mine.heard.empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, NotifyTest, ::testing::Values(Kind::Own, Kind::Shared, Kind::NoContext),
+INSTANTIATE_TEST_SUITE_P(Kinds, NotifyTest,
+                         ::testing::Values(Kind::Own, Kind::Shared, Kind::NoContext),
                          [](const auto &param_info) { return kind_name(param_info.param); });
 
 class StreamTest : public SimTest {
@@ -126,8 +128,10 @@ TEST_F(StreamTest, EachSessionHasItsOwnSequence) {
   b->seq = 1000;
   EXPECT_EQ(kernel.notify(5, raw_note(5)), 2u);
   EXPECT_EQ(kernel.notify(5, raw_note(5)), 2u);
-  while (tarvik_async_event_process(a) == 0) {}
-  while (tarvik_async_event_process(b) == 0) {}
+  while (tarvik_async_event_process(a) == 0) {
+  }
+  while (tarvik_async_event_process(b) == 0) {
+  }
   ASSERT_EQ(rb.heard.size(), 2u);
   EXPECT_EQ(rb.heard[0].seq, 1000u);
   EXPECT_EQ(rb.heard[1].seq, 1001u);
@@ -148,14 +152,16 @@ TEST_F(StreamTest, AGapInTheStreamIsReportedAndHealed) {
   kernel.skip_notify_seq(fd, 4);
   kernel.notify(5, raw_note(5));
   kernel.notify(5, raw_note(5));
-  while (tarvik_async_event_process(a) == 0) {}
+  while (tarvik_async_event_process(a) == 0) {
+  }
   EXPECT_EQ(r.heard.size(), 3u);
   ASSERT_EQ(log.count(TLK_LEVEL_ERROR), 1u);  // only the gap, not the message after it
   EXPECT_TRUE(log.contains("async message seq mismatch: (2 != 6)"));
 }
 
 TEST_F(StreamTest, BulkModePacksNotificationsIntoOneRead) {
-  tarvik_cookie *bulk = listener(TLK_ASYNC_BULK), *single = listener(0), *one = listener(TLK_ASYNC_BULK | TLK_ASYNC_ONE_MSG);
+  tarvik_cookie *bulk = listener(TLK_ASYNC_BULK), *single = listener(0),
+                *one = listener(TLK_ASYNC_BULK | TLK_ASYNC_ONE_MSG);
   Recorder rb, rs, ro;
   ASSERT_EQ(tarvik_rtm_async_register(bulk, &rb, Recorder::handler), 0);
   ASSERT_EQ(tarvik_rtm_async_register(single, &rs, Recorder::handler), 0);
@@ -174,9 +180,11 @@ TEST_F(StreamTest, BulkModePacksNotificationsIntoOneRead) {
   tarvik_async_set_num_read_msg(single, 10);
   EXPECT_EQ(tarvik_async_event_process(single), 0);
   EXPECT_EQ(rs.heard.size(), 10u);
-  while (tarvik_async_event_process(one) == 0) {}
+  while (tarvik_async_event_process(one) == 0) {
+  }
   EXPECT_EQ(ro.heard.size(), 25u);
-  while (tarvik_async_event_process(single) == 0) {}
+  while (tarvik_async_event_process(single) == 0) {
+  }
   EXPECT_EQ(rs.heard.size(), 25u);
   EXPECT_TRUE(log.lines.empty());
 }
@@ -212,7 +220,8 @@ TEST_F(StreamTest, UnregisterStopsRoutesThroughTheFilterAndRegisterBringsThemBac
   EXPECT_EQ(kernel.notify(5, raw_note(5)), 1u);
   ASSERT_EQ(tarvik_rtm_async_register(a, &routes, Recorder::handler), 0);
   EXPECT_EQ(kernel.notify(2, raw_note(2)), 1u);
-  while (tarvik_async_event_process(a) == 0) {}
+  while (tarvik_async_event_process(a) == 0) {
+  }
   EXPECT_EQ(routes.types(), (std::vector<uint8_t>{2, 5, 2}));
   EXPECT_EQ(classes.types(), (std::vector<uint8_t>{28}));
 }
@@ -230,8 +239,10 @@ TEST_F(StreamTest, OpaqueSubtypesChooseWhatArrives) {
     m[24] = static_cast<uint8_t>(sub);
     kernel.notify(79, m);
   }
-  while (tarvik_async_event_process(picky) == 0) {}
-  while (tarvik_async_event_process(all) == 0) {}
+  while (tarvik_async_event_process(picky) == 0) {
+  }
+  while (tarvik_async_event_process(all) == 0) {
+  }
   ASSERT_EQ(rp.heard.size(), 2u);
   EXPECT_EQ(rp.heard[0].bytes[24], 2);
   EXPECT_EQ(rp.heard[1].bytes[24], 8);

@@ -22,8 +22,10 @@ struct Row {
   uint32_t high;
 };
 
-#define PLAIN(family, low, high, ...) \
-  Row{#family, tarvik_##family##_async_register, {__VA_ARGS__}, low, high}
+#define PLAIN(family, low, high, ...)                                    \
+  Row {                                                                  \
+#family, tarvik_##family##_async_register, {__VA_ARGS__ }, low, high \
+  }
 
 std::vector<Row> rows() {
   return {
@@ -72,17 +74,61 @@ std::vector<Row> rows() {
       PLAIN(stp, 0, 0x40, 82),
       PLAIN(vlan, 0, 0x100, 84),
       // The rows of another shape, at each value of their extra argument.
-      Row{"iffm(1)", [](auto c, auto a, auto h) { return tarvik_iffm_async_register(c, 1, a, h); }, {7}, 0x10, 0},
-      Row{"iffm(4)", [](auto c, auto a, auto h) { return tarvik_iffm_async_register(c, 4, a, h); }, {7}, 0x4, 0},
-      Row{"iffm(0xfa)", [](auto c, auto a, auto h) { return tarvik_iffm_async_register(c, 0xfa, a, h); }, {7}, 0, 0},
-      Row{"ifam(1)", [](auto c, auto a, auto h) { return tarvik_ifam_async_register(c, 1, a, h); }, {8}, 0x20, 0},
-      Row{"ifam(5)", [](auto c, auto a, auto h) { return tarvik_ifam_async_register(c, 5, a, h); }, {8}, 0x28, 0},
-      Row{"sysstatsm(4)", [](auto c, auto a, auto h) { return tarvik_sysstatsm_async_register(c, 4, a, h); }, {101}, 0, 0x1000000},
-      Row{"sysstatsm(3)", [](auto c, auto a, auto h) { return tarvik_sysstatsm_async_register(c, 3, a, h); }, {101}, 0, 0},
-      Row{"qsr(0)", [](auto c, auto a, auto h) { return tarvik_qsr_async_register(c, a, h, 0); }, {80}, 0, 0x10},
-      Row{"qsr(9)", [](auto c, auto a, auto h) { return tarvik_qsr_async_register(c, a, h, 9); }, {80}, 0, 0x40000010},
-      Row{"kuack", [](auto c, auto a, auto h) { return tarvik_kuack_async_register(c, 0xffff, a, h); }, {99}, 0, 0},
-      Row{"async_opaque", [](auto c, auto a, auto h) { return tarvik_async_opaque_register(c, a, h, nullptr); }, {79}, 0, 0x8},
+      Row{"iffm(1)",
+          [](auto c, auto a, auto h) { return tarvik_iffm_async_register(c, 1, a, h); },
+          {7},
+          0x10,
+          0},
+      Row{"iffm(4)",
+          [](auto c, auto a, auto h) { return tarvik_iffm_async_register(c, 4, a, h); },
+          {7},
+          0x4,
+          0},
+      Row{"iffm(0xfa)",
+          [](auto c, auto a, auto h) { return tarvik_iffm_async_register(c, 0xfa, a, h); },
+          {7},
+          0,
+          0},
+      Row{"ifam(1)",
+          [](auto c, auto a, auto h) { return tarvik_ifam_async_register(c, 1, a, h); },
+          {8},
+          0x20,
+          0},
+      Row{"ifam(5)",
+          [](auto c, auto a, auto h) { return tarvik_ifam_async_register(c, 5, a, h); },
+          {8},
+          0x28,
+          0},
+      Row{"sysstatsm(4)",
+          [](auto c, auto a, auto h) { return tarvik_sysstatsm_async_register(c, 4, a, h); },
+          {101},
+          0,
+          0x1000000},
+      Row{"sysstatsm(3)",
+          [](auto c, auto a, auto h) { return tarvik_sysstatsm_async_register(c, 3, a, h); },
+          {101},
+          0,
+          0},
+      Row{"qsr(0)",
+          [](auto c, auto a, auto h) { return tarvik_qsr_async_register(c, a, h, 0); },
+          {80},
+          0,
+          0x10},
+      Row{"qsr(9)",
+          [](auto c, auto a, auto h) { return tarvik_qsr_async_register(c, a, h, 9); },
+          {80},
+          0,
+          0x40000010},
+      Row{"kuack",
+          [](auto c, auto a, auto h) { return tarvik_kuack_async_register(c, 0xffff, a, h); },
+          {99},
+          0,
+          0},
+      Row{"async_opaque",
+          [](auto c, auto a, auto h) { return tarvik_async_opaque_register(c, a, h, nullptr); },
+          {79},
+          0,
+          0x8},
   };
 }
 
@@ -132,7 +178,8 @@ TEST(ListenBits, KernelSideOfTheTable) {
     uint32_t type;
     int result;
     uint32_t low, high;
-  } rows[] = {{2, 0, 0x200380, 0}, {45, 0, 0x20000, 0x40000000}, {7, 0, 0x14, 0}, {79, 0, 0, 0x8},
+  } rows[] = {{2, 0, 0x200380, 0}, {45, 0, 0x20000, 0x40000000},
+              {7, 0, 0x14, 0},     {79, 0, 0, 0x8},
               {22, 0, 0, 0},       {30, -1, 0, 0}};
   for (const auto &row : rows) {
     uint32_t low = 1, high = 1;

@@ -35,7 +35,9 @@ Bytes idr_of(const tlk_msg_info &m) {
   return encode([&](uint8_t *b, uint32_t n) { return idr_encode_tlk_msg_info_0(&m, b, n); });
 }
 // The 12-byte head of an attachment: zero, arm length, selector.
-Bytes head(uint32_t selector, uint32_t arm_len = 0) { return cat({le32(0), le32(arm_len), le32(selector)}); }
+Bytes head(uint32_t selector, uint32_t arm_len = 0) {
+  return cat({le32(0), le32(arm_len), le32(selector)});
+}
 
 TEST(Attachment, SelectorsWithAnArmByFamily) {
   std::map<uint32_t, int> per_family;

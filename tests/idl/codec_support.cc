@@ -18,7 +18,8 @@ using namespace tlk::idl::internal;
 const std::vector<const Record *> &all_records() {
   static const std::vector<const Record *> v = [] {
     std::vector<const Record *> out;
-    for (size_t i = 0; i < gen::records_TARLINK_RECORDS_H_count; ++i) out.push_back(gen::records_TARLINK_RECORDS_H[i]);
+    for (size_t i = 0; i < gen::records_TARLINK_RECORDS_H_count; ++i)
+      out.push_back(gen::records_TARLINK_RECORDS_H[i]);
     for (size_t i = 0; i < gen::records_TARLINK_TEST_RECORDS_H_count; ++i)
       out.push_back(gen::records_TARLINK_TEST_RECORDS_H[i]);
     return out;
@@ -33,7 +34,9 @@ const Record *record_named(const std::string &name) {
   return nullptr;
 }
 
-Heap::~Heap() { free_all(); }
+Heap::~Heap() {
+  free_all();
+}
 
 void *Heap::alloc(uint32_t size, void *ctx) {
   auto *h = static_cast<Heap *>(ctx);
@@ -83,15 +86,21 @@ const std::vector<uint8_t> &stable_families() {
   return v;
 }
 
-uint32_t r32(std::mt19937 &rng) { return static_cast<uint32_t>(rng()); }
+uint32_t r32(std::mt19937 &rng) {
+  return static_cast<uint32_t>(rng());
+}
 
 void fill_bytes(uint8_t *p, size_t n, std::mt19937 &rng) {
   for (size_t i = 0; i < n; ++i) p[i] = static_cast<uint8_t>(r32(rng));
 }
 
-uint64_t rand64(std::mt19937 &rng) { return (uint64_t{r32(rng)} << 32) | r32(rng); }
+uint64_t rand64(std::mt19937 &rng) {
+  return (uint64_t{r32(rng)} << 32) | r32(rng);
+}
 
-bool bit_of(const void *map, const Field &f) { return (u32_at(map, f.map_word) >> f.bit) & 1u; }
+bool bit_of(const void *map, const Field &f) {
+  return (u32_at(map, f.map_word) >> f.bit) & 1u;
+}
 
 bool all_zero(const void *p, size_t n) {
   const auto *b = static_cast<const uint8_t *>(p);
@@ -103,13 +112,20 @@ bool all_zero(const void *p, size_t n) {
 
 size_t field_bytes(const Field &f) {
   switch (f.kind) {
-    case Kind::kScalar: return f.width;
-    case Kind::kGrow64: return f.width;
-    case Kind::kAf: return 1;
-    case Kind::kBytes: return f.aux;
-    case Kind::kNested: return f.sub->size;
-    case Kind::kRecArray: return size_t{f.sub->size} * f.aux;
-    default: return 0;
+    case Kind::kScalar:
+      return f.width;
+    case Kind::kGrow64:
+      return f.width;
+    case Kind::kAf:
+      return 1;
+    case Kind::kBytes:
+      return f.aux;
+    case Kind::kNested:
+      return f.sub->size;
+    case Kind::kRecArray:
+      return size_t{f.sub->size} * f.aux;
+    default:
+      return 0;
   }
 }
 
@@ -150,15 +166,26 @@ void fill_random(const Record &r, void *rec, void *map, std::mt19937 &rng, Pool 
   }
   for (uint16_t i = 0; i < r.nfields; ++i) {
     const Field &f = r.fields[i];
-    if (map != nullptr && r32(rng) % 4 != 0) set_u32(map, f.map_word, u32_at(map, f.map_word) | (1u << f.bit));
+    if (map != nullptr && r32(rng) % 4 != 0)
+      set_u32(map, f.map_word, u32_at(map, f.map_word) | (1u << f.bit));
     uint8_t *p = bytes(rec, f.offset);
     void *submap = map == nullptr ? nullptr : bytes(map, f.map_sub);
     switch (f.kind) {
-      case Kind::kScalar: fill_bytes(p, f.width, rng); break;
-      case Kind::kGrow64: store(p, f.width, rand64(rng)); break;
-      case Kind::kAf: *p = stable_families()[r32(rng) % stable_families().size()]; break;
-      case Kind::kBits: bits_set(rec, f, r32(rng)); break;
-      case Kind::kBytes: fill_bytes(p, f.aux, rng); break;
+      case Kind::kScalar:
+        fill_bytes(p, f.width, rng);
+        break;
+      case Kind::kGrow64:
+        store(p, f.width, rand64(rng));
+        break;
+      case Kind::kAf:
+        *p = stable_families()[r32(rng) % stable_families().size()];
+        break;
+      case Kind::kBits:
+        bits_set(rec, f, r32(rng));
+        break;
+      case Kind::kBytes:
+        fill_bytes(p, f.aux, rng);
+        break;
       case Kind::kBlob:
       case Kind::kScalarArray: {
         uint32_t count = r32(rng) % (f.kind == Kind::kBlob ? 24 : 5);
@@ -172,20 +199,24 @@ void fill_random(const Record &r, void *rec, void *map, std::mt19937 &rng, Pool 
         set_u32(rec, f.aux, count);
         break;
       }
-      case Kind::kNested: fill_random(*f.sub, p, submap, rng, pool, depth + 1); break;
+      case Kind::kNested:
+        fill_random(*f.sub, p, submap, rng, pool, depth + 1);
+        break;
       case Kind::kRecArray:
         for (uint32_t k = 0; k < f.aux; ++k) {
           fill_random(*f.sub, p + size_t{k} * f.sub->size,
-                      map == nullptr ? nullptr : bytes(submap, 0) + size_t{k} * f.sub->map_size, rng, pool,
-                      depth + 1);
+                      map == nullptr ? nullptr : bytes(submap, 0) + size_t{k} * f.sub->map_size,
+                      rng, pool, depth + 1);
         }
         break;
       case Kind::kListInline:
       case Kind::kListPtr: {
         uint32_t count = depth < 3 ? r32(rng) % 4 : 0;
         const bool byptr = f.kind == Kind::kListPtr;
-        uint8_t *arr = count == 0 ? nullptr : pool.get(size_t{count} * (byptr ? sizeof(void *) : f.sub->size));
-        uint8_t *emaps = (map == nullptr || count == 0) ? nullptr : pool.get(size_t{count} * f.sub->map_size);
+        uint8_t *arr =
+            count == 0 ? nullptr : pool.get(size_t{count} * (byptr ? sizeof(void *) : f.sub->size));
+        uint8_t *emaps =
+            (map == nullptr || count == 0) ? nullptr : pool.get(size_t{count} * f.sub->map_size);
         for (uint32_t k = 0; k < count; ++k) {
           void *em = emaps == nullptr ? nullptr : emaps + size_t{k} * f.sub->map_size;
           if (byptr) {
@@ -212,32 +243,40 @@ std::string compare(const Record &r, const void *want, const void *got, const vo
   if (r.choice != nullptr) {
     const Choice &c = *r.choice;
     uint32_t sw = u32_at(want, c.sel_off), sg = u32_at(got, c.sel_off);
-    if (sw != sg) return here + ": selector " + std::to_string(sw) + " came back as " + std::to_string(sg);
+    if (sw != sg)
+      return here + ": selector " + std::to_string(sw) + " came back as " + std::to_string(sg);
     const Record *arm = find_arm(c, sw);
     if (c.by_ptr) {
       const void *aw = ptr_at(want, c.arm_off), *ag = ptr_at(got, c.arm_off);
-      if (arm == nullptr) return ag == nullptr ? "" : here + ": arm of an unknown selector was decoded";
+      if (arm == nullptr)
+        return ag == nullptr ? "" : here + ": arm of an unknown selector was decoded";
       if (ag == nullptr) return here + ": arm missing";
       return compare(*arm, aw, ag, map == nullptr ? nullptr : ptr_at(map, 0), here + ".arm");
     }
     if (arm == nullptr) {
-      return all_zero(bytes(got, c.arm_off), r.size - c.arm_off) ? "" : here + ": unknown arm not left zero";
+      return all_zero(bytes(got, c.arm_off), r.size - c.arm_off)
+                 ? ""
+                 : here + ": unknown arm not left zero";
     }
-    return compare(*arm, bytes(want, c.arm_off), bytes(got, c.arm_off), map, here + "." + arm->name);
+    return compare(*arm, bytes(want, c.arm_off), bytes(got, c.arm_off), map,
+                   here + "." + arm->name);
   }
   for (uint16_t i = 0; i < r.nfields; ++i) {
     const Field &f = r.fields[i];
-    const std::string fp = here + ".field" + std::to_string(i) + "(tag " + std::to_string(f.tag) + ")";
+    const std::string fp =
+        here + ".field" + std::to_string(i) + "(tag " + std::to_string(f.tag) + ")";
     const bool present = map == nullptr || bit_of(map, f);
     const uint8_t *pw = bytes(want, f.offset), *pg = bytes(got, f.offset);
     const void *submap = map == nullptr ? nullptr : bytes(map, f.map_sub);
     if (!present) {
       bool zero;
-      if (f.kind == Kind::kBits) zero = bits_get(got, f) == 0;
-      else if (f.kind == Kind::kBlob || f.kind == Kind::kScalarArray || f.kind == Kind::kListInline ||
-               f.kind == Kind::kListPtr)
+      if (f.kind == Kind::kBits)
+        zero = bits_get(got, f) == 0;
+      else if (f.kind == Kind::kBlob || f.kind == Kind::kScalarArray ||
+               f.kind == Kind::kListInline || f.kind == Kind::kListPtr)
         zero = ptr_at(got, f.offset) == nullptr && u32_at(got, f.aux) == 0;
-      else zero = all_zero(pg, field_bytes(f));
+      else
+        zero = all_zero(pg, field_bytes(f));
       if (!zero) return fp + ": absent field is not zero";
       continue;
     }
@@ -251,12 +290,14 @@ std::string compare(const Record &r, const void *want, const void *got, const vo
         break;
       case Kind::kBits:
         if (bits_get(want, f) != bits_get(got, f))
-          return fp + ": bits " + std::to_string(bits_get(want, f)) + " came back as " + std::to_string(bits_get(got, f));
+          return fp + ": bits " + std::to_string(bits_get(want, f)) + " came back as " +
+                 std::to_string(bits_get(got, f));
         break;
       case Kind::kBlob:
       case Kind::kScalarArray: {
         uint32_t cw = u32_at(want, f.aux), cg = u32_at(got, f.aux);
-        if (cw != cg) return fp + ": count " + std::to_string(cw) + " came back as " + std::to_string(cg);
+        if (cw != cg)
+          return fp + ": count " + std::to_string(cw) + " came back as " + std::to_string(cg);
         size_t n = size_t{cw} * (f.kind == Kind::kBlob ? 1 : f.width);
         const void *dw = ptr_at(want, f.offset), *dg = ptr_at(got, f.offset);
         if (cw == 0 && dg != nullptr) return fp + ": empty data has a pointer";
@@ -270,16 +311,18 @@ std::string compare(const Record &r, const void *want, const void *got, const vo
       }
       case Kind::kRecArray:
         for (uint32_t k = 0; k < f.aux; ++k) {
-          auto s = compare(*f.sub, pw + size_t{k} * f.sub->size, pg + size_t{k} * f.sub->size,
-                           map == nullptr ? nullptr : bytes(submap, 0) + size_t{k} * f.sub->map_size,
-                           fp + "[" + std::to_string(k) + "]");
+          auto s =
+              compare(*f.sub, pw + size_t{k} * f.sub->size, pg + size_t{k} * f.sub->size,
+                      map == nullptr ? nullptr : bytes(submap, 0) + size_t{k} * f.sub->map_size,
+                      fp + "[" + std::to_string(k) + "]");
           if (!s.empty()) return s;
         }
         break;
       case Kind::kListInline:
       case Kind::kListPtr: {
         uint32_t cw = u32_at(want, f.aux), cg = u32_at(got, f.aux);
-        if (cw != cg) return fp + ": list count " + std::to_string(cw) + " came back as " + std::to_string(cg);
+        if (cw != cg)
+          return fp + ": list count " + std::to_string(cw) + " came back as " + std::to_string(cg);
         const uint8_t *aw = static_cast<const uint8_t *>(ptr_at(want, f.offset));
         const uint8_t *ag = static_cast<const uint8_t *>(ptr_at(got, f.offset));
         if (cw == 0) {
@@ -287,7 +330,8 @@ std::string compare(const Record &r, const void *want, const void *got, const vo
           break;
         }
         if (ag == nullptr) return fp + ": list pointer missing";
-        const uint8_t *emaps = map == nullptr ? nullptr : static_cast<const uint8_t *>(ptr_at(map, f.map_sub));
+        const uint8_t *emaps =
+            map == nullptr ? nullptr : static_cast<const uint8_t *>(ptr_at(map, f.map_sub));
         for (uint32_t k = 0; k < cw; ++k) {
           const void *em = emaps == nullptr ? nullptr : emaps + size_t{k} * f.sub->map_size;
           const void *ew, *eg;
@@ -322,12 +366,14 @@ std::string compare_maps(const Record &r, const void *rec, const void *map, cons
       if (gm == nullptr) return here + ": arm map missing";
       return compare_maps(*arm, ptr_at(rec, c.arm_off), ptr_at(map, 0), gm, here + ".arm");
     }
-    if (arm == nullptr) return all_zero(got_map, r.map_size) ? "" : here + ": map of an unknown arm is set";
+    if (arm == nullptr)
+      return all_zero(got_map, r.map_size) ? "" : here + ": map of an unknown arm is set";
     return compare_maps(*arm, bytes(rec, c.arm_off), map, got_map, here + "." + arm->name);
   }
   for (uint16_t i = 0; i < r.nfields; ++i) {
     const Field &f = r.fields[i];
-    const std::string fp = here + ".field" + std::to_string(i) + "(tag " + std::to_string(f.tag) + ")";
+    const std::string fp =
+        here + ".field" + std::to_string(i) + "(tag " + std::to_string(f.tag) + ")";
     bool want = bit_of(map, f);
     const bool list = f.kind == Kind::kListInline || f.kind == Kind::kListPtr;
     // A list with no element sends nothing, so its bit cannot come back.
@@ -335,13 +381,14 @@ std::string compare_maps(const Record &r, const void *rec, const void *map, cons
     if (bit_of(got_map, f) != want) return fp + ": map bit " + (want ? "lost" : "invented");
     if (!want) continue;
     if (f.kind == Kind::kNested) {
-      auto s = compare_maps(*f.sub, bytes(rec, f.offset), bytes(map, f.map_sub), bytes(got_map, f.map_sub), fp);
+      auto s = compare_maps(*f.sub, bytes(rec, f.offset), bytes(map, f.map_sub),
+                            bytes(got_map, f.map_sub), fp);
       if (!s.empty()) return s;
     } else if (f.kind == Kind::kRecArray) {
       for (uint32_t k = 0; k < f.aux; ++k) {
         size_t mo = size_t{k} * f.sub->map_size;
-        auto s = compare_maps(*f.sub, bytes(rec, f.offset) + size_t{k} * f.sub->size, bytes(map, f.map_sub) + mo,
-                              bytes(got_map, f.map_sub) + mo, fp);
+        auto s = compare_maps(*f.sub, bytes(rec, f.offset) + size_t{k} * f.sub->size,
+                              bytes(map, f.map_sub) + mo, bytes(got_map, f.map_sub) + mo, fp);
         if (!s.empty()) return s;
       }
     } else if (list) {
@@ -350,8 +397,9 @@ std::string compare_maps(const Record &r, const void *rec, const void *map, cons
       const uint8_t *gm = static_cast<const uint8_t *>(ptr_at(got_map, f.map_sub));
       if (gm == nullptr) return fp + ": element maps missing";
       for (uint32_t k = 0; k < u32_at(rec, f.aux); ++k) {
-        const void *e = f.kind == Kind::kListInline ? arr + size_t{k} * f.sub->size
-                                                    : ptr_at(arr, static_cast<uint32_t>(k * sizeof(void *)));
+        const void *e = f.kind == Kind::kListInline
+                            ? arr + size_t{k} * f.sub->size
+                            : ptr_at(arr, static_cast<uint32_t>(k * sizeof(void *)));
         size_t mo = size_t{k} * f.sub->map_size;
         auto s = compare_maps(*f.sub, e, em + mo, gm + mo, fp + "[" + std::to_string(k) + "]");
         if (!s.empty()) return s;

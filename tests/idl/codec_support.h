@@ -56,7 +56,8 @@ class Pool {
 // Fills `rec` (and `map`, if non-null, with random bits) with random values that survive a
 // round trip: address families from the set that the TLV maps give back unchanged, choice
 // selectors among the arms (or one unknown), no null list entries.
-void fill_random(const Record &r, void *rec, void *map, std::mt19937 &rng, Pool &pool, int depth = 0);
+void fill_random(const Record &r, void *rec, void *map, std::mt19937 &rng, Pool &pool,
+                 int depth = 0);
 
 // Compares `got` with `want` field by field.  With `map`, fields whose bit is clear must be zero
 // in `got`.  Returns "" or a description of the first difference.

@@ -52,13 +52,17 @@ inline Bytes le32(uint32_t v) {
   return {static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8), static_cast<uint8_t>(v >> 16),
           static_cast<uint8_t>(v >> 24)};
 }
-inline Bytes le16(uint16_t v) { return {static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8)}; }
+inline Bytes le16(uint16_t v) {
+  return {static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8)};
+}
 inline Bytes le64(uint64_t v) {
   Bytes b(8);
   std::memcpy(b.data(), &v, 8);
   return b;
 }
 
-inline uint32_t len32(const Bytes &b) { return static_cast<uint32_t>(b.size()); }
+inline uint32_t len32(const Bytes &b) {
+  return static_cast<uint32_t>(b.size());
+}
 
 }  // namespace codec_test

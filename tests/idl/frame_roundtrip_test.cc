@@ -93,7 +93,8 @@ TEST_P(EveryFrameType, RoundTripInBothEncodings) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Frames, EveryFrameType, ::testing::ValuesIn(frame_types()), frame_type_name);
+INSTANTIATE_TEST_SUITE_P(Frames, EveryFrameType, ::testing::ValuesIn(frame_types()),
+                         frame_type_name);
 
 }  // namespace
 }  // namespace codec_test

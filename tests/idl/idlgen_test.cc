@@ -12,7 +12,8 @@ struct GenRun {
 };
 
 GenRun run_idlgen(const std::string &schema) {
-  std::string cmd = std::string(IDLGEN_PATH) + " --header /dev/null --source /dev/null --guard G " + schema + " 2>&1";
+  std::string cmd = std::string(IDLGEN_PATH) + " --header /dev/null --source /dev/null --guard G " +
+                    schema + " 2>&1";
   GenRun r{-1, ""};
   FILE *p = popen(cmd.c_str(), "r");
   if (p == nullptr) return r;

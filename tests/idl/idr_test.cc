@@ -25,8 +25,8 @@ tlk_hdr sample_hdr() {
   return h;
 }
 
-const Bytes kHdrBytes = cat({le32(0x11223344), Bytes{'c', 102, 1, 16}, le32(64), le32(7), le32(0x99), le16(0x0102),
-                             Bytes{0xA1, 0xA2}, le32(0)});
+const Bytes kHdrBytes = cat({le32(0x11223344), Bytes{'c', 102, 1, 16}, le32(64), le32(7),
+                             le32(0x99), le16(0x0102), Bytes{0xA1, 0xA2}, le32(0)});
 
 TEST(IdrExample, HeaderIs28Bytes) {
   tlk_hdr h = sample_hdr();
@@ -35,7 +35,8 @@ TEST(IdrExample, HeaderIs28Bytes) {
   // tlk_base is the same bytes.
   tlk_base base{};
   base.tlkb_hdr = h;
-  EXPECT_EQ(encode([&](uint8_t *p, uint32_t n) { return idr_encode_tlk_base_0(&base, p, n); }), kHdrBytes);
+  EXPECT_EQ(encode([&](uint8_t *p, uint32_t n) { return idr_encode_tlk_base_0(&base, p, n); }),
+            kHdrBytes);
 }
 
 TEST(IdrDecode, HeaderLengthsAndAttachments) {
@@ -115,7 +116,8 @@ TEST(IdrList, ZeroCountStillWritesItsWord) {
   t_all r{};
   Bytes b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_t_all_0(&r, p, n); });
   t_all back{};
-  ASSERT_EQ(idr_decode_t_all_0(&back, b.data(), len32(b), nullptr, nullptr), static_cast<int32_t>(b.size()));
+  ASSERT_EQ(idr_decode_t_all_0(&back, b.data(), len32(b), nullptr, nullptr),
+            static_cast<int32_t>(b.size()));
   EXPECT_EQ(back.plist, nullptr);
   // Every counted field has its word, so the empty record is still a fixed size.
   EXPECT_GT(b.size(), 60u);

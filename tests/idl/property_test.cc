@@ -17,11 +17,15 @@ constexpr int kRounds = 60;
 
 class EveryType : public ::testing::TestWithParam<const Record *> {};
 
-std::string type_name(const ::testing::TestParamInfo<const Record *> &info) { return info.param->name; }
+std::string type_name(const ::testing::TestParamInfo<const Record *> &info) {
+  return info.param->name;
+}
 
 // The three ways a record travels: IDR, TLV with every field, TLV under a presence map.
 enum class Form { kIdr, kTlv, kTlvMap };
-const char *form_name(Form f) { return f == Form::kIdr ? "idr" : f == Form::kTlv ? "tlv" : "tlv+map"; }
+const char *form_name(Form f) {
+  return f == Form::kIdr ? "idr" : f == Form::kTlv ? "tlv" : "tlv+map";
+}
 
 struct Codec {
   const Record &r;
@@ -77,9 +81,11 @@ void check_every_length(const Bytes &full, Enc enc) {
   for (uint32_t len = 0; len <= size; ++len) {
     std::fill(buf.begin(), buf.end(), 0xA5);
     ASSERT_EQ(enc(buf.data(), len), size) << "at length " << len;
-    for (uint32_t i = len; i < buf.size(); ++i) ASSERT_EQ(buf[i], 0xA5) << "byte " << i << " written at length " << len;
+    for (uint32_t i = len; i < buf.size(); ++i)
+      ASSERT_EQ(buf[i], 0xA5) << "byte " << i << " written at length " << len;
     for (uint32_t i = 0; i < len; ++i) {
-      ASSERT_TRUE(buf[i] == full[i] || buf[i] == 0xA5) << "byte " << i << " differs at length " << len;
+      ASSERT_TRUE(buf[i] == full[i] || buf[i] == 0xA5)
+          << "byte " << i << " differs at length " << len;
     }
   }
 }
@@ -99,10 +105,12 @@ TEST_P(EveryType, RoundTripInEachForm) {
       std::vector<uint8_t> rec(r.size), back(r.size), map(r.map_size), got_map(r.map_size);
       fill_random(r, rec.data(), codec.map_or_null(map.data()), rng, pool);
       const void *sent_map = codec.map_or_null(map.data());
-      Bytes full = encode([&](uint8_t *p, uint32_t n) { return codec.encode(rec.data(), sent_map, p, n); });
+      Bytes full =
+          encode([&](uint8_t *p, uint32_t n) { return codec.encode(rec.data(), sent_map, p, n); });
       ASSERT_EQ(full.size() % 4, 0u);
       Heap heap;
-      ASSERT_EQ(codec.decode(back.data(), codec.map_or_null(got_map.data()), full.data(), len32(full), heap),
+      ASSERT_EQ(codec.decode(back.data(), codec.map_or_null(got_map.data()), full.data(),
+                             len32(full), heap),
                 static_cast<int32_t>(full.size()));
       ASSERT_EQ(compare(r, rec.data(), back.data(), sent_map), "");
       if (form == Form::kTlvMap) {
@@ -111,18 +119,23 @@ TEST_P(EveryType, RoundTripInEachForm) {
       // The decoded record (under the decoded map) encodes to the same bytes.
       if (form != Form::kTlv && (r.hooks != nullptr || !holds_flat_addresses(r))) {
         const void *back_map = codec.map_or_null(got_map.data());
-        ASSERT_EQ(encode([&](uint8_t *p, uint32_t n) { return codec.reencode(back, back_map, p, n); }), full);
+        ASSERT_EQ(
+            encode([&](uint8_t *p, uint32_t n) { return codec.reencode(back, back_map, p, n); }),
+            full);
       }
       // A shorter IDR input never passes for the whole: refused, or consumed short (a choice
       // that lacks its head counts 0), which the frame's exact-length check then refuses.
       if (form == Form::kIdr && !full.empty() && r.choice == nullptr && r.hooks == nullptr) {
         std::vector<uint8_t> tmp(r.size);
         Heap h2;
-        ASSERT_LT(codec.decode(tmp.data(), nullptr, full.data(), len32(full) - 1, h2), static_cast<int32_t>(full.size()) - 1);
+        ASSERT_LT(codec.decode(tmp.data(), nullptr, full.data(), len32(full) - 1, h2),
+                  static_cast<int32_t>(full.size()) - 1);
       }
       codec.release(back.data(), codec.map_or_null(got_map.data()), heap);
       ASSERT_EQ(heap.live(), 0u);
-      if (round < 8) check_every_length(full, [&](uint8_t *p, uint32_t n) { return codec.encode(rec.data(), sent_map, p, n); });
+      if (round < 8)
+        check_every_length(
+            full, [&](uint8_t *p, uint32_t n) { return codec.encode(rec.data(), sent_map, p, n); });
     }
   }
 }
@@ -135,14 +148,16 @@ TEST_P(EveryType, EachAllocationFailureIsMinusTwo) {
   Pool pool;
   std::vector<uint8_t> rec(r.size), back(r.size), map(r.map_size), got(r.map_size);
   fill_random(r, rec.data(), map.data(), rng, pool);
-  Bytes full = encode([&](uint8_t *p, uint32_t n) { return codec.encode(rec.data(), map.data(), p, n); });
+  Bytes full =
+      encode([&](uint8_t *p, uint32_t n) { return codec.encode(rec.data(), map.data(), p, n); });
   Heap count;
   ASSERT_GE(codec.decode(back.data(), got.data(), full.data(), len32(full), count), 0);
   codec.release(back.data(), got.data(), count);
   for (size_t k = 0; k < count.calls(); ++k) {
     Heap heap;
     heap.fail_from(k);
-    EXPECT_EQ(codec.decode(back.data(), got.data(), full.data(), len32(full), heap), -2) << "failing allocation " << k;
+    EXPECT_EQ(codec.decode(back.data(), got.data(), full.data(), len32(full), heap), -2)
+        << "failing allocation " << k;
   }
 }
 
@@ -157,7 +172,8 @@ TEST_P(EveryType, TruncatedInputs) {
   for (Form form : {Form::kTlv, Form::kIdr}) {
     if (form == Form::kIdr && !r.has_idr) break;
     const Codec codec{r, form};
-    Bytes full = encode([&](uint8_t *p, uint32_t n) { return codec.encode(rec.data(), nullptr, p, n); });
+    Bytes full =
+        encode([&](uint8_t *p, uint32_t n) { return codec.encode(rec.data(), nullptr, p, n); });
     for (uint32_t len = 0; len < full.size(); ++len) {
       Bytes cut(full.begin(), full.begin() + len);  // exact-size copy: any over-read is caught
       Heap heap;

@@ -39,14 +39,16 @@ int write_frame_seeds(const std::string &dir, std::mt19937 &rng) {
       rec[offsetof(tlk_hdr, tlkh_type)] = static_cast<uint8_t>(type);
       void *frame = nullptr;
       size_t len = 0;
-      if (tarvik_msg_idl_encode(cookie, rec.data(), tlv ? map.data() : nullptr, &frame, &len) != 0) return -1;
+      if (tarvik_msg_idl_encode(cookie, rec.data(), tlv ? map.data() : nullptr, &frame, &len) != 0)
+        return -1;
       const auto *bytes = static_cast<const uint8_t *>(frame);
       std::vector<uint8_t> whole{static_cast<uint8_t>(2 | (tlv ? 1 : 0))};
       whole.insert(whole.end(), bytes, bytes + len);
       std::vector<uint8_t> payload{static_cast<uint8_t>(tlv ? 1 : 0), static_cast<uint8_t>(type)};
       payload.insert(payload.end(), bytes + 12, bytes + len);
       tarvik_msg_free(cookie, frame);
-      const std::string stem = dir + "/" + r->name + "_" + std::to_string(type) + "_" + std::to_string(k);
+      const std::string stem =
+          dir + "/" + r->name + "_" + std::to_string(type) + "_" + std::to_string(k);
       if (!write_file(stem + "_whole", whole) || !write_file(stem + "_payload", payload)) return -1;
       written += 2;
     }
@@ -74,12 +76,16 @@ int main(int argc, char **argv) {
       std::vector<uint8_t> rec(r.size), map(r.map_size);
       codec_test::fill_random(r, rec.data(), mode == 1 ? map.data() : nullptr, rng, pool);
       uint32_t n = mode == 2 ? tlk::idl::idr_encode(r, rec.data(), nullptr, 0)
-                             : tlk::idl::tlv_encode(r, rec.data(), mode == 1 ? map.data() : nullptr, nullptr, 0);
+                             : tlk::idl::tlv_encode(r, rec.data(), mode == 1 ? map.data() : nullptr,
+                                                    nullptr, 0);
       std::vector<uint8_t> out(n + 2);
       out[0] = static_cast<uint8_t>(t);
       out[1] = static_cast<uint8_t>(mode);
-      if (mode == 2) (void)tlk::idl::idr_encode(r, rec.data(), out.data() + 2, n);
-      else (void)tlk::idl::tlv_encode(r, rec.data(), mode == 1 ? map.data() : nullptr, out.data() + 2, n);
+      if (mode == 2)
+        (void)tlk::idl::idr_encode(r, rec.data(), out.data() + 2, n);
+      else
+        (void)tlk::idl::tlv_encode(r, rec.data(), mode == 1 ? map.data() : nullptr, out.data() + 2,
+                                   n);
       if (!write_file(std::string(argv[1]) + "/" + r.name + "_" + std::to_string(k), out)) return 1;
       ++written;
     }

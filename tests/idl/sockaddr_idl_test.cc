@@ -10,7 +10,8 @@ namespace codec_test {
 namespace {
 
 Bytes tlv_bytes(const sockaddr_idl &s) {
-  return encode([&](uint8_t *p, uint32_t n) { return tlv_encode_sockaddr_idl_0(&s, nullptr, p, n); });
+  return encode(
+      [&](uint8_t *p, uint32_t n) { return tlv_encode_sockaddr_idl_0(&s, nullptr, p, n); });
 }
 Bytes idr_bytes(const sockaddr_idl &s) {
   return encode([&](uint8_t *p, uint32_t n) { return idr_encode_sockaddr_idl_0(&s, p, n); });
@@ -25,8 +26,10 @@ Bytes round_trip(const Bytes &flat, sockaddr_idl *decoded_tlv = nullptr, Heap *k
   Heap own;
   Heap &heap = keep != nullptr ? *keep : own;
   sockaddr_idl a{}, b{};
-  EXPECT_EQ(tlv_decode_sockaddr_idl_0(&a, nullptr, t.data(), len32(t), Heap::alloc, &heap), static_cast<int32_t>(t.size()));
-  EXPECT_EQ(idr_decode_sockaddr_idl_0(&b, i.data(), len32(i), Heap::alloc, &heap), static_cast<int32_t>(i.size()));
+  EXPECT_EQ(tlv_decode_sockaddr_idl_0(&a, nullptr, t.data(), len32(t), Heap::alloc, &heap),
+            static_cast<int32_t>(t.size()));
+  EXPECT_EQ(idr_decode_sockaddr_idl_0(&b, i.data(), len32(i), Heap::alloc, &heap),
+            static_cast<int32_t>(i.size()));
   if (a.sai_addr == nullptr || b.sai_addr == nullptr) {
     ADD_FAILURE() << "no flat address";
     return {};
@@ -34,8 +37,10 @@ Bytes round_trip(const Bytes &flat, sockaddr_idl *decoded_tlv = nullptr, Heap *k
   Bytes ra(a.sai_addr, a.sai_addr + a.sai_addr[0]);
   Bytes rb(b.sai_addr, b.sai_addr + b.sai_addr[0]);
   EXPECT_EQ(ra, rb);
-  if (decoded_tlv != nullptr) *decoded_tlv = a;
-  else tlv_release_sockaddr_idl_0(&a, nullptr, Heap::release, &heap);
+  if (decoded_tlv != nullptr)
+    *decoded_tlv = a;
+  else
+    tlv_release_sockaddr_idl_0(&a, nullptr, Heap::release, &heap);
   idr_release_sockaddr_idl_0(&b, Heap::release, &heap);
   if (decoded_tlv == nullptr) {
     EXPECT_EQ(heap.live(), 0u);
@@ -43,7 +48,8 @@ Bytes round_trip(const Bytes &flat, sockaddr_idl *decoded_tlv = nullptr, Heap *k
   return ra;
 }
 
-Bytes link_addr(uint8_t info_type, uint32_t data_len, uint32_t trailer, uint8_t alen, uint8_t slen, uint32_t seed) {
+Bytes link_addr(uint8_t info_type, uint32_t data_len, uint32_t trailer, uint8_t alen, uint8_t slen,
+                uint32_t seed) {
   std::mt19937 rng(seed);
   Bytes a(12 + data_len + trailer);
   for (auto &x : a) x = static_cast<uint8_t>(rng());
@@ -88,7 +94,7 @@ TEST(SockaddrIdl, FixedTrailersRoundTrip) {
   struct Case {
     uint8_t type;
     uint32_t trailer;
-  } cases[] = {{0, 0},   {1, 4},   {2, 16},  {3, 6},  {4, 4},   {5, 0},   {8, 40},
+  } cases[] = {{0, 0},   {1, 4},   {2, 16},   {3, 6},  {4, 4},   {5, 0},   {8, 40},
                {9, 146}, {10, 88}, {11, 160}, {12, 8}, {14, 40}, {15, 180}};
   for (auto &c : cases) {
     Bytes a = link_addr(c.type, 8, c.trailer, 6, 8, c.type);
@@ -117,7 +123,8 @@ TEST(SockaddrIdl, AtmReplicationTrailer) {
   EXPECT_EQ(dl.isd_info[0].sdl_type, 11u);
   for (int k = 1; k < 4; ++k) {
     EXPECT_EQ(dl.isd_info[k].sdl_type, 18u);
-    EXPECT_EQ(Bytes(dl.isd_info[k].sdl_u.atm_mpt_repl_info.amr_bytes, dl.isd_info[k].sdl_u.atm_mpt_repl_info.amr_bytes + 8),
+    EXPECT_EQ(Bytes(dl.isd_info[k].sdl_u.atm_mpt_repl_info.amr_bytes,
+                    dl.isd_info[k].sdl_u.atm_mpt_repl_info.amr_bytes + 8),
               Bytes(a.begin() + 172 + 8 * (k - 1), a.begin() + 180 + 8 * (k - 1)));
   }
 }

@@ -22,8 +22,11 @@ TEST(TlvExample, AccCntlNetworkForm) {
   r.acis_status = 5;
   r.acis_admin = 6;
   r.acis_oper = 7;
-  Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_acc_cntl_msg_ifl_status_0(&r, nullptr, p, n); });
-  EXPECT_EQ(b, (Bytes{0, 1, 0, 4, 1, 2, 3, 4, 0, 2, 0, 1, 5, 0, 0, 0, 0, 3, 0, 1, 6, 0, 0, 0, 0, 4, 0, 1, 7, 0, 0, 0}));
+  Bytes b = encode([&](uint8_t *p, uint32_t n) {
+    return tlv_encode_acc_cntl_msg_ifl_status_0(&r, nullptr, p, n);
+  });
+  EXPECT_EQ(b, (Bytes{0, 1, 0, 4, 1, 2, 3, 4, 0, 2, 0, 1, 5, 0, 0, 0,
+                      0, 3, 0, 1, 6, 0, 0, 0, 0, 4, 0, 1, 7, 0, 0, 0}));
 }
 
 // Type 0 with every header bit but the attachment bit: 152 bytes as a TLV frame, 40 as IDR.
@@ -41,19 +44,21 @@ TEST(TlvExample, TypeZeroFrame) {
   msg.tlkm_msg = &base;
   tlk_msg_tlvmap mmap{};
   mmap.tlkm_msg = &bmap;
-  Bytes tlv = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_tlk_msg_0(&msg, &mmap, p, n); });
+  Bytes tlv =
+      encode([&](uint8_t *p, uint32_t n) { return tlv_encode_tlk_msg_0(&msg, &mmap, p, n); });
   ASSERT_EQ(tlv.size(), 152u);
-  EXPECT_EQ(Bytes(tlv.begin(), tlv.begin() + 20), cat({le32(0x5011), le32(140), le32(0), le32(1), le32(132)}));
+  EXPECT_EQ(Bytes(tlv.begin(), tlv.begin() + 20),
+            cat({le32(0x5011), le32(140), le32(0), le32(1), le32(132)}));
   // The header's items in field order, each padded to 4; tags 12 before 10 for aux1/aux2.
-  Bytes hdr = cat({host_item(1, le32(0)), host_item(2, {'b'}), host_item(3, {0}), host_item(4, {4}),
-                   host_item(5, {0}), host_item(6, le32(0)), host_item(7, le32(0x01020304)), host_item(8, le32(0)),
-                   host_item(9, le16(32)), host_item(12, {0}), host_item(10, {0})});
+  Bytes hdr =
+      cat({host_item(1, le32(0)), host_item(2, {'b'}), host_item(3, {0}), host_item(4, {4}),
+           host_item(5, {0}), host_item(6, le32(0)), host_item(7, le32(0x01020304)),
+           host_item(8, le32(0)), host_item(9, le16(32)), host_item(12, {0}), host_item(10, {0})});
   EXPECT_EQ(Bytes(tlv.begin() + 20, tlv.end()), hdr);
 
   Bytes idr = encode([&](uint8_t *p, uint32_t n) { return idr_encode_tlk_msg_0(&msg, p, n); });
   ASSERT_EQ(idr.size(), 40u);
   EXPECT_EQ(Bytes(idr.begin(), idr.begin() + 12), cat({le32(0x5022), le32(28), le32(0)}));
-
 }
 
 // The decoding rules on one small record (u8 type, u8 flags, u32 index), with and without a
@@ -69,18 +74,24 @@ TEST(TlvDecode, RulesOnASmallRecord) {
   } rows[] = {
       {"empty input clears", {}, true, 0, 0, 0, 0, 0},
       {"unknown tags are skipped",
-       cat({host_item(0, le32(1)), host_item(99, {1, 2, 3}), host_item(3, le32(0xAABBCCDD)), host_item(4000, {})}),
+       cat({host_item(0, le32(1)), host_item(99, {1, 2, 3}), host_item(3, le32(0xAABBCCDD)),
+            host_item(4000, {})}),
        true, 44, 0, 0, 0xAABBCCDD, 1u << 2},
       // A full-size record in another item order, or with a repeated item in place of one,
       // decodes by the general rules.
-      {"reverse order", cat({host_item(3, le32(0x01020304)), host_item(2, {0xB}), host_item(1, {0xA})}), true, 36,
+      {"reverse order",
+       cat({host_item(3, le32(0x01020304)), host_item(2, {0xB}), host_item(1, {0xA})}), true, 36,
        0xA, 0xB, 0x01020304, 7},
-      {"repeated u8, map: first wins", cat({host_item(1, {0xA}), host_item(1, {0xC}), host_item(3, le32(5))}), true,
-       36, 0xA, 0, 5, 5},
-      {"repeated u8, no map: last wins", cat({host_item(1, {0xA}), host_item(1, {0xC}), host_item(3, le32(5))}),
-       false, 36, 0xC, 0, 5, 0},
-      {"repeated u32, map: first wins", cat({host_item(3, le32(1)), host_item(3, le32(2))}), true, 24, 0, 0, 1, 4},
-      {"repeated u32, no map: last wins", cat({host_item(3, le32(1)), host_item(3, le32(2))}), false, 24, 0, 0, 2, 0},
+      {"repeated u8, map: first wins",
+       cat({host_item(1, {0xA}), host_item(1, {0xC}), host_item(3, le32(5))}), true, 36, 0xA, 0, 5,
+       5},
+      {"repeated u8, no map: last wins",
+       cat({host_item(1, {0xA}), host_item(1, {0xC}), host_item(3, le32(5))}), false, 36, 0xC, 0, 5,
+       0},
+      {"repeated u32, map: first wins", cat({host_item(3, le32(1)), host_item(3, le32(2))}), true,
+       24, 0, 0, 1, 4},
+      {"repeated u32, no map: last wins", cat({host_item(3, le32(1)), host_item(3, le32(2))}),
+       false, 24, 0, 0, 2, 0},
       // A scalar item shorter than its field is garbled; a longer one gives its first bytes.
       {"u32 in 3 bytes", host_item(3, {1, 2, 3}), false, -1, 0, 0, 0, 0},
       {"u32 in 8 bytes", host_item(3, {1, 2, 3, 4, 5, 6, 7, 8}), false, 16, 0, 0, 0x04030201, 0},
@@ -92,8 +103,8 @@ TEST(TlvDecode, RulesOnASmallRecord) {
     rtb_rpf_info_tlvmap m;
     std::memset(&r, 0x5A, sizeof r);
     std::memset(&m, 0x5A, sizeof m);
-    ASSERT_EQ(tlv_decode_rtb_rpf_info_0(&r, row.with_map ? &m : nullptr, row.in.empty() ? nullptr : row.in.data(),
-                                        len32(row.in)),
+    ASSERT_EQ(tlv_decode_rtb_rpf_info_0(&r, row.with_map ? &m : nullptr,
+                                        row.in.empty() ? nullptr : row.in.data(), len32(row.in)),
               row.rc);
     if (row.rc < 0) continue;
     EXPECT_EQ(r.rtbr_type, row.type);
@@ -113,7 +124,8 @@ TEST(TlvDecode, TrailingBytesShorterThanAHead) {
   // Nested, the same leftover is a length mismatch.
   Bytes nested = cat({host_item(1, cat({host_item(7, le32(9)), Bytes{0, 0, 0, 0}}))});
   tlk_base base{};
-  EXPECT_EQ(tlv_decode_tlk_base_0(&base, nullptr, nested.data(), len32(nested), nullptr, nullptr), -1);
+  EXPECT_EQ(tlv_decode_tlk_base_0(&base, nullptr, nested.data(), len32(nested), nullptr, nullptr),
+            -1);
 }
 
 TEST(TlvDecode, LastItemWithoutPad) {
@@ -131,7 +143,8 @@ TEST(TlvDecode, DuplicateBlobGarbledWithoutMapIgnoredWithMap) {
   EXPECT_EQ(tlv_decode_prefix_0(&p, nullptr, b.data(), len32(b), Heap::alloc, &heap), -1);
   heap.free_all();
   prefix_tlvmap m{};
-  ASSERT_EQ(tlv_decode_prefix_0(&p, &m, b.data(), len32(b), Heap::alloc, &heap), static_cast<int32_t>(b.size()));
+  ASSERT_EQ(tlv_decode_prefix_0(&p, &m, b.data(), len32(b), Heap::alloc, &heap),
+            static_cast<int32_t>(b.size()));
   ASSERT_EQ(p.prefix_len, 1u);
   EXPECT_EQ(p.prefix[0], 10);
   tlv_release_prefix_0(&p, &m, Heap::release, &heap);
@@ -143,20 +156,19 @@ TEST(TlvDecode, GrowableWidensAndToleratesOddLengths) {
   struct Case {
     Bytes value;
     uint64_t want;
-  } cases[] = {{{0x11}, 0x11},
-               {{0x11, 0x22}, 0x2211},
-               {{1, 2, 3}, 0},
-               {{1, 2, 3, 4}, 0x04030201},
-               {{1, 2, 3, 4, 5}, 0},
-               {{1, 2, 3, 4, 5, 6, 7, 8}, 0x0807060504030201ull}};
+  } cases[] = {{{0x11}, 0x11},       {{0x11, 0x22}, 0x2211},
+               {{1, 2, 3}, 0},       {{1, 2, 3, 4}, 0x04030201},
+               {{1, 2, 3, 4, 5}, 0}, {{1, 2, 3, 4, 5, 6, 7, 8}, 0x0807060504030201ull}};
   for (auto &c : cases) {
     Bytes b = host_item(40, c.value);
     t_all r{};
-    EXPECT_EQ(tlv_decode_t_all_0(&r, nullptr, b.data(), len32(b), Heap::alloc, &heap), static_cast<int32_t>(b.size()));
+    EXPECT_EQ(tlv_decode_t_all_0(&r, nullptr, b.data(), len32(b), Heap::alloc, &heap),
+              static_cast<int32_t>(b.size()));
     EXPECT_EQ(r.gr, c.want) << hex(c.value.data(), c.value.size());
     Bytes n = net_item(40, c.value);
     t_all_net rn{};
-    EXPECT_EQ(tlv_decode_t_all_net_0(&rn, nullptr, n.data(), len32(n), Heap::alloc, &heap), static_cast<int32_t>(n.size()));
+    EXPECT_EQ(tlv_decode_t_all_net_0(&rn, nullptr, n.data(), len32(n), Heap::alloc, &heap),
+              static_cast<int32_t>(n.size()));
     uint64_t want_net = 0;
     if (c.want != 0 || c.value.size() == 1) {
       for (uint8_t v : c.value) want_net = (want_net << 8) | v;
@@ -175,7 +187,8 @@ TEST(TlvDecode, InterruptedListRun) {
   EXPECT_EQ(tlv_decode_t_all_0(&r, nullptr, b.data(), len32(b), Heap::alloc, &heap), -1);
   heap.free_all();
   t_all_tlvmap m{};
-  ASSERT_EQ(tlv_decode_t_all_0(&r, &m, b.data(), len32(b), Heap::alloc, &heap), static_cast<int32_t>(b.size()));
+  ASSERT_EQ(tlv_decode_t_all_0(&r, &m, b.data(), len32(b), Heap::alloc, &heap),
+            static_cast<int32_t>(b.size()));
   ASSERT_EQ(r.plist_cnt, 2u);
   EXPECT_EQ(r.plist[0].x, 1);
   EXPECT_EQ(r.plist[0].y, 2);
@@ -202,7 +215,7 @@ TEST(TlvEncode, NetworkLengthKeepsLow16Bits) {
   r.inner.s = big.data();
   r.inner.s_len = 70000;
   t_all_net_tlvmap m{};
-  m._w3 = 1;  // inner: its own word, behind pairs, plist and pptrs, which each end a word
+  m._w3 = 1;        // inner: its own word, behind pairs, plist and pptrs, which each end a word
   m.inner._w0 = 3;  // and both of inner's fields
   uint32_t n = tlv_encode_t_all_net_0(&r, &m, nullptr, 0);
   std::vector<uint8_t> b(n);
@@ -227,7 +240,8 @@ TEST(TlvEncode, AllBitsClearIsEmpty) {
 
 TEST(TlvEncode, OneByteShortLeavesTheLastItemUnwritten) {
   rtb_rpf_info r{1, 2, 0x01020304};
-  Bytes full = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_rtb_rpf_info_0(&r, nullptr, p, n); });
+  Bytes full =
+      encode([&](uint8_t *p, uint32_t n) { return tlv_encode_rtb_rpf_info_0(&r, nullptr, p, n); });
   ASSERT_EQ(full.size(), 36u);
   Bytes b(full.size(), 0xA5);
   EXPECT_EQ(tlv_encode_rtb_rpf_info_0(&r, nullptr, b.data(), 35), 36u);
@@ -274,7 +288,8 @@ TEST(TlvList, NullPointerEntriesSkippedTheirMapsSteppedOver) {
   Heap heap;
   t_all back{};
   t_all_tlvmap bm{};
-  ASSERT_EQ(tlv_decode_t_all_0(&back, &bm, b.data(), len32(b), Heap::alloc, &heap), static_cast<int32_t>(b.size()));
+  ASSERT_EQ(tlv_decode_t_all_0(&back, &bm, b.data(), len32(b), Heap::alloc, &heap),
+            static_cast<int32_t>(b.size()));
   ASSERT_EQ(back.pptrs_cnt, 2u);
   EXPECT_EQ(back.pptrs[0]->v, 100u);
   EXPECT_EQ(back.pptrs[1]->v, 0u);
@@ -300,8 +315,10 @@ TEST(TlvNested, RepeatedNestedToleratedOnlyWithoutAllocation) {
   ASSERT_EQ(tlv_decode_t_all_0(&r, nullptr, plain.data(), len32(plain), Heap::alloc, &heap),
             static_cast<int32_t>(plain.size()));
   EXPECT_EQ(r.inner.v, 2u);
-  Bytes with_blob = cat({host_item(21, host_item(2, {1, 2})), host_item(21, host_item(1, le32(2)))});
-  EXPECT_EQ(tlv_decode_t_all_0(&r, nullptr, with_blob.data(), len32(with_blob), Heap::alloc, &heap), -1);
+  Bytes with_blob =
+      cat({host_item(21, host_item(2, {1, 2})), host_item(21, host_item(1, le32(2)))});
+  EXPECT_EQ(tlv_decode_t_all_0(&r, nullptr, with_blob.data(), len32(with_blob), Heap::alloc, &heap),
+            -1);
 }
 
 TEST(TlvResult, AllocationFailures) {
@@ -321,7 +338,8 @@ TEST(TlvChoice, HeadRules) {
   t_choice c{};
   // Under 12 bytes: 0, selector all ones.
   Bytes shorter = {0, 0, 0, 0, 0, 0, 0, 0};
-  EXPECT_EQ(tlv_decode_t_choice_0(&c, nullptr, shorter.data(), len32(shorter), Heap::alloc, &heap), 0);
+  EXPECT_EQ(tlv_decode_t_choice_0(&c, nullptr, shorter.data(), len32(shorter), Heap::alloc, &heap),
+            0);
   EXPECT_EQ(c.sel, 0xFFFFFFFFu);
   // An arm length that would wrap.
   Bytes wrap = cat({le32(0), le32(0xFFFFFFF4u), le32(1)});
@@ -330,7 +348,8 @@ TEST(TlvChoice, HeadRules) {
   EXPECT_EQ(tlv_decode_t_choice_0(&c, nullptr, claim.data(), len32(claim), Heap::alloc, &heap), 0);
   // An unknown selector: skipped whole, arm left zero.
   Bytes unknown = cat({le32(0), le32(4), le32(55), Bytes{9, 9, 9, 9}});
-  EXPECT_EQ(tlv_decode_t_choice_0(&c, nullptr, unknown.data(), len32(unknown), Heap::alloc, &heap), 16);
+  EXPECT_EQ(tlv_decode_t_choice_0(&c, nullptr, unknown.data(), len32(unknown), Heap::alloc, &heap),
+            16);
   EXPECT_EQ(c.sel, 55u);
   EXPECT_EQ(c.t_choice_u.t_inner.v, 0u);
   // A known arm that doesn't consume its length.
@@ -342,7 +361,8 @@ TEST(TlvChoice, HeadRules) {
   EXPECT_EQ(c.t_choice_u.t_inner.v, 77u);
   // Encoding an unknown selector gives the bare head.
   c.sel = 55;
-  Bytes head = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_choice_0(&c, nullptr, p, n); });
+  Bytes head =
+      encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_choice_0(&c, nullptr, p, n); });
   EXPECT_EQ(head, cat({le32(0), le32(0), le32(55)}));
 }
 
@@ -362,7 +382,8 @@ TEST(TlvFrame, MagicTypeAndAllocation) {
   // A null record pointer goes out as the head alone.
   tlk_msg empty{};
   empty.tlkm_type = 102;
-  Bytes head = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_tlk_msg_0(&empty, nullptr, p, n); });
+  Bytes head =
+      encode([&](uint8_t *p, uint32_t n) { return tlv_encode_tlk_msg_0(&empty, nullptr, p, n); });
   EXPECT_EQ(head, cat({le32(0x5011), le32(0), le32(102)}));
 }
 
@@ -392,7 +413,8 @@ TEST(TlvRelease, GivesBackEveryAllocationAndNothingElse) {
   Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_all_0(&r, nullptr, p, n); });
   t_all back{};
   t_all_tlvmap m{};
-  ASSERT_EQ(tlv_decode_t_all_0(&back, &m, b.data(), len32(b), Heap::alloc, &heap), static_cast<int32_t>(b.size()));
+  ASSERT_EQ(tlv_decode_t_all_0(&back, &m, b.data(), len32(b), Heap::alloc, &heap),
+            static_cast<int32_t>(b.size()));
   EXPECT_EQ(compare(*record_named("t_all"), &r, &back, nullptr), "");
   // data, shorts, plist + its maps, pptrs array + 2 elements + their maps + in1.s, inner.s, ch's s.
   EXPECT_EQ(heap.live(), 11u);

@@ -54,17 +54,22 @@ MapLayout map_layout(const Record &r) {
     ++bit;
     if (composite(f)) {
       // The composite ends the word; what it needs of the map stands right behind it.
-      if (f.kind == FieldKind::kList) m.members.push_back("struct " + f.type + "_tlvmap *" + f.name + ";");
+      if (f.kind == FieldKind::kList)
+        m.members.push_back("struct " + f.type + "_tlvmap *" + f.name + ";");
       else if (f.kind == FieldKind::kRecArray)
-        m.members.push_back("struct " + f.type + "_tlvmap " + f.name + "[" + std::to_string(f.count) + "];");
-      else m.members.push_back("struct " + f.type + "_tlvmap " + f.name + ";");
+        m.members.push_back("struct " + f.type + "_tlvmap " + f.name + "[" +
+                            std::to_string(f.count) + "];");
+      else
+        m.members.push_back("struct " + f.type + "_tlvmap " + f.name + ";");
       need_word = true;
     } else if (bit == 32) {
       need_word = true;
     }
   }
   if (m.members.empty()) m.members.push_back("uint32_t _w0;");
-  if (r.map_spare) m.members.push_back("uint32_t _spare[" + std::to_string(r.map_spare) + "]; /* never read or written */");
+  if (r.map_spare)
+    m.members.push_back("uint32_t _spare[" + std::to_string(r.map_spare) +
+                        "]; /* never read or written */");
   return m;
 }
 
@@ -134,8 +139,12 @@ class Emitter {
     c << "}  // namespace tlk::idl::gen\n\n";
     c << "#if UINTPTR_MAX == 0xFFFFFFFFu\n// The target's in-memory sizes.\n";
     for (auto *r : own()) {
-      if (r->size32) c << "static_assert(sizeof(struct " << r->name << ") == " << r->size32 << ", \"" << r->name << " size\");\n";
-      if (r->map32) c << "static_assert(sizeof(struct " << r->name << "_tlvmap) == " << r->map32 << ", \"" << r->name << " map size\");\n";
+      if (r->size32)
+        c << "static_assert(sizeof(struct " << r->name << ") == " << r->size32 << ", \"" << r->name
+          << " size\");\n";
+      if (r->map32)
+        c << "static_assert(sizeof(struct " << r->name << "_tlvmap) == " << r->map32 << ", \""
+          << r->name << " map size\");\n";
     }
     c << "#endif\n\nextern \"C\" {\n\n";
     for (auto *r : own()) emit_functions(c, *r);
@@ -160,7 +169,8 @@ class Emitter {
       if (done.count(r.name)) return;
       done.insert(r.name);
       for (auto &f : r.fields) {
-        if (f.kind == FieldKind::kNested || f.kind == FieldKind::kChoice || f.kind == FieldKind::kRecArray)
+        if (f.kind == FieldKind::kNested || f.kind == FieldKind::kChoice ||
+            f.kind == FieldKind::kRecArray)
           visit(*s_.find(f.type));
       }
       if (r.is_choice && !r.by_ptr) {
@@ -178,8 +188,10 @@ class Emitter {
     alloc_memo_[r.name] = false;
     bool a = r.force_alloc || r.custom || (r.is_choice && r.by_ptr);
     for (auto &f : r.fields) {
-      if (f.kind == FieldKind::kBlob || f.kind == FieldKind::kArray || f.kind == FieldKind::kList) a = true;
-      if ((f.kind == FieldKind::kNested || f.kind == FieldKind::kChoice || f.kind == FieldKind::kRecArray) &&
+      if (f.kind == FieldKind::kBlob || f.kind == FieldKind::kArray || f.kind == FieldKind::kList)
+        a = true;
+      if ((f.kind == FieldKind::kNested || f.kind == FieldKind::kChoice ||
+           f.kind == FieldKind::kRecArray) &&
           allocating(*s_.find(f.type)))
         a = true;
     }
@@ -197,12 +209,13 @@ class Emitter {
   }
 
   void emit_structs(std::ostringstream &h, const Record &r) {
-    h << "/* " << r.name << ": " << (r.is_choice ? "choice, " : "") << (r.custom ? "hand-written codec, " : "")
-      << form(r) << ". */\n";
+    h << "/* " << r.name << ": " << (r.is_choice ? "choice, " : "")
+      << (r.custom ? "hand-written codec, " : "") << form(r) << ". */\n";
     h << "struct " << r.name << " {\n";
     if (r.is_choice) {
       h << "  uint32_t " << r.sel_name << "; /* selector */\n";
-      if (!r.resv_name.empty()) h << "  uint32_t " << r.resv_name << "; /* never read or written by the codecs */\n";
+      if (!r.resv_name.empty())
+        h << "  uint32_t " << r.resv_name << "; /* never read or written by the codecs */\n";
       if (r.by_ptr) {
         h << "  void *" << r.arm_name << "; /* the arm's record */\n";
       } else {
@@ -224,7 +237,8 @@ class Emitter {
         if (r.map_bytes) h << "    uint8_t _size[" << r.map_bytes << "];\n";
         std::set<std::string> seen;
         for (auto &a : r.arms) {
-          if (seen.insert(a.rec).second) h << "    struct " << a.rec << "_tlvmap " << a.rec << ";\n";
+          if (seen.insert(a.rec).second)
+            h << "    struct " << a.rec << "_tlvmap " << a.rec << ";\n";
         }
         if (!r.map_bytes && seen.empty()) h << "    uint32_t _none;\n";
         h << "  } " << r.arm_name << ";\n";
@@ -236,7 +250,8 @@ class Emitter {
       const std::string tag = f.tag ? " /* tag " + std::to_string(f.tag) + " */" : "";
       switch (f.kind) {
         case FieldKind::kScalar:
-          h << "  " << ctype(f.type) << " " << f.name << (f.width == 8 ? " TLK_IDL_ALIGN8" : "") << ";" << tag << "\n";
+          h << "  " << ctype(f.type) << " " << f.name << (f.width == 8 ? " TLK_IDL_ALIGN8" : "")
+            << ";" << tag << "\n";
           break;
         case FieldKind::kGrow64:
           if (f.word_sized)
@@ -254,11 +269,12 @@ class Emitter {
             h << "  uint8_t " << f.name << "[" << f.count << "]; /* reserved, never travels */\n";
             break;
           }
-          h << "  " << ctype(f.type) << " " << f.name << (f.width == 8 ? " TLK_IDL_ALIGN8" : "") << "; /* bit-field storage */\n";
+          h << "  " << ctype(f.type) << " " << f.name << (f.width == 8 ? " TLK_IDL_ALIGN8" : "")
+            << "; /* bit-field storage */\n";
           break;
         case FieldKind::kBits:
-          h << "  /* " << f.name << ": bits " << f.bit_off << ".." << (f.bit_off + f.bit_width - 1) << " of "
-            << f.storage << ", tag " << f.tag << " */\n";
+          h << "  /* " << f.name << ": bits " << f.bit_off << ".." << (f.bit_off + f.bit_width - 1)
+            << " of " << f.storage << ", tag " << f.tag << " */\n";
           break;
         case FieldKind::kBytes:
           h << "  uint8_t " << f.name << "[" << f.count << "];" << tag << "\n";
@@ -284,7 +300,8 @@ class Emitter {
           break;
       }
     }
-    if (r.custom) h << "  uint8_t *" << r.ptr_name << "; /* the flat socket address (never on the wire) */\n";
+    if (r.custom)
+      h << "  uint8_t *" << r.ptr_name << "; /* the flat socket address (never on the wire) */\n";
     h << "};\n";
     h << "struct " << r.name << "_tlvmap {\n";
     if (r.custom) {
@@ -311,8 +328,8 @@ class Emitter {
       h << "extern " << ex << "const uint32_t " << name("tlv_rtti_sizeof_map_") << ";\n";
       if (r.has_idr) h << "extern " << ex << "const uint32_t " << name("idr_rtti_sizeof_") << ";\n";
     }
-    h << ex << "uint32_t " << name("tlv_encode_") << "(const struct " << n << " *record, const struct " << n
-      << "_tlvmap *map, uint8_t *buffer, uint32_t length);\n";
+    h << ex << "uint32_t " << name("tlv_encode_") << "(const struct " << n
+      << " *record, const struct " << n << "_tlvmap *map, uint8_t *buffer, uint32_t length);\n";
     h << ex << "int32_t " << name("tlv_decode_") << "(struct " << n << " *record, struct " << n
       << "_tlvmap *map, const uint8_t *data, uint32_t length"
       << (al ? ", tlk_idl_alloc_fn alloc, void *alloc_context" : "") << ");\n";
@@ -332,18 +349,29 @@ class Emitter {
 
   static const char *engine_kind(const Field &f) {
     switch (f.kind) {
-      case FieldKind::kScalar: return "kScalar";
-      case FieldKind::kGrow64: return "kGrow64";
-      case FieldKind::kAf: return "kAf";
-      case FieldKind::kBits: return "kBits";
-      case FieldKind::kBytes: return "kBytes";
-      case FieldKind::kBlob: return "kBlob";
-      case FieldKind::kArray: return "kScalarArray";
-      case FieldKind::kRecArray: return "kRecArray";
-      case FieldKind::kList: return f.by_ptr ? "kListPtr" : "kListInline";
+      case FieldKind::kScalar:
+        return "kScalar";
+      case FieldKind::kGrow64:
+        return "kGrow64";
+      case FieldKind::kAf:
+        return "kAf";
+      case FieldKind::kBits:
+        return "kBits";
+      case FieldKind::kBytes:
+        return "kBytes";
+      case FieldKind::kBlob:
+        return "kBlob";
+      case FieldKind::kArray:
+        return "kScalarArray";
+      case FieldKind::kRecArray:
+        return "kRecArray";
+      case FieldKind::kList:
+        return f.by_ptr ? "kListPtr" : "kListInline";
       case FieldKind::kNested:
-      case FieldKind::kChoice: return "kNested";
-      case FieldKind::kStorage: break;
+      case FieldKind::kChoice:
+        return "kNested";
+      case FieldKind::kStorage:
+        break;
     }
     return "kScalar";
   }
@@ -358,16 +386,18 @@ class Emitter {
       hooks = "&hooks_" + n;
     } else if (r.is_choice) {
       std::vector<Arm> arms = r.arms;
-      std::sort(arms.begin(), arms.end(), [](const Arm &a, const Arm &b) { return a.selector < b.selector; });
+      std::sort(arms.begin(), arms.end(),
+                [](const Arm &a, const Arm &b) { return a.selector < b.selector; });
       if (!arms.empty()) {
         c << "static const Arm arms_" << n << "[] = {\n";
         for (auto &a : arms) c << "    {" << a.selector << "u, &rec_" << a.rec << "},\n";
         c << "};\n";
       }
-      c << "static const Choice choice_" << n << " = {offsetof(" << rec << ", " << r.sel_name << "), offsetof("
-        << rec << ", " << r.arm_name << "), " << r.tlv_marker << "u, " << r.idr_marker << "u, " << arms.size()
-        << ", " << (arms.empty() ? "nullptr" : "arms_" + n) << ", " << (r.by_ptr ? "true" : "false") << ", "
-        << (r.check_marker ? "true" : "false") << "};\n";
+      c << "static const Choice choice_" << n << " = {offsetof(" << rec << ", " << r.sel_name
+        << "), offsetof(" << rec << ", " << r.arm_name << "), " << r.tlv_marker << "u, "
+        << r.idr_marker << "u, " << arms.size() << ", " << (arms.empty() ? "nullptr" : "arms_" + n)
+        << ", " << (r.by_ptr ? "true" : "false") << ", " << (r.check_marker ? "true" : "false")
+        << "};\n";
       choice = "&choice_" + n;
     } else {
       MapLayout ml = map_layout(r);
@@ -378,7 +408,8 @@ class Emitter {
         if (f.kind == FieldKind::kStorage) continue;
         tagidx[f.tag] = ++nfields;
         max_tag = std::max(max_tag, f.tag);
-        std::string off = "offsetof(" + rec + ", " + (f.kind == FieldKind::kBits ? f.storage : f.name) + ")";
+        std::string off =
+            "offsetof(" + rec + ", " + (f.kind == FieldKind::kBits ? f.storage : f.name) + ")";
         std::string aux = "0";
         if (f.kind == FieldKind::kBlob || f.kind == FieldKind::kArray || f.kind == FieldKind::kList)
           aux = "offsetof(" + rec + ", " + f.count_name + ")";
@@ -407,15 +438,18 @@ class Emitter {
       emit_flat_plan(c, r);
       flat = "&flat_" + n;
     }
-    c << "const Record rec_" << n << " = {\"" << n << "\", sizeof(" << rec << "), sizeof(" << map << "), "
-      << (r.net ? "true" : "false") << ", " << (r.has_idr ? "true" : "false") << ", " << nfields << ", "
-      << fields << ", " << max_tag << ", " << tags << ", " << choice << ", " << hooks << ", " << flat << "};\n\n";
+    c << "const Record rec_" << n << " = {\"" << n << "\", sizeof(" << rec << "), sizeof(" << map
+      << "), " << (r.net ? "true" : "false") << ", " << (r.has_idr ? "true" : "false") << ", "
+      << nfields << ", " << fields << ", " << max_tag << ", " << tags << ", " << choice << ", "
+      << hooks << ", " << flat << "};\n\n";
   }
 
   static bool flat_eligible(const Record &r) {
     if (r.net || r.is_choice || r.custom || r.fields.empty()) return false;
     for (auto &f : r.fields) {
-      if (f.kind != FieldKind::kScalar && f.kind != FieldKind::kGrow64 && f.kind != FieldKind::kBytes) return false;
+      if (f.kind != FieldKind::kScalar && f.kind != FieldKind::kGrow64 &&
+          f.kind != FieldKind::kBytes)
+        return false;
       if (f.word_sized) return false;  // its memory width differs from its wire width on the target
     }
     return true;
@@ -438,7 +472,8 @@ class Emitter {
       for (int k = 0; k < 4; ++k) tmpl.push_back(static_cast<uint8_t>(f.tag >> (8 * k)));
       for (int k = 0; k < 4; ++k) tmpl.push_back(static_cast<uint8_t>(len >> (8 * k)));
       heads << "0x" << std::hex << ((uint64_t{len} << 32) | f.tag) << std::dec << "ull, ";
-      tlvsegs << "    {offsetof(" << rec << ", " << f.name << "), " << (tlv + 8) << ", " << len << "},\n";
+      tlvsegs << "    {offsetof(" << rec << ", " << f.name << "), " << (tlv + 8) << ", " << len
+              << "},\n";
       tlv += 8 + len;
       tmpl.resize(tmpl.size() + len, 0);
       while (tlv % 4 != 0) {
@@ -452,10 +487,12 @@ class Emitter {
     c << "static constexpr Segment tlvseg_" << n << "[] = {\n" << tlvsegs.str() << "};\n";
     c << "static constexpr uint64_t tlvhead_" << n << "[] = {" << heads.str() << "};\n";
     c << "static constexpr uint8_t tlvtmpl_" << n << "[] = {";
-    for (size_t i = 0; i < tmpl.size(); ++i) c << (i % 24 == 0 ? "\n    " : "") << unsigned{tmpl[i]} << ",";
+    for (size_t i = 0; i < tmpl.size(); ++i)
+      c << (i % 24 == 0 ? "\n    " : "") << unsigned{tmpl[i]} << ",";
     c << "};\n";
-    c << "static const FlatPlan flat_" << n << " = {" << idr << ", idrplan_" << n << ".count, idrplan_" << n
-      << ".seg, " << tlv << ", tlvtmpl_" << n << ", tlvseg_" << n << ", tlvhead_" << n << "};\n";
+    c << "static const FlatPlan flat_" << n << " = {" << idr << ", idrplan_" << n
+      << ".count, idrplan_" << n << ".seg, " << tlv << ", tlvtmpl_" << n << ", tlvseg_" << n
+      << ", tlvhead_" << n << "};\n";
   }
 
   void emit_functions(std::ostringstream &c, const Record &r) {
@@ -464,16 +501,21 @@ class Emitter {
     const std::string ex = o_.export_macro.empty() ? "" : o_.export_macro + " ";
     const std::string d = "tlk::idl::gen::rec_" + n;
     const bool al = allocating(r);
-    c << ex << "extern const uint32_t tlv_rtti_sizeof_" << n << "_0 = sizeof(struct " << n << ");\n";
-    c << ex << "extern const uint32_t tlv_rtti_sizeof_map_" << n << "_0 = sizeof(struct " << n << "_tlvmap);\n";
-    if (r.has_idr) c << ex << "extern const uint32_t idr_rtti_sizeof_" << n << "_0 = sizeof(struct " << n << ");\n";
-    c << ex << "uint32_t tlv_encode_" << n << "_0(const struct " << n << " *record, const struct " << n
-      << "_tlvmap *map, uint8_t *buffer, uint32_t length) {\n  return tlk::idl::tlv_encode(" << d
-      << ", record, map, buffer, length);\n}\n";
+    c << ex << "extern const uint32_t tlv_rtti_sizeof_" << n << "_0 = sizeof(struct " << n
+      << ");\n";
+    c << ex << "extern const uint32_t tlv_rtti_sizeof_map_" << n << "_0 = sizeof(struct " << n
+      << "_tlvmap);\n";
+    if (r.has_idr)
+      c << ex << "extern const uint32_t idr_rtti_sizeof_" << n << "_0 = sizeof(struct " << n
+        << ");\n";
+    c << ex << "uint32_t tlv_encode_" << n << "_0(const struct " << n << " *record, const struct "
+      << n << "_tlvmap *map, uint8_t *buffer, uint32_t length) {\n  return tlk::idl::tlv_encode("
+      << d << ", record, map, buffer, length);\n}\n";
     c << ex << "int32_t tlv_decode_" << n << "_0(struct " << n << " *record, struct " << n
       << "_tlvmap *map, const uint8_t *data, uint32_t length"
-      << (al ? ", tlk_idl_alloc_fn alloc, void *alloc_context" : "") << ") {\n  return tlk::idl::tlv_decode(" << d
-      << ", record, map, data, length, " << (al ? "alloc, alloc_context" : "nullptr, nullptr") << ");\n}\n";
+      << (al ? ", tlk_idl_alloc_fn alloc, void *alloc_context" : "")
+      << ") {\n  return tlk::idl::tlv_decode(" << d << ", record, map, data, length, "
+      << (al ? "alloc, alloc_context" : "nullptr, nullptr") << ");\n}\n";
     c << ex << "void tlv_release_" << n << "_0(struct " << n << " *record, struct " << n
       << "_tlvmap *map, tlk_idl_free_fn release, void *context) {\n  tlk::idl::tlv_release(" << d
       << ", record, map, release, context);\n}\n";
@@ -481,9 +523,11 @@ class Emitter {
       c << ex << "uint32_t idr_encode_" << n << "_0(const struct " << n
         << " *record, uint8_t *buffer, uint32_t length) {\n  return tlk::idl::idr_encode(" << d
         << ", record, buffer, length);\n}\n";
-      c << ex << "int32_t idr_decode_" << n << "_0(struct " << n << " *record, const uint8_t *data, uint32_t length"
-        << (al ? ", tlk_idl_alloc_fn alloc, void *alloc_context" : "") << ") {\n  return tlk::idl::idr_decode(" << d
-        << ", record, data, length, " << (al ? "alloc, alloc_context" : "nullptr, nullptr") << ");\n}\n";
+      c << ex << "int32_t idr_decode_" << n << "_0(struct " << n
+        << " *record, const uint8_t *data, uint32_t length"
+        << (al ? ", tlk_idl_alloc_fn alloc, void *alloc_context" : "")
+        << ") {\n  return tlk::idl::idr_decode(" << d << ", record, data, length, "
+        << (al ? "alloc, alloc_context" : "nullptr, nullptr") << ");\n}\n";
       c << ex << "void idr_release_" << n << "_0(struct " << n
         << " *record, tlk_idl_free_fn release, void *context) {\n  tlk::idl::idr_release(" << d
         << ", record, release, context);\n}\n";
@@ -499,8 +543,14 @@ class Emitter {
 
 }  // namespace
 
-std::string emit_header(const Schema &s, const Options &o) { return Emitter(s, o).header(); }
-std::string emit_source(const Schema &s, const Options &o) { return Emitter(s, o).source(); }
-std::string emit_exports(const Schema &s, const Options &o) { return Emitter(s, o).exports(); }
+std::string emit_header(const Schema &s, const Options &o) {
+  return Emitter(s, o).header();
+}
+std::string emit_source(const Schema &s, const Options &o) {
+  return Emitter(s, o).source();
+}
+std::string emit_exports(const Schema &s, const Options &o) {
+  return Emitter(s, o).exports();
+}
 
 }  // namespace idlgen

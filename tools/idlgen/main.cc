@@ -17,10 +17,11 @@
 namespace {
 
 int usage() {
-  std::fprintf(stderr,
-               "usage: idlgen --header OUT.h --source OUT.cc --guard NAME [--export MACRO]\n"
-               "              [--exports OUT.txt] [--core] [--include FILE]... [--import SCHEMA]...\n"
-               "              SCHEMA...\n");
+  std::fprintf(
+      stderr,
+      "usage: idlgen --header OUT.h --source OUT.cc --guard NAME [--export MACRO]\n"
+      "              [--exports OUT.txt] [--core] [--include FILE]... [--import SCHEMA]...\n"
+      "              SCHEMA...\n");
   return 2;
 }
 
@@ -44,18 +45,28 @@ int main(int argc, char **argv) {
     std::string a = argv[i];
     auto next = [&]() -> const char * { return i + 1 < argc ? argv[++i] : nullptr; };
     const char *v = nullptr;
-    if (a == "--core") { o.core = true; continue; }
-    if (a == "--header" || a == "--source" || a == "--guard" || a == "--export" || a == "--exports" ||
-        a == "--include" || a == "--import") {
+    if (a == "--core") {
+      o.core = true;
+      continue;
+    }
+    if (a == "--header" || a == "--source" || a == "--guard" || a == "--export" ||
+        a == "--exports" || a == "--include" || a == "--import") {
       v = next();
       if (v == nullptr) return usage();
-      if (a == "--header") header = v;
-      else if (a == "--source") source = v;
-      else if (a == "--guard") o.guard = v;
-      else if (a == "--export") o.export_macro = v;
-      else if (a == "--exports") exports = v;
-      else if (a == "--include") o.includes.push_back(v);
-      else imports.push_back(v);
+      if (a == "--header")
+        header = v;
+      else if (a == "--source")
+        source = v;
+      else if (a == "--guard")
+        o.guard = v;
+      else if (a == "--export")
+        o.export_macro = v;
+      else if (a == "--exports")
+        exports = v;
+      else if (a == "--include")
+        o.includes.push_back(v);
+      else
+        imports.push_back(v);
       continue;
     }
     if (a.rfind("--", 0) == 0) return usage();

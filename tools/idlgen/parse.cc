@@ -2,8 +2,8 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <fstream>
+#include <functional>
 #include <set>
 #include <sstream>
 
@@ -49,8 +49,10 @@ Opts split_opts(const std::vector<std::string> &toks, size_t from) {
   Opts o;
   for (size_t i = from; i < toks.size(); ++i) {
     auto eq = toks[i].find('=');
-    if (eq == std::string::npos) o.flags.insert(toks[i]);
-    else o.kv[toks[i].substr(0, eq)] = toks[i].substr(eq + 1);
+    if (eq == std::string::npos)
+      o.flags.insert(toks[i]);
+    else
+      o.kv[toks[i].substr(0, eq)] = toks[i].substr(eq + 1);
   }
   return o;
 }
@@ -69,10 +71,16 @@ bool no_leftovers(Ctx &cx, Opts &o, const std::set<std::string> &keys,
                   const std::set<std::string> &flags) {
   bool good = true;
   for (auto &[k, v] : o.kv) {
-    if (!keys.count(k)) { cx.error("unknown option '" + k + "='"); good = false; }
+    if (!keys.count(k)) {
+      cx.error("unknown option '" + k + "='");
+      good = false;
+    }
   }
   for (auto &f : o.flags) {
-    if (!flags.count(f)) { cx.error("unknown word '" + f + "'"); good = false; }
+    if (!flags.count(f)) {
+      cx.error("unknown word '" + f + "'");
+      good = false;
+    }
   }
   return good;
 }
@@ -97,12 +105,21 @@ bool parse_field(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
     f.width = 1;
   } else if (kw == "storage") {
     f.kind = FieldKind::kStorage;
-    if (t.size() < 3) { cx.error("storage needs a name and a width (u8, u16, u32, u64)"); return false; }
+    if (t.size() < 3) {
+      cx.error("storage needs a name and a width (u8, u16, u32, u64)");
+      return false;
+    }
     f.name = t[1];
     f.width = static_cast<uint32_t>(scalar_width(t[2], sg));
-    if (f.width == 0 || sg) { cx.error("storage width must be u8, u16, u32 or u64, not '" + t[2] + "'"); return false; }
+    if (f.width == 0 || sg) {
+      cx.error("storage width must be u8, u16, u32 or u64, not '" + t[2] + "'");
+      return false;
+    }
     f.type = t[2];
-    if (t.size() > 3) { cx.error("unexpected words after storage"); return false; }
+    if (t.size() > 3) {
+      cx.error("unexpected words after storage");
+      return false;
+    }
     rec.fields.push_back(f);
     return true;
   } else if (kw == "reserve") {
@@ -135,14 +152,20 @@ bool parse_field(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
              : kw == "list"   ? FieldKind::kList
              : kw == "nested" ? FieldKind::kNested
                               : FieldKind::kChoice;
-    if (t.size() < 2) { cx.error(kw + " needs a record type"); return false; }
+    if (t.size() < 2) {
+      cx.error(kw + " needs a record type");
+      return false;
+    }
     f.type = t[1];
     name_at = 2;
   } else {
     cx.error("unknown field kind '" + kw + "'");
     return false;
   }
-  if (t.size() <= name_at) { cx.error("field name missing"); return false; }
+  if (t.size() <= name_at) {
+    cx.error("field name missing");
+    return false;
+  }
   std::string name = t[name_at];
   // NAME[N] for byte arrays and record arrays.
   auto br = name.find('[');
@@ -165,7 +188,10 @@ bool parse_field(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
     cx.error("bound of '" + name + "' must be 1 to 65535");
     return false;
   }
-  if (!valid_ident(name)) { cx.error("bad field name '" + name + "'"); return false; }
+  if (!valid_ident(name)) {
+    cx.error("bad field name '" + name + "'");
+    return false;
+  }
   f.name = name;
   Opts o = split_opts(t, name_at + 1);
   std::set<std::string> keys = {"tag"}, flags;
@@ -173,8 +199,14 @@ bool parse_field(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
     cx.error("field '" + name + "' needs tag=N");
     return false;
   }
-  if (f.tag == 0) { cx.error("tag 0 is reserved (decoders skip it)"); return false; }
-  if (f.tag > 65535) { cx.error("tag " + o.kv["tag"] + " does not fit 16 bits"); return false; }
+  if (f.tag == 0) {
+    cx.error("tag 0 is reserved (decoders skip it)");
+    return false;
+  }
+  if (f.tag > 65535) {
+    cx.error("tag " + o.kv["tag"] + " does not fit 16 bits");
+    return false;
+  }
   if (f.kind == FieldKind::kBlob || f.kind == FieldKind::kArray || f.kind == FieldKind::kList) {
     keys.insert("count");
     flags.insert("countfirst");
@@ -201,7 +233,10 @@ bool parse_field(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
     for (auto &g : rec.fields) {
       if (g.kind == FieldKind::kStorage && !g.type.empty() && g.name == f.storage) st = &g;
     }
-    if (st == nullptr) { cx.error("storage word '" + f.storage + "' is not declared before '" + name + "'"); return false; }
+    if (st == nullptr) {
+      cx.error("storage word '" + f.storage + "' is not declared before '" + name + "'");
+      return false;
+    }
     if (f.bit_width == 0 || f.bit_width > 32 || f.bit_off + f.bit_width > st->width * 8) {
       cx.error("bits '" + name + "' (at " + std::to_string(f.bit_off) + ", width " +
                std::to_string(f.bit_width) + ") do not fit their " + std::to_string(st->width * 8) +
@@ -216,36 +251,67 @@ bool parse_field(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
 }
 
 bool parse_header(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
-  if (t.size() < 3) { cx.error(t[0] + " needs a name and a wire form (host or net)"); return false; }
+  if (t.size() < 3) {
+    cx.error(t[0] + " needs a name and a wire form (host or net)");
+    return false;
+  }
   rec.name = t[1];
-  if (!valid_ident(rec.name)) { cx.error("bad record name '" + rec.name + "'"); return false; }
-  if (t[2] == "net") rec.net = true;
-  else if (t[2] != "host") { cx.error("wire form must be host or net, not '" + t[2] + "'"); return false; }
+  if (!valid_ident(rec.name)) {
+    cx.error("bad record name '" + rec.name + "'");
+    return false;
+  }
+  if (t[2] == "net")
+    rec.net = true;
+  else if (t[2] != "host") {
+    cx.error("wire form must be host or net, not '" + t[2] + "'");
+    return false;
+  }
   Opts o = split_opts(t, 3);
   std::set<std::string> keys = {"size32", "map32"}, flags = {"tlvonly", "alloc"};
   rec.has_idr = !o.flags.count("tlvonly");
   rec.force_alloc = o.flags.count("alloc") != 0;
-  if (o.kv.count("size32") && !parse_u32(o.kv["size32"], rec.size32)) { cx.error("bad size32"); return false; }
-  if (o.kv.count("map32") && !parse_u32(o.kv["map32"], rec.map32)) { cx.error("bad map32"); return false; }
+  if (o.kv.count("size32") && !parse_u32(o.kv["size32"], rec.size32)) {
+    cx.error("bad size32");
+    return false;
+  }
+  if (o.kv.count("map32") && !parse_u32(o.kv["map32"], rec.map32)) {
+    cx.error("bad map32");
+    return false;
+  }
   if (t[0] == "choice") {
     rec.is_choice = true;
     keys.insert({"sel", "resv", "arm", "marker", "idrmarker", "armbytes", "mapbytes"});
     flags.insert({"byptr", "checkmarker"});
-    if (!o.kv.count("sel") || !valid_ident(o.kv["sel"])) { cx.error("choice needs sel=NAME"); return false; }
+    if (!o.kv.count("sel") || !valid_ident(o.kv["sel"])) {
+      cx.error("choice needs sel=NAME");
+      return false;
+    }
     rec.sel_name = o.kv["sel"];
     rec.resv_name = o.kv.count("resv") ? o.kv["resv"] : "";
     rec.arm_name = o.kv.count("arm") ? o.kv["arm"] : rec.name + "_u";
     rec.by_ptr = o.flags.count("byptr") != 0;
     rec.check_marker = o.flags.count("checkmarker") != 0;
-    if (o.kv.count("marker") && !parse_u32(o.kv["marker"], rec.tlv_marker)) { cx.error("bad marker"); return false; }
+    if (o.kv.count("marker") && !parse_u32(o.kv["marker"], rec.tlv_marker)) {
+      cx.error("bad marker");
+      return false;
+    }
     rec.idr_marker = rec.tlv_marker;
-    if (o.kv.count("idrmarker") && !parse_u32(o.kv["idrmarker"], rec.idr_marker)) { cx.error("bad idrmarker"); return false; }
-    if (o.kv.count("armbytes") && !parse_u32(o.kv["armbytes"], rec.arm_bytes)) { cx.error("bad armbytes"); return false; }
-    if (o.kv.count("mapbytes") && !parse_u32(o.kv["mapbytes"], rec.map_bytes)) { cx.error("bad mapbytes"); return false; }
+    if (o.kv.count("idrmarker") && !parse_u32(o.kv["idrmarker"], rec.idr_marker)) {
+      cx.error("bad idrmarker");
+      return false;
+    }
+    if (o.kv.count("armbytes") && !parse_u32(o.kv["armbytes"], rec.arm_bytes)) {
+      cx.error("bad armbytes");
+      return false;
+    }
+    if (o.kv.count("mapbytes") && !parse_u32(o.kv["mapbytes"], rec.map_bytes)) {
+      cx.error("bad mapbytes");
+      return false;
+    }
   } else if (t[0] == "record") {
     keys.insert("mapspare");
-    if (o.kv.count("mapspare") && (!parse_u32(o.kv["mapspare"], rec.map_spare) || rec.map_spare == 0 ||
-                                   rec.map_spare > 64)) {
+    if (o.kv.count("mapspare") &&
+        (!parse_u32(o.kv["mapspare"], rec.map_spare) || rec.map_spare == 0 || rec.map_spare > 64)) {
       cx.error("mapspare must be 1 to 64 words");
       return false;
     }
@@ -295,7 +361,8 @@ bool parse_file(const std::string &path, bool imported, Schema &schema) {
     const bool opens = t[0] == "record" || t[0] == "custom" || (t[0] == "choice" && cur == nullptr);
     if (opens) {
       if (cur != nullptr) {
-        cx.error("record '" + cur->name + "' (line " + std::to_string(cur_line) + ") lacks its 'end'");
+        cx.error("record '" + cur->name + "' (line " + std::to_string(cur_line) +
+                 ") lacks its 'end'");
         return false;
       }
       Record rec;
@@ -320,7 +387,8 @@ bool parse_file(const std::string &path, bool imported, Schema &schema) {
       continue;
     }
     if (t[0] == "end") {
-      if (!cur->is_choice && cur->fields.empty()) cx.error("record '" + cur->name + "' has no fields");
+      if (!cur->is_choice && cur->fields.empty())
+        cx.error("record '" + cur->name + "' has no fields");
       cur = nullptr;
       continue;
     }
@@ -331,7 +399,9 @@ bool parse_file(const std::string &path, bool imported, Schema &schema) {
         continue;
       }
       for (auto &a : cur->arms) {
-        if (a.selector == sel) cx.error("selector " + t[1] + " already has an arm (line " + std::to_string(a.line) + ")");
+        if (a.selector == sel)
+          cx.error("selector " + t[1] + " already has an arm (line " + std::to_string(a.line) +
+                   ")");
       }
       cur->arms.push_back({sel, t[2], cx.line});
       continue;
@@ -366,17 +436,24 @@ bool check(Schema &schema) {
       if (f.kind == FieldKind::kRecArray || f.kind == FieldKind::kList ||
           f.kind == FieldKind::kNested || f.kind == FieldKind::kChoice) {
         const Record *s = schema.find(f.type);
-        if (s == nullptr) { err(f.file, f.line, "unknown record type '" + f.type + "'"); continue; }
-        if (f.kind == FieldKind::kChoice && !s->is_choice) err(f.file, f.line, "'" + f.type + "' is not a choice");
+        if (s == nullptr) {
+          err(f.file, f.line, "unknown record type '" + f.type + "'");
+          continue;
+        }
+        if (f.kind == FieldKind::kChoice && !s->is_choice)
+          err(f.file, f.line, "'" + f.type + "' is not a choice");
         if (f.kind != FieldKind::kChoice && s->is_choice && f.kind != FieldKind::kList)
           err(f.file, f.line, "'" + f.type + "' is a choice: use 'choice'");
-        if (r.has_idr && !s->has_idr) err(f.file, f.line, "'" + f.type + "' has no IDR form but '" + r.name + "' has");
+        if (r.has_idr && !s->has_idr)
+          err(f.file, f.line, "'" + f.type + "' has no IDR form but '" + r.name + "' has");
       }
     }
     for (auto &a : r.arms) {
       const Record *s = schema.find(a.rec);
-      if (s == nullptr) err(r.file, a.line, "unknown arm record '" + a.rec + "'");
-      else if (r.has_idr && !s->has_idr) err(r.file, a.line, "arm '" + a.rec + "' has no IDR form");
+      if (s == nullptr)
+        err(r.file, a.line, "unknown arm record '" + a.rec + "'");
+      else if (r.has_idr && !s->has_idr)
+        err(r.file, a.line, "arm '" + a.rec + "' has no IDR form");
     }
   }
   if (!ok) return false;
@@ -385,10 +462,14 @@ bool check(Schema &schema) {
   std::function<bool(const Record &)> visit = [&](const Record &r) -> bool {
     int &s = state[r.name];
     if (s == 2) return true;
-    if (s == 1) { err(r.file, r.line, "record '" + r.name + "' contains itself"); return false; }
+    if (s == 1) {
+      err(r.file, r.line, "record '" + r.name + "' contains itself");
+      return false;
+    }
     s = 1;
     for (auto &f : r.fields) {
-      if (f.kind == FieldKind::kNested || f.kind == FieldKind::kRecArray || f.kind == FieldKind::kChoice) {
+      if (f.kind == FieldKind::kNested || f.kind == FieldKind::kRecArray ||
+          f.kind == FieldKind::kChoice) {
         if (!visit(*schema.find(f.type))) return false;
       }
     }

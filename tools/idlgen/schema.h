@@ -8,19 +8,32 @@
 
 namespace idlgen {
 
-enum class FieldKind { kScalar, kGrow64, kAf, kStorage, kBits, kBytes, kBlob, kArray, kRecArray, kList, kNested, kChoice };
+enum class FieldKind {
+  kScalar,
+  kGrow64,
+  kAf,
+  kStorage,
+  kBits,
+  kBytes,
+  kBlob,
+  kArray,
+  kRecArray,
+  kList,
+  kNested,
+  kChoice
+};
 
 struct Field {
   FieldKind kind = FieldKind::kScalar;
   std::string name;
-  std::string type;       // scalar type word (u8.. s64), or the referenced record
-  uint32_t tag = 0;       // 0 for storage words, which are not fields of their own
-  uint32_t width = 0;     // bytes of the scalar / element / storage word
+  std::string type;    // scalar type word (u8.. s64), or the referenced record
+  uint32_t tag = 0;    // 0 for storage words, which are not fields of their own
+  uint32_t width = 0;  // bytes of the scalar / element / storage word
   bool is_signed = false;
-  uint32_t count = 0;     // bytes (byte array) or elements (record array)
-  std::string count_name; // counted kinds: the u32 count word
+  uint32_t count = 0;      // bytes (byte array) or elements (record array)
+  std::string count_name;  // counted kinds: the u32 count word
   bool count_first = false;
-  bool by_ptr = false;    // list of pointers
+  bool by_ptr = false;      // list of pointers
   bool word_sized = false;  // growable kept in the platform word (unsigned long) in memory
   std::string
       storage;  // bit-field: its storage word; a storage entry without a type is reserved room

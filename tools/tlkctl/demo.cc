@@ -13,7 +13,9 @@ namespace {
 constexpr uint8_t kTarlinkStats = 26;
 constexpr uint32_t kSenderId = 2;  // "user"
 
-void section(int number, const char *title) { printf("\n== %d. %s\n", number, title); }
+void section(int number, const char *title) {
+  printf("\n== %d. %s\n", number, title);
+}
 
 // What the object families show, in order, after the session's own steps.
 constexpr DemoStep kFamilySteps[] = {
@@ -26,18 +28,23 @@ constexpr DemoStep kFamilySteps[] = {
 void show_negotiation(tarvik_cookie *c) {
   const uint8_t *v = tarvik_get_tarlink_version_info(c);
   unsigned agreeing = 0;
-  for (unsigned t = 1; t < TLK_NUM_MSG_TYPES; ++t) agreeing += (v[1 + t] == TARVIK_VERSION_TABLE[t]);
-  printf("  kernel knows %u message types, interface version '%c' (%u); library expects %u and '%c'\n",
-         v[0], v[1], v[1], TLK_NUM_MSG_TYPES, TLK_INTERFACE_VERSION);
-  printf("  per-type versions agreeing: %u of %u (route '%c', ifdev '%c', iflogical '%c', gencfg '%c')\n",
-         agreeing, TLK_NUM_MSG_TYPES - 1, v[1 + 2], v[1 + 5], v[1 + 6], v[1 + 72]);
+  for (unsigned t = 1; t < TLK_NUM_MSG_TYPES; ++t)
+    agreeing += (v[1 + t] == TARVIK_VERSION_TABLE[t]);
+  printf(
+      "  kernel knows %u message types, interface version '%c' (%u); library expects %u and '%c'\n",
+      v[0], v[1], v[1], TLK_NUM_MSG_TYPES, TLK_INTERFACE_VERSION);
+  printf(
+      "  per-type versions agreeing: %u of %u (route '%c', ifdev '%c', iflogical '%c', gencfg "
+      "'%c')\n",
+      agreeing, TLK_NUM_MSG_TYPES - 1, v[1 + 2], v[1 + 5], v[1 + 6], v[1 + 72]);
 }
 
 int raw_exchange(tarsim::Kernel &kernel, tarvik_cookie *c) {
   uint32_t seq = 0;
   tarvik_seq_get_next(c, &seq);
   // A fixed-size raw request of the "tarlink stats" family: a header and a 12-byte body.
-  std::vector<uint8_t> req = tarsim::raw_message(kTarlinkStats, TLK_OP_GET, seq, std::vector<uint8_t>(12, 0));
+  std::vector<uint8_t> req =
+      tarsim::raw_message(kTarlinkStats, TLK_OP_GET, seq, std::vector<uint8_t>(12, 0));
   printf("  request:\n");
   print_raw_header(stdout, req);
   int err = tarvik_write(c, req.data(), req.size());
@@ -58,8 +65,10 @@ int raw_exchange(tarsim::Kernel &kernel, tarvik_cookie *c) {
   if (len >= TLK_RAW_HDR_LEN + 16) {
     uint32_t counters[4];
     memcpy(counters, &bytes[TLK_RAW_HDR_LEN], sizeof counters);
-    printf("  kernel's counters for this session: requests=%u replies=%u open sessions=%u dropped=%u\n",
-           counters[0], counters[1], counters[2], counters[3]);
+    printf(
+        "  kernel's counters for this session: requests=%u replies=%u open sessions=%u "
+        "dropped=%u\n",
+        counters[0], counters[1], counters[2], counters[3]);
   }
   tarvik_msg_free(c, reply);
   printf("  sessions open in the kernel: %zu, messages recorded both ways: %zu\n",
@@ -146,7 +155,8 @@ int run_demo(int, char **) {
   tarvik_close(c);
   print_memory(stdout);
   int32_t outstanding = 0;
-  for (unsigned id = 1; id < MEMID_TARVIK_MAX; ++id) outstanding += tarvik_mem_record.cnts[id].outstanding;
+  for (unsigned id = 1; id < MEMID_TARVIK_MAX; ++id)
+    outstanding += tarvik_mem_record.cnts[id].outstanding;
   printf("  outstanding blocks of the library after close: %d%s\n", outstanding,
          outstanding == 0 ? " (none)" : " (LEAK)");
   return outstanding == 0 ? 0 : 1;

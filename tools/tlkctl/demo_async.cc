@@ -28,7 +28,8 @@ int demo_async(tarsim::Kernel &kernel, tarvik_cookie *) {
   tarvik_cookie *a = tarvik_open_set_liberr(12, nullptr, print_diagnostic);
   tarvik_cookie *b = tarvik_open_set_liberr(13, nullptr, print_diagnostic);
   int result = 1;
-  if (writer && a && b && tarvik_create_async_context(a) == 0 && tarvik_create_async_context(b) == 0 &&
+  if (writer && a && b && tarvik_create_async_context(a) == 0 &&
+      tarvik_create_async_context(b) == 0 &&
       tarvik_iflm_async_register(a, &listener, heard_handler) == 0 &&
       tarvik_rtm_async_register(b, &bystander, heard_handler) == 0) {
     printf("  listener listens for logical interfaces, bystander for routes\n");
@@ -36,8 +37,9 @@ int demo_async(tarsim::Kernel &kernel, tarvik_cookie *) {
     write_change(writer, 6, TLK_OP_CHANGE, 1);
     run_until_quiet(a, &listener.heard);
     run_until_quiet(b, &bystander.heard);
-    printf("  listener heard %u, bystander heard %u; kernel sent %llu and %llu notifications\n", listener.heard,
-           bystander.heard, static_cast<unsigned long long>(kernel.notifications(tarvik_getsockfd(a))),
+    printf("  listener heard %u, bystander heard %u; kernel sent %llu and %llu notifications\n",
+           listener.heard, bystander.heard,
+           static_cast<unsigned long long>(kernel.notifications(tarvik_getsockfd(a))),
            static_cast<unsigned long long>(kernel.notifications(tarvik_getsockfd(b))));
     result = (listener.heard == 1 && bystander.heard == 0) ? 0 : 1;
   }

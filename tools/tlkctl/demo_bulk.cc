@@ -86,21 +86,26 @@ int demo_bulk(tarsim::Kernel &kernel, tarvik_cookie *) {
     tarvik_close(c);
     return 1;
   }
-  printf("  %u gencfg blobs of %zu bytes each way; the bulk send buffer is the socket's, %d bytes\n",
-         kObjects, sizeof g_blob, TLK_DEFAULT_SOCKBUF);
+  printf(
+      "  %u gencfg blobs of %zu bytes each way; the bulk send buffer is the socket's, %d bytes\n",
+      kObjects, sizeof g_blob, TLK_DEFAULT_SOCKBUF);
   const size_t stored = kernel.gencfg().store().size();
   const Outcome bulk = in_bulk(kernel, c);
   const Outcome single = one_by_one(kernel, c);
   tarvik_close(c);
   const double bulk_rate = kObjects / bulk.seconds, single_rate = kObjects / single.seconds;
   printf("  %-12s %10s %12s %14s %8s\n", "", "writes", "seconds", "objects/s", "refused");
-  printf("  %-12s %10llu %12.3f %14.0f %8u\n", "in bulk", static_cast<unsigned long long>(bulk.writes),
-         bulk.seconds, bulk_rate, bulk.refused);
-  printf("  %-12s %10llu %12.3f %14.0f %8u\n", "one by one", static_cast<unsigned long long>(single.writes),
-         single.seconds, single_rate, single.refused);
-  printf("  bulk is %.1fx the one-by-one rate; the kernel now holds %zu more blobs\n", bulk_rate / single_rate,
-         kernel.gencfg().store().size() - stored);
-  return (bulk.refused == 0 && single.refused == 0 && kernel.gencfg().store().size() - stored == 2 * kObjects) ? 0 : 1;
+  printf("  %-12s %10llu %12.3f %14.0f %8u\n", "in bulk",
+         static_cast<unsigned long long>(bulk.writes), bulk.seconds, bulk_rate, bulk.refused);
+  printf("  %-12s %10llu %12.3f %14.0f %8u\n", "one by one",
+         static_cast<unsigned long long>(single.writes), single.seconds, single_rate,
+         single.refused);
+  printf("  bulk is %.1fx the one-by-one rate; the kernel now holds %zu more blobs\n",
+         bulk_rate / single_rate, kernel.gencfg().store().size() - stored);
+  return (bulk.refused == 0 && single.refused == 0 &&
+          kernel.gencfg().store().size() - stored == 2 * kObjects)
+             ? 0
+             : 1;
 }
 
 }  // namespace tlkctl

@@ -7,8 +7,9 @@
 namespace {
 
 constexpr tlkctl::Command kCommands[] = {
-    {"demo", "", "open a session, negotiate versions, exchange requests and replies, hear\n"
-                 "notifications, store blobs, batch, show the memory accounting, close in order",
+    {"demo", "",
+     "open a session, negotiate versions, exchange requests and replies, hear\n"
+     "notifications, store blobs, batch, show the memory accounting, close in order",
      tlkctl::run_demo},
     {"monitor", "[--demo N] [--bulk]",
      "print notifications as they arrive; --demo N: a second session makes N changes",
@@ -21,8 +22,10 @@ constexpr tlkctl::Command kCommands[] = {
 };
 
 void usage(FILE *out) {
-  fputs("usage: tlkctl <command> [arguments]\n\n"
-        "Commands (all run against the embedded simulated kernel):\n", out);
+  fputs(
+      "usage: tlkctl <command> [arguments]\n\n"
+      "Commands (all run against the embedded simulated kernel):\n",
+      out);
   for (const tlkctl::Command &c : kCommands) {
     fprintf(out, "  %s%s%s\n", c.name, *c.args ? " " : "", c.args);
     // The help text, indented, a line at a time.

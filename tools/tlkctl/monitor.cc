@@ -14,8 +14,9 @@ namespace tlkctl {
 
 void print_notification(FILE *out, const void *msg) {
   const auto *h = static_cast<const tlk_hdr *>(msg);
-  fprintf(out, "notify seq=%u type=%s(%u) op=%s len=%u\n", h->tlkh_seq, tarvik_msg_type_name(h->tlkh_type),
-          h->tlkh_type, rtm_ops[h->tlkh_op < 10 ? h->tlkh_op : 10], h->tlkh_msglen);
+  fprintf(out, "notify seq=%u type=%s(%u) op=%s len=%u\n", h->tlkh_seq,
+          tarvik_msg_type_name(h->tlkh_type), h->tlkh_type,
+          rtm_ops[h->tlkh_op < 10 ? h->tlkh_op : 10], h->tlkh_msglen);
 }
 
 int write_change(tarvik_cookie *writer, uint8_t type, uint8_t op, uint8_t tag) {
@@ -42,7 +43,9 @@ int print_handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
 }
 
 evContext g_interrupt_ctx{};
-void on_interrupt(int) { tlk_ev_break(g_interrupt_ctx); }
+void on_interrupt(int) {
+  tlk_ev_break(g_interrupt_ctx);
+}
 
 // One turn of the session's loop: the session's callback runs, then a marker watch (selected
 // after it) stops the loop.  Leaves the loop when everything queued has been handled.
@@ -106,7 +109,8 @@ int run_monitor(int argc, char **argv) {
   Monitor m;
   m.cookie = tarvik_open_set_liberr(9, nullptr, print_diagnostic);
   if (m.cookie == nullptr || tarvik_create_async_context(m.cookie) != 0 ||
-      (bulk && tarvik_set_async_mode(m.cookie, TLK_ASYNC_BULK) != 0) || listen_all(m.cookie, &m) != 0) {
+      (bulk && tarvik_set_async_mode(m.cookie, TLK_ASYNC_BULK) != 0) ||
+      listen_all(m.cookie, &m) != 0) {
     fprintf(stderr, "tlkctl monitor: cannot listen\n");
     tarvik_close(m.cookie);
     return 1;
@@ -116,7 +120,7 @@ int run_monitor(int argc, char **argv) {
     // A second session changes things; the kernel sends each change to the listening monitor.
     static const struct {
       uint8_t type, op;
-    } kChanges[] = {{5, TLK_OP_CHANGE}, {6, TLK_OP_ADD}, {8, TLK_OP_ADD}, {2, TLK_OP_ADD},
+    } kChanges[] = {{5, TLK_OP_CHANGE}, {6, TLK_OP_ADD},    {8, TLK_OP_ADD},    {2, TLK_OP_ADD},
                     {10, TLK_OP_ADD},   {2, TLK_OP_DELETE}, {6, TLK_OP_DELETE}, {1, TLK_OP_CHANGE}};
     tarvik_cookie *writer = tarvik_open_set_liberr(10, nullptr, print_diagnostic);
     for (long i = 0; writer != nullptr && i < changes; ++i) {

@@ -11,15 +11,24 @@ namespace {
 // What the library's fixed memory identifiers hold.
 const char *memid_name(unsigned id) {
   switch (id) {
-    case 0: return "accounting table";
-    case MEMID_TARVIK_SUBTYPE: return "subtype tables";
-    case MEMID_TARVIK_ASYNC_CTX: return "async context";
-    case MEMID_TARVIK_READ_BUFFER: return "read bufs, blob copies";
-    case MEMID_TARVIK_COOKIE: return "sessions";
-    case MEMID_TARVIK_DECODE: return "decoder blocks";
-    case MEMID_TARVIK_ASYNC_REG: return "async registrations";
-    case MEMID_TARVIK_MSG: return "messages and buffers";
-    default: return "";
+    case 0:
+      return "accounting table";
+    case MEMID_TARVIK_SUBTYPE:
+      return "subtype tables";
+    case MEMID_TARVIK_ASYNC_CTX:
+      return "async context";
+    case MEMID_TARVIK_READ_BUFFER:
+      return "read bufs, blob copies";
+    case MEMID_TARVIK_COOKIE:
+      return "sessions";
+    case MEMID_TARVIK_DECODE:
+      return "decoder blocks";
+    case MEMID_TARVIK_ASYNC_REG:
+      return "async registrations";
+    case MEMID_TARVIK_MSG:
+      return "messages and buffers";
+    default:
+      return "";
   }
 }
 

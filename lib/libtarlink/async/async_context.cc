@@ -13,8 +13,8 @@ namespace {
 
 using tlk::platform::ops;
 
-constexpr uint32_t kNumSlots = TLK_NUM_MSG_TYPES + 1;   // types 0 to 110
-constexpr uint32_t kModeAccepted = 0x1ff9f;              // bits 5, 6 and 17 up are refused
+constexpr uint32_t kNumSlots = TLK_NUM_MSG_TYPES + 1;  // types 0 to 110
+constexpr uint32_t kModeAccepted = 0x1ff9f;            // bits 5, 6 and 17 up are refused
 constexpr uint32_t kDefaultReadsPerEvent = 10;
 constexpr socklen_t kFilterRecordLen = 8 + TLK_ASYNC_FILTER_LEN;
 
@@ -39,8 +39,8 @@ int send_listen_mask(tarvik_cookie *cookie, uint32_t low, uint32_t high, const c
 // Puts the session's socket on its loop, once, in plain form: the session's descriptor, read
 // events, the engine's callback.  The loop's answer is not looked at.
 void select_plain(tarvik_cookie *cookie, tarvik_async_info_t *info) {
-  (void)ops().evSelectFD(info->context, cookie->fd, TLK_EV_READ, tarvik_async_event_callback, cookie,
-                         &info->select_id);
+  (void)ops().evSelectFD(info->context, cookie->fd, TLK_EV_READ, tarvik_async_event_callback,
+                         cookie, &info->select_id);
   info->flags |= TARVIK_ASYNC_SELECTED;
 }
 
@@ -54,7 +54,8 @@ extern "C" {
 
 TLK_EXPORT int tarvik_alloc_async_info(tarvik_cookie *cookie) {
   if (cookie == nullptr || cookie->async_info != nullptr) return EINVAL;
-  auto *info = static_cast<tarvik_async_info_t *>(tarvik_malloc(MEMID_TARVIK_ASYNC_CTX, sizeof(tarvik_async_info_t)));
+  auto *info = static_cast<tarvik_async_info_t *>(
+      tarvik_malloc(MEMID_TARVIK_ASYNC_CTX, sizeof(tarvik_async_info_t)));
   if (info == nullptr) {
     errno = ENOMEM;
     tarvik_err(cookie, TLK_LEVEL_FATAL, "async info allocation failed %s\n", strerror(errno));
@@ -181,11 +182,13 @@ TLK_EXPORT int tarvik_setup_async_registration(tarvik_cookie *cookie, uint32_t m
     info->listen_mask[1] = high;
   }
 
-  auto *slot = static_cast<tarvik_async_reg_t *>(tarvik_malloc(MEMID_TARVIK_ASYNC_REG, sizeof(tarvik_async_reg_t)));
+  auto *slot = static_cast<tarvik_async_reg_t *>(
+      tarvik_malloc(MEMID_TARVIK_ASYNC_REG, sizeof(tarvik_async_reg_t)));
   if (slot == nullptr) {
     // The listen bits and the loop registration above stay.
     errno = ENOMEM;
-    tarvik_err(cookie, TLK_LEVEL_ERROR, "async registration allocation failed %s\n", strerror(errno));
+    tarvik_err(cookie, TLK_LEVEL_ERROR, "async registration allocation failed %s\n",
+               strerror(errno));
     return -1;
   }
   slot->arg = arg;
@@ -231,8 +234,8 @@ TLK_EXPORT int tarvik_async_subtype_handler_register(tarvik_cookie *cookie, uint
   record->count = static_cast<uint8_t>(count);
   record->offset = offset;
   record->table = table;
-  const int result =
-      tarvik_setup_async_registration(cookie, msg_type, mask_low, mask_high, record, tarvik_async_subtype_handler);
+  const int result = tarvik_setup_async_registration(cookie, msg_type, mask_low, mask_high, record,
+                                                     tarvik_async_subtype_handler);
   if (result != 0) {
     // No slot holds the record: nothing else could ever free it.
     tarvik_free(MEMID_TARVIK_SUBTYPE, record);
@@ -248,7 +251,8 @@ TLK_EXPORT int tarvik_input_async_register(tarvik_cookie *cookie) {
   if (needs_select(info)) select_plain(cookie, info);
   if (info->listen_mask[1] & TLKO_INPUT) return 0;
   const uint32_t high = info->listen_mask[1] | TLKO_INPUT;
-  if (send_listen_mask(cookie, info->listen_mask[0], high, "failed to set TLKO_INPUT listen bit") != 0) {
+  if (send_listen_mask(cookie, info->listen_mask[0], high, "failed to set TLKO_INPUT listen bit") !=
+      0) {
     return -1;
   }
   info->listen_mask[1] = high;
@@ -285,14 +289,16 @@ TLK_EXPORT int tarvik_async_register_filters(tarvik_cookie *cookie, const void *
   uint8_t record[kFilterRecordLen];
   memcpy(record, cookie->async_info->listen_mask, 8);
   memcpy(record + 8, filter, TLK_ASYNC_FILTER_LEN);
-  return set_route_option(cookie, TLK_SO_FILTERS, record, sizeof record, "failed to set listen bit");
+  return set_route_option(cookie, TLK_SO_FILTERS, record, sizeof record,
+                          "failed to set listen bit");
 }
 
 TLK_EXPORT int tarvik_set_async_mode(tarvik_cookie *cookie, uint32_t mode) {
   if (!has_async(cookie)) return EINVAL;
   if ((mode & ~kModeAccepted) != 0 || (mode != 0 && (mode & TLK_ASYNC_BULK) == 0)) return EINVAL;
   if (ops().setsockopt(cookie->fd, TLK_SOL_ROUTE, TLK_SO_ASYNC_MODE, &mode, sizeof mode) != 0) {
-    tarvik_err(cookie, TLK_LEVEL_ERROR, "failed to set async mode bits=0x%x, error=%s", mode, strerror(errno));
+    tarvik_err(cookie, TLK_LEVEL_ERROR, "failed to set async mode bits=0x%x, error=%s", mode,
+               strerror(errno));
     return -1;
   }
   cookie->async_info->mode = mode;
@@ -305,7 +311,8 @@ TLK_EXPORT int tarvik_get_async_seq_num(tarvik_cookie *cookie, uint32_t *seq_out
   socklen_t len = sizeof seq;
   const int result = ops().getsockopt(cookie->fd, TLK_SOL_ROUTE, TLK_SO_ASYNC_SEQ, &seq, &len);
   if (result != 0) {
-    tarvik_err(cookie, TLK_LEVEL_ERROR, "failed to get tarlink sequence number %s", strerror(errno));
+    tarvik_err(cookie, TLK_LEVEL_ERROR, "failed to get tarlink sequence number %s",
+               strerror(errno));
     return result;
   }
   *seq_out = seq;

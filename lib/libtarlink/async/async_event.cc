@@ -47,7 +47,9 @@ int decode_message(tarvik_cookie *cookie, const uint8_t *p, size_t len, void **m
   return tarvik_msg_idl_decode(cookie, p, len, message, nullptr);
 }
 
-void release_message(tarvik_cookie *cookie, void *message) { tarvik_msg_idl_release(cookie, message, nullptr); }
+void release_message(tarvik_cookie *cookie, void *message) {
+  tarvik_msg_idl_release(cookie, message, nullptr);
+}
 
 struct Walk {
   uint32_t delivered = 0;  // messages delivered from this read
@@ -61,12 +63,14 @@ int dispatch_decoded(tarvik_cookie *cookie, void *&message) {
   const auto *hdr = static_cast<const uint8_t *>(message);
   const uint32_t type = hdr[tlk::wire::kTypeAt];
   if (type > TLK_ASYNC_MAX_TYPE) {
-    tarvik_err(cookie, TLK_LEVEL_WARNING, "received async message of unknown type: %d\n", static_cast<int>(type));
+    tarvik_err(cookie, TLK_LEVEL_WARNING, "received async message of unknown type: %d\n",
+               static_cast<int>(type));
     return EOPNOTSUPP;
   }
   tarvik_async_reg_t *slot = info->reg[type];
   if (slot == nullptr) {
-    tarvik_err(cookie, TLK_LEVEL_ERROR, "received async message with no handler: %d\n", static_cast<int>(type));
+    tarvik_err(cookie, TLK_LEVEL_ERROR, "received async message with no handler: %d\n",
+               static_cast<int>(type));
     return ENOENT;
   }
   // The library's own work on this type first (tlk::async::inline_work); it may replace the
@@ -90,7 +94,8 @@ int dispatch_raw(tarvik_cookie *cookie, const uint8_t *p, size_t len) {
   tarvik_async_info_t *info = cookie->async_info;
   const uint32_t type = len > tlk::wire::kTypeAt ? p[tlk::wire::kTypeAt] : 0;
   if (type > TLK_ASYNC_MAX_TYPE) {
-    tarvik_err(cookie, TLK_LEVEL_WARNING, "received async message of unknown type: %d\n", static_cast<int>(type));
+    tarvik_err(cookie, TLK_LEVEL_WARNING, "received async message of unknown type: %d\n",
+               static_cast<int>(type));
     return EOPNOTSUPP;
   }
   void *copy = tarvik_size_alloc(cookie, len);
@@ -98,12 +103,14 @@ int dispatch_raw(tarvik_cookie *cookie, const uint8_t *p, size_t len) {
   memcpy(copy, p, len);
   tarvik_async_reg_t *slot = info->reg[type];
   if (slot == nullptr) {
-    tarvik_err(cookie, TLK_LEVEL_ERROR, "received async message with no handler: %d\n", static_cast<int>(type));
+    tarvik_err(cookie, TLK_LEVEL_ERROR, "received async message with no handler: %d\n",
+               static_cast<int>(type));
     tarvik_msg_free(cookie, copy);
     return ENOENT;
   }
   if (info->mode & TLK_ASYNC_HOOKED) {
-    if (tarvik_async_io_debug) debug_line("%s, Enqueueing tarlink message - non-idl\n\n", kProcessMsg);
+    if (tarvik_async_io_debug)
+      debug_line("%s, Enqueueing tarlink message - non-idl\n\n", kProcessMsg);
     return cookie->event_hooks->dispatch(cookie, slot, copy, 0, 0);  // the copy stays with the hook
   }
   slot->handler(cookie, slot->arg, copy, 0);
@@ -120,7 +127,9 @@ int leave(int e, uint32_t reads) {
 
 extern "C" {
 
-TLK_EXPORT void tarvik_async_set_io_debug(int value) { tarvik_async_io_debug = value; }
+TLK_EXPORT void tarvik_async_set_io_debug(int value) {
+  tarvik_async_io_debug = value;
+}
 
 TLK_EXPORT void tarvik_async_set_num_read_msg(tarvik_cookie *cookie, uint32_t count) {
   // The store takes no other check; a null session is ignored rather than written through.
@@ -146,7 +155,8 @@ TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie) {
         int size = 0;
         socklen_t len = sizeof size;
         if (ops().getsockopt(cookie->fd, SOL_SOCKET, SO_RCVBUF, &size, &len) != 0) {
-          tarvik_err(cookie, TLK_LEVEL_ERROR, "%s: Failed to get SO_RCVBUF %s", kProcess, strerror(errno));
+          tarvik_err(cookie, TLK_LEVEL_ERROR, "%s: Failed to get SO_RCVBUF %s", kProcess,
+                     strerror(errno));
           errno = EINVAL;
           return -1;
         }
@@ -165,17 +175,20 @@ TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie) {
       const int err = errno;
       // The buffer matches the socket's receive size: a message too large for it means that the
       // kernel and the library disagree, and nothing sensible can follow.
-      TLK_ASSERT_AT(err != EMSGSIZE, "errno != EMSGSIZE", "lib/libtarlink/async/async_event", __LINE__,
-                    kProcess);
-      if (err != EAGAIN) tarvik_err(cookie, TLK_LEVEL_FATAL, "read failed: (%d) %s", err, strerror(err));
+      TLK_ASSERT_AT(err != EMSGSIZE, "errno != EMSGSIZE", "lib/libtarlink/async/async_event",
+                    __LINE__, kProcess);
+      if (err != EAGAIN)
+        tarvik_err(cookie, TLK_LEVEL_FATAL, "read failed: (%d) %s", err, strerror(err));
       if (err == 0) return 0;
       return leave(err, reads);  // a saved error of an earlier round is dropped here
     }
     if (n < TLK_MIN_MSG_LEN) {
-      tarvik_err(cookie, TLK_LEVEL_FATAL, "msg read too small for header: %d\n", static_cast<int>(n));
+      tarvik_err(cookie, TLK_LEVEL_FATAL, "msg read too small for header: %d\n",
+                 static_cast<int>(n));
       return leave(EIO, reads);
     }
-    if (tarvik_async_io_debug) debug_line("%s, %s read %d bytes\n", kProcess, program_name(), static_cast<int>(n));
+    if (tarvik_async_io_debug)
+      debug_line("%s, %s read %d bytes\n", kProcess, program_name(), static_cast<int>(n));
 
     // Walk the read message by message.  Any failure below costs only its own message.
     const uint8_t *base = cookie->rbuf_data;
@@ -189,8 +202,8 @@ TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie) {
       const uint64_t whole = tlk::wire::message_length(p, left);
       if (whole == 0 || whole > left) {
         // No attempt to find the next message: the rest of this read is dropped.
-        tarvik_err(cookie, TLK_LEVEL_FATAL, "corrupted msg_len (%d) (%d bytes left)", static_cast<int>(whole),
-                   static_cast<int>(left));
+        tarvik_err(cookie, TLK_LEVEL_FATAL, "corrupted msg_len (%d) (%d bytes left)",
+                   static_cast<int>(whole), static_cast<int>(left));
         saved = EINVAL;
         break;
       }
@@ -224,25 +237,27 @@ TLK_EXPORT int tarvik_async_event_process(tarvik_cookie *cookie) {
 
       if (one_msg) {
         if (len != got) {
-          tarvik_err(cookie, TLK_LEVEL_FATAL, "Incorrect message length. %d != %d", static_cast<int>(len),
-                     static_cast<int>(got));
+          tarvik_err(cookie, TLK_LEVEL_FATAL, "Incorrect message length. %d != %d",
+                     static_cast<int>(len), static_cast<int>(got));
         }
-        if (tarvik_async_io_debug) debug_line("%s, %s read one msg with bulk disabled.\n", kProcess, program_name());
+        if (tarvik_async_io_debug)
+          debug_line("%s, %s read one msg with bulk disabled.\n", kProcess, program_name());
         break;
       }
       pos += len;
     }
 
     if (tarvik_async_io_debug) {
-      debug_line("%s, %s read and processed %d msgs\n", kProcess, program_name(), static_cast<int>(walk.delivered));
+      debug_line("%s, %s read and processed %d msgs\n", kProcess, program_name(),
+                 static_cast<int>(walk.delivered));
     }
     ++reads;
     total += walk.delivered;
     if (reads < cookie->num_read_msg) continue;
     // The kernel may still hold messages: the loop calls again while the descriptor is readable.
     if (tarvik_async_io_debug) {
-      debug_line("%s, %s read %d msgs with %d read calls before return to select\n", kProcess, program_name(),
-                 static_cast<int>(total), static_cast<int>(reads));
+      debug_line("%s, %s read %d msgs with %d read calls before return to select\n", kProcess,
+                 program_name(), static_cast<int>(total), static_cast<int>(reads));
     }
     if (saved != 0) return leave(saved, reads);
     return 0;
@@ -265,7 +280,8 @@ TLK_EXPORT int tarvik_async_event_loop_sighdl(tarvik_cookie *cookie) {
   return ops().evMainLoopSyncSighdl(cookie->async_info->context);
 }
 
-TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record, void *msg, uintptr_t word) {
+TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record, void *msg,
+                                            uintptr_t word) {
   // Called by the event engine with its own record and message; a direct call without them has
   // nothing to dispatch.
   if (record == nullptr || msg == nullptr) return EINVAL;
@@ -275,7 +291,8 @@ TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record,
   const uint32_t length = tlk::wire::load_u32(bytes + tlk::wire::kMsglenAt);
   if (static_cast<uint64_t>(length) < static_cast<uint64_t>(offset) + 1) {
     tarvik_err(cookie, TLK_LEVEL_ERROR,
-               "received async message with length < needed for subtype msg_type = %d subtype offset=%d msglen=%d\n",
+               "received async message with length < needed for subtype msg_type = %d subtype "
+               "offset=%d msglen=%d\n",
                bytes[tlk::wire::kTypeAt], static_cast<int>(offset), static_cast<int>(length));
     tarvik_msg_free(cookie, msg);
     return 0;
@@ -283,8 +300,10 @@ TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record,
   const uint8_t subtype = bytes[offset];
   if (subtype >= info->count) {
     tarvik_err(cookie, TLK_LEVEL_ERROR,
-               "received async message with invalid subtype msg_type = %d subtype offset=%d msglen=%d subtype = %d\n",
-               bytes[tlk::wire::kTypeAt], static_cast<int>(offset), static_cast<int>(length), subtype);
+               "received async message with invalid subtype msg_type = %d subtype offset=%d "
+               "msglen=%d subtype = %d\n",
+               bytes[tlk::wire::kTypeAt], static_cast<int>(offset), static_cast<int>(length),
+               subtype);
     tarvik_msg_free(cookie, msg);
     return 0;
   }
@@ -302,8 +321,9 @@ TLK_EXPORT int tarvik_async_subtype_handler(tarvik_cookie *cookie, void *record,
 //   +----+---+---+---+---+----------+------+------+---+----+---+---+------+----------+-------..
 // The whole length is (length + 35) with the low two bits cleared; the copy takes the low 16 bits
 // of length.
-TLK_EXPORT int tarvik_async_opaque_handle(tarvik_cookie *cookie, uint8_t op, const void *data, uint32_t length,
-                                          void **reply_out, uint8_t opaque_type, uint16_t flags) {
+TLK_EXPORT int tarvik_async_opaque_handle(tarvik_cookie *cookie, uint8_t op, const void *data,
+                                          uint32_t length, void **reply_out, uint8_t opaque_type,
+                                          uint16_t flags) {
   if (cookie == nullptr || reply_out == nullptr) return EINVAL;
   const uint32_t whole = (length + 35u) & ~3u;
   const uint32_t copied = length & 0xffffu;

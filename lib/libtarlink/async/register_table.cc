@@ -50,10 +50,10 @@ using tlk::async::Row;
 
 extern "C" {
 
-#define TLK_ASYNC_ROW_FN(family, ...)                                                          \
-  TLK_EXPORT int tarvik_##family##_async_register(tarvik_cookie *cookie, void *arg,            \
-                                                  tarvik_async_handler_t handler) {            \
-    return register_row(cookie, Row::family, arg, handler);                                    \
+#define TLK_ASYNC_ROW_FN(family, ...)                                               \
+  TLK_EXPORT int tarvik_##family##_async_register(tarvik_cookie *cookie, void *arg, \
+                                                  tarvik_async_handler_t handler) { \
+    return register_row(cookie, Row::family, arg, handler);                         \
   }
 TLK_ASYNC_PLAIN_ROWS(TLK_ASYNC_ROW_FN)
 #undef TLK_ASYNC_ROW_FN
@@ -92,19 +92,20 @@ TLK_EXPORT int tarvik_kuack_async_register(tarvik_cookie *cookie, uint32_t, void
 // entry, all_subtypes changes nothing, and whichever of the two comes second finds the slot taken.
 TLK_EXPORT int tarvik_ifsclim_async_register(tarvik_cookie *cookie, void *arg,
                                              tarvik_async_handler_t handler) {
-  return tarvik_async_subtype_handler_register(cookie, TLK_MSG_IFSCLINFO, 0, 1, 24, 1, 0, 0,
-                                               arg, handler);
+  return tarvik_async_subtype_handler_register(cookie, TLK_MSG_IFSCLINFO, 0, 1, 24, 1, 0, 0, arg,
+                                               handler);
 }
 
 TLK_EXPORT int tarvik_ifstate_eochain_register(tarvik_cookie *cookie, void *arg,
                                                tarvik_async_handler_t handler) {
-  return tarvik_async_subtype_handler_register(cookie, TLK_MSG_IFSCLINFO, 0, 1, 24, 0, 0, 0,
-                                               arg, handler);
+  return tarvik_async_subtype_handler_register(cookie, TLK_MSG_IFSCLINFO, 0, 1, 24, 0, 0, 0, arg,
+                                               handler);
 }
 
 TLK_EXPORT int tarvik_async_opaque_register(tarvik_cookie *cookie, void *arg,
                                             tarvik_async_handler_t handler, uint8_t *subtype_mask) {
-  const int result = register_one(cookie, TLK_MSG_ASYNC_OPAQUE, 0, tlk::async::kOpaqueHigh, arg, handler);
+  const int result =
+      register_one(cookie, TLK_MSG_ASYNC_OPAQUE, 0, tlk::async::kOpaqueHigh, arg, handler);
   if (result != 0 || subtype_mask == nullptr) return result;
   subtype_mask[0] = 35;  // the listen bit number of "async opaque": bit 3 of the high word
   return tarvik_set_async_msg_subtype(cookie, subtype_mask);

@@ -42,8 +42,7 @@ static_assert(kDecode[89] == 141 && kDecode[90] == 0 && kDecode[149] == 0 && kDe
 
 void invalid(const char *func, uint32_t family) {
   char text[96];
-  std::snprintf(text, sizeof text, "%s: Invalid address family %d", func,
-                static_cast<int>(family));
+  std::snprintf(text, sizeof text, "%s: Invalid address family %d", func, static_cast<int>(family));
   tlk::platform::ops().syslog(2, text);  // LOG_CRIT
 }
 

@@ -35,8 +35,8 @@ TLK_EXPORT int tarvik_bulkmsg_idl_encode(tarvik_cookie *cookie, uint32_t *out_le
                                          const void *rawmsg, const void *mask) {
   static const char kFn[] = "tarvik_bulkmsg_idl_encode";
   if (cookie == nullptr || rawmsg == nullptr || out_length == nullptr) {
-    tarvik_err(cookie, TLK_LEVEL_FATAL, "%s: Invalid input from caller: cookie=%p, rawmsg=%p\n", kFn,
-               static_cast<void *>(cookie), rawmsg);
+    tarvik_err(cookie, TLK_LEVEL_FATAL, "%s: Invalid input from caller: cookie=%p, rawmsg=%p\n",
+               kFn, static_cast<void *>(cookie), rawmsg);
     if (out_length != nullptr) *out_length = 0;
     return EINVAL;
   }
@@ -58,8 +58,9 @@ TLK_EXPORT int tarvik_bulkmsg_idl_decode(tarvik_cookie *cookie, uint32_t *out_de
   static const char kFn[] = "tarvik_bulkmsg_idl_decode";
   void *const kept = in_out_msg != nullptr ? *in_out_msg : nullptr;
   if (cookie == nullptr || out_decoded_length == nullptr || in_out_msg == nullptr) {
-    tarvik_err(cookie, TLK_LEVEL_FATAL, "%s: Invalid input from caller: cookie=%p, len_decoded=%p\n",
-               kFn, static_cast<void *>(cookie), static_cast<void *>(out_decoded_length));
+    tarvik_err(cookie, TLK_LEVEL_FATAL,
+               "%s: Invalid input from caller: cookie=%p, len_decoded=%p\n", kFn,
+               static_cast<void *>(cookie), static_cast<void *>(out_decoded_length));
     return EINVAL;
   }
   if (!receive_buffer_sound(cookie)) {

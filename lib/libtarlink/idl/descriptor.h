@@ -13,19 +13,19 @@ namespace tlk::idl {
 // What a field is.  The TLV and IDR forms of each kind are told in tlv_engine.cc and
 // idr_engine.cc.
 enum class Kind : uint8_t {
-  kScalar,      // u8/u16/u32/u64 (signed or not) at `offset`, `width` bytes
-  kGrow64,      // `width`-byte unsigned at `offset` (8, or the platform word), 8 bytes on the wire;
-                // TLV decode accepts a 1, 2, 4 or 8-byte value and widens it
-  kAf,          // u8 address family; TLV maps it through tlk_encode_af/tlk_decode_af
-  kBits,        // bit-field member: `bit_width` bits at `bit_off` of the storage word at `offset`
-                // (`width` is the storage word's size); travels as u8 if bit_width <= 8, else u32
-  kBytes,       // fixed byte array of `aux` bytes at `offset`; never swapped
-  kBlob,        // counted bytes: pointer at `offset`, u32 length at `aux`
-  kScalarArray, // counted scalars: pointer at `offset`, u32 count at `aux`, `width` bytes each
-  kRecArray,    // `aux` records of type `sub` inline at `offset`
-  kListInline,  // pointer at `offset` to an array of records `sub`, u32 count at `aux`
-  kListPtr,     // pointer at `offset` to an array of pointers to records `sub`, count at `aux`
-  kNested,      // record `sub` inline at `offset` (a choice record when the field is a choice)
+  kScalar,  // u8/u16/u32/u64 (signed or not) at `offset`, `width` bytes
+  kGrow64,  // `width`-byte unsigned at `offset` (8, or the platform word), 8 bytes on the wire;
+            // TLV decode accepts a 1, 2, 4 or 8-byte value and widens it
+  kAf,      // u8 address family; TLV maps it through tlk_encode_af/tlk_decode_af
+  kBits,    // bit-field member: `bit_width` bits at `bit_off` of the storage word at `offset`
+            // (`width` is the storage word's size); travels as u8 if bit_width <= 8, else u32
+  kBytes,   // fixed byte array of `aux` bytes at `offset`; never swapped
+  kBlob,    // counted bytes: pointer at `offset`, u32 length at `aux`
+  kScalarArray,  // counted scalars: pointer at `offset`, u32 count at `aux`, `width` bytes each
+  kRecArray,     // `aux` records of type `sub` inline at `offset`
+  kListInline,   // pointer at `offset` to an array of records `sub`, u32 count at `aux`
+  kListPtr,      // pointer at `offset` to an array of pointers to records `sub`, count at `aux`
+  kNested,       // record `sub` inline at `offset` (a choice record when the field is a choice)
 };
 
 struct Record;
@@ -59,10 +59,10 @@ struct Choice {
   uint32_t tlv_marker;  // first head word written in TLV (0 except on frame choices)
   uint32_t idr_marker;  // first head word written in IDR
   uint32_t narms;
-  const Arm *arms;      // sorted by selector
-  bool by_ptr;          // arm is a pointer to a separately allocated record (frame choices);
-                        // the map then holds one pointer to the arm's map
-  bool check_marker;    // decoders demand the marker (-3 otherwise)
+  const Arm *arms;    // sorted by selector
+  bool by_ptr;        // arm is a pointer to a separately allocated record (frame choices);
+                      // the map then holds one pointer to the arm's map
+  bool check_marker;  // decoders demand the marker (-3 otherwise)
 };
 
 // Hand-written codec of a record type (sockaddr_idl): the engines hand such records over to
@@ -112,12 +112,12 @@ constexpr Segments<N> merge_segments(const Segment (&in)[N]) {
 }
 
 struct FlatPlan {
-  uint32_t idr_size;        // the IDR image, tail pad included
+  uint32_t idr_size;  // the IDR image, tail pad included
   uint32_t idr_count;
-  const Segment *idr;       // memory -> IDR image, merged
-  uint32_t tlv_size;        // the TLV image with every field present
+  const Segment *idr;           // memory -> IDR image, merged
+  uint32_t tlv_size;            // the TLV image with every field present
   const uint8_t *tlv_template;  // that image with heads and pads, values zero
-  const Segment *tlv;       // memory -> value position in the TLV image, one per field
+  const Segment *tlv;           // memory -> value position in the TLV image, one per field
   const uint64_t *tlv_heads;    // the 8 head bytes of each item, as read by a little-endian load
 };
 
@@ -129,11 +129,11 @@ struct Record {
   bool has_idr;       // false for the TLV-only types
   uint16_t nfields;
   const Field *fields;
-  uint32_t max_tag;            // highest tag of the record
-  const uint16_t *tag_index;   // [max_tag + 1]: field index + 1 for each tag, 0 if unknown
-  const Choice *choice;        // non-null for a choice record (then nfields is 0)
-  const Hooks *hooks;          // non-null for a hand-written type
-  const FlatPlan *flat;        // non-null for a host-form record of plain fields
+  uint32_t max_tag;           // highest tag of the record
+  const uint16_t *tag_index;  // [max_tag + 1]: field index + 1 for each tag, 0 if unknown
+  const Choice *choice;       // non-null for a choice record (then nfields is 0)
+  const Hooks *hooks;         // non-null for a hand-written type
+  const FlatPlan *flat;       // non-null for a host-form record of plain fields
 };
 
 // Allocation and release callbacks of the generated functions.

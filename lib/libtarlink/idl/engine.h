@@ -30,7 +30,9 @@ namespace internal {
 struct Writer {
   uint8_t *buf;
   uint32_t len;
-  [[nodiscard]] bool fits(uint64_t off, uint64_t n) const { return buf != nullptr && off + n <= len; }
+  [[nodiscard]] bool fits(uint64_t off, uint64_t n) const {
+    return buf != nullptr && off + n <= len;
+  }
   void put(uint64_t off, const void *src, uint32_t n) const {
     if (fits(off, n) && n != 0) std::memcpy(buf + off, src, n);
   }
@@ -45,42 +47,102 @@ struct Writer {
   }
 };
 
-inline uint16_t bswap16(uint16_t v) { return static_cast<uint16_t>((v >> 8) | (v << 8)); }
-inline uint32_t bswap32(uint32_t v) { return __builtin_bswap32(v); }
-inline uint64_t bswap64(uint64_t v) { return __builtin_bswap64(v); }
+inline uint16_t bswap16(uint16_t v) {
+  return static_cast<uint16_t>((v >> 8) | (v << 8));
+}
+inline uint32_t bswap32(uint32_t v) {
+  return __builtin_bswap32(v);
+}
+inline uint64_t bswap64(uint64_t v) {
+  return __builtin_bswap64(v);
+}
 
 // Reads a scalar of `width` bytes from memory (host order).
 inline uint64_t load(const void *p, unsigned width) {
   switch (width) {
-    case 1: return *static_cast<const uint8_t *>(p);
-    case 2: { uint16_t v; std::memcpy(&v, p, 2); return v; }
-    case 4: { uint32_t v; std::memcpy(&v, p, 4); return v; }
-    default: { uint64_t v; std::memcpy(&v, p, 8); return v; }
+    case 1:
+      return *static_cast<const uint8_t *>(p);
+    case 2: {
+      uint16_t v;
+      std::memcpy(&v, p, 2);
+      return v;
+    }
+    case 4: {
+      uint32_t v;
+      std::memcpy(&v, p, 4);
+      return v;
+    }
+    default: {
+      uint64_t v;
+      std::memcpy(&v, p, 8);
+      return v;
+    }
   }
 }
 inline void store(void *p, unsigned width, uint64_t v) {
   switch (width) {
-    case 1: *static_cast<uint8_t *>(p) = static_cast<uint8_t>(v); break;
-    case 2: { auto x = static_cast<uint16_t>(v); std::memcpy(p, &x, 2); break; }
-    case 4: { auto x = static_cast<uint32_t>(v); std::memcpy(p, &x, 4); break; }
-    default: std::memcpy(p, &v, 8); break;
+    case 1:
+      *static_cast<uint8_t *>(p) = static_cast<uint8_t>(v);
+      break;
+    case 2: {
+      auto x = static_cast<uint16_t>(v);
+      std::memcpy(p, &x, 2);
+      break;
+    }
+    case 4: {
+      auto x = static_cast<uint32_t>(v);
+      std::memcpy(p, &x, 4);
+      break;
+    }
+    default:
+      std::memcpy(p, &v, 8);
+      break;
   }
 }
 // Wire image of a scalar: host order, or big-endian for network-form records.
 inline void to_wire(uint8_t *out, unsigned width, uint64_t v, bool net) {
   switch (width) {
-    case 1: out[0] = static_cast<uint8_t>(v); break;
-    case 2: { auto x = static_cast<uint16_t>(v); if (net) x = bswap16(x); std::memcpy(out, &x, 2); break; }
-    case 4: { auto x = static_cast<uint32_t>(v); if (net) x = bswap32(x); std::memcpy(out, &x, 4); break; }
-    default: { uint64_t x = net ? bswap64(v) : v; std::memcpy(out, &x, 8); break; }
+    case 1:
+      out[0] = static_cast<uint8_t>(v);
+      break;
+    case 2: {
+      auto x = static_cast<uint16_t>(v);
+      if (net) x = bswap16(x);
+      std::memcpy(out, &x, 2);
+      break;
+    }
+    case 4: {
+      auto x = static_cast<uint32_t>(v);
+      if (net) x = bswap32(x);
+      std::memcpy(out, &x, 4);
+      break;
+    }
+    default: {
+      uint64_t x = net ? bswap64(v) : v;
+      std::memcpy(out, &x, 8);
+      break;
+    }
   }
 }
 inline uint64_t from_wire(const uint8_t *in, unsigned width, bool net) {
   switch (width) {
-    case 1: return in[0];
-    case 2: { uint16_t x; std::memcpy(&x, in, 2); return net ? bswap16(x) : x; }
-    case 4: { uint32_t x; std::memcpy(&x, in, 4); return net ? bswap32(x) : x; }
-    default: { uint64_t x; std::memcpy(&x, in, 8); return net ? bswap64(x) : x; }
+    case 1:
+      return in[0];
+    case 2: {
+      uint16_t x;
+      std::memcpy(&x, in, 2);
+      return net ? bswap16(x) : x;
+    }
+    case 4: {
+      uint32_t x;
+      std::memcpy(&x, in, 4);
+      return net ? bswap32(x) : x;
+    }
+    default: {
+      uint64_t x;
+      std::memcpy(&x, in, 8);
+      return net ? bswap64(x) : x;
+    }
   }
 }
 
@@ -105,7 +167,9 @@ inline uint32_t u32_at(const void *rec, uint32_t off) {
 inline void set_u32(void *rec, uint32_t off, uint32_t v) {
   std::memcpy(static_cast<uint8_t *>(rec) + off, &v, 4);
 }
-inline uint8_t *bytes(void *p, uint32_t off = 0) { return static_cast<uint8_t *>(p) + off; }
+inline uint8_t *bytes(void *p, uint32_t off = 0) {
+  return static_cast<uint8_t *>(p) + off;
+}
 inline const uint8_t *bytes(const void *p, uint32_t off = 0) {
   return static_cast<const uint8_t *>(p) + off;
 }
@@ -127,11 +191,21 @@ constexpr bool kLittleEndian = false;
 // A copy whose common small sizes compile to single moves.
 inline void copy_small(void *dst, const void *src, uint32_t len) {
   switch (len) {
-    case 1: std::memcpy(dst, src, 1); break;
-    case 2: std::memcpy(dst, src, 2); break;
-    case 4: std::memcpy(dst, src, 4); break;
-    case 8: std::memcpy(dst, src, 8); break;
-    default: std::memcpy(dst, src, len); break;
+    case 1:
+      std::memcpy(dst, src, 1);
+      break;
+    case 2:
+      std::memcpy(dst, src, 2);
+      break;
+    case 4:
+      std::memcpy(dst, src, 4);
+      break;
+    case 8:
+      std::memcpy(dst, src, 8);
+      break;
+    default:
+      std::memcpy(dst, src, len);
+      break;
   }
 }
 
@@ -148,7 +222,9 @@ inline void bits_set(void *rec, const Field &f, uint64_t value) {
   word = (word & ~mask) | ((value << f.bit_off) & mask);
   store(bytes(rec, f.offset), f.width, word);
 }
-inline unsigned bits_wire_width(const Field &f) { return f.bit_width <= 8 ? 1u : 4u; }
+inline unsigned bits_wire_width(const Field &f) {
+  return f.bit_width <= 8 ? 1u : 4u;
+}
 
 }  // namespace internal
 }  // namespace tlk::idl

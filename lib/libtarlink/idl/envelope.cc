@@ -134,7 +134,8 @@ int decode_with_growth(tarvik_cookie *cookie, const void *data, size_t length, v
   uint64_t size = (frame <= kFirstSize || frame > length) ? kFirstSize : frame + kGrowStep;
   // A block of bulk replies keeps all its messages alive at once: there the first arena is a
   // small multiple of the frame, and the usual growth covers the rare message that needs more.
-  if (tight && frame <= length) size = std::min<uint64_t>(size, std::max<uint64_t>(kTightMin, frame * 4));
+  if (tight && frame <= length)
+    size = std::min<uint64_t>(size, std::max<uint64_t>(kTightMin, frame * 4));
   // A decoded message may take at most 64 MiB or 64 times its frame, whichever is more.  The
   // rules let a short frame ask for much more (a list count whose elements decode from no bytes
   // at all), and without a bound such a frame would grow the arena until memory runs out.
@@ -182,7 +183,8 @@ TLK_EXPORT int tarvik_msg_idl_encode(tarvik_cookie *cookie, const void *rawmsg, 
   for (;;) {
     auto *buf = static_cast<uint8_t *>(tarvik_size_alloc(cookie, size));
     if (buf == nullptr) {
-      tarvik_err(cookie, TLK_LEVEL_ERROR, "Allocation Failure for (%d) bytes", static_cast<int>(size));
+      tarvik_err(cookie, TLK_LEVEL_ERROR, "Allocation Failure for (%d) bytes",
+                 static_cast<int>(size));
       return ENOMEM;
     }
     const uint32_t need = tlk::idl::encode_frame(rawmsg, mask, buf, size);
@@ -214,8 +216,10 @@ TLK_EXPORT int tarvik_msg_idl_encode_pa(tarvik_cookie *cookie, const void *rawms
     tarvik_err(cookie, TLK_LEVEL_ERROR, "Invalid parameters");
     return EINVAL;
   }
-  const uint32_t room = *in_out_length > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(*in_out_length);
-  const uint32_t need = tlk::idl::encode_frame(rawmsg, nullptr, static_cast<uint8_t *>(buffer), room);
+  const uint32_t room =
+      *in_out_length > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(*in_out_length);
+  const uint32_t need =
+      tlk::idl::encode_frame(rawmsg, nullptr, static_cast<uint8_t *>(buffer), room);
   *in_out_length = need;
   return need > room ? ENOMEM : 0;
 }

@@ -14,7 +14,9 @@ using namespace internal;
 
 namespace {
 
-constexpr uint64_t align_up(uint64_t v, unsigned a) { return (v + a - 1) & ~uint64_t{a - 1}; }
+constexpr uint64_t align_up(uint64_t v, unsigned a) {
+  return (v + a - 1) & ~uint64_t{a - 1};
+}
 
 uint64_t pad_to(const Writer &w, uint64_t off, unsigned a) {
   uint64_t next = align_up(off, a);
@@ -22,7 +24,9 @@ uint64_t pad_to(const Writer &w, uint64_t off, unsigned a) {
   return next;
 }
 
-inline unsigned scalar_align(unsigned width) { return width >= 4 ? 4u : width; }
+inline unsigned scalar_align(unsigned width) {
+  return width >= 4 ? 4u : width;
+}
 
 uint64_t put_scalar(const Writer &w, uint64_t off, unsigned width, uint64_t v, bool net) {
   off = pad_to(w, off, scalar_align(width));
@@ -100,7 +104,8 @@ uint32_t idr_encode(const Record &r, const void *rec, uint8_t *buf, uint32_t len
             w.put(off + 4, data, static_cast<uint32_t>(n));
           } else {
             for (uint32_t k = 0; k < count; ++k) {
-              to_wire(w.buf + off + 4 + uint64_t{k} * ew, ew, load(data + uint64_t{k} * ew, ew), true);
+              to_wire(w.buf + off + 4 + uint64_t{k} * ew, ew, load(data + uint64_t{k} * ew, ew),
+                      true);
             }
           }
         }
@@ -167,7 +172,8 @@ int32_t idr_decode(const Record &r, void *rec, const uint8_t *data, uint32_t len
   auto nested = [&](const Record &sub, void *subrec) -> int32_t {
     off = align_up(off, 4);
     if (off > length) return -1;
-    int32_t rc = idr_decode(sub, subrec, data + off, static_cast<uint32_t>(length - off), alloc, ctx);
+    int32_t rc =
+        idr_decode(sub, subrec, data + off, static_cast<uint32_t>(length - off), alloc, ctx);
     if (rc < 0) return rc;
     off += static_cast<uint32_t>(rc);
     if (off > length) return -1;

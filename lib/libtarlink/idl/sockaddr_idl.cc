@@ -37,25 +37,42 @@ constexpr uint32_t kSelVpci = 11;
 // Trailer bytes of the fixed-size sdl_info arms, by selector; 0 for none.
 uint32_t trailer_size(uint32_t selector) {
   switch (selector) {
-    case 1: return 4;     // tunnel_vrf_parms
-    case 2: return 16;    // tcc_ether_info
-    case 3: return 6;     // ppp_ifl_sdl_info
-    case 4: return 4;     // ifka_conf
-    case 8: return 40;    // ml_ifl_opt
-    case 9: return 146;   // mlopt
-    case 10: return 88;   // agg_opt
-    case 11: return 160;  // vpci_info
-    case 12: return 8;    // iflmi_conf
-    case 14: return 40;   // ifmfr_conf
-    case 15: return 180;  // sdl_ae_lacp_opt
-    case 18: return 8;    // atm_mpt_repl_info
-    default: return 0;
+    case 1:
+      return 4;  // tunnel_vrf_parms
+    case 2:
+      return 16;  // tcc_ether_info
+    case 3:
+      return 6;  // ppp_ifl_sdl_info
+    case 4:
+      return 4;  // ifka_conf
+    case 8:
+      return 40;  // ml_ifl_opt
+    case 9:
+      return 146;  // mlopt
+    case 10:
+      return 88;  // agg_opt
+    case 11:
+      return 160;  // vpci_info
+    case 12:
+      return 8;  // iflmi_conf
+    case 14:
+      return 40;  // ifmfr_conf
+    case 15:
+      return 180;  // sdl_ae_lacp_opt
+    case 18:
+      return 8;  // atm_mpt_repl_info
+    default:
+      return 0;
   }
 }
 
 // The fixed-size arms are byte arrays at the start of the arm union.
-uint8_t *arm_bytes(sdl_info &e) { return reinterpret_cast<uint8_t *>(&e.sdl_u); }
-const uint8_t *arm_bytes(const sdl_info &e) { return reinterpret_cast<const uint8_t *>(&e.sdl_u); }
+uint8_t *arm_bytes(sdl_info &e) {
+  return reinterpret_cast<uint8_t *>(&e.sdl_u);
+}
+const uint8_t *arm_bytes(const sdl_info &e) {
+  return reinterpret_cast<const uint8_t *>(&e.sdl_u);
+}
 
 using tlk::wire::load_u16;
 
@@ -264,34 +281,40 @@ int32_t finish(sockaddr_idl *s, int32_t rc, tlk_idl_alloc_fn alloc, void *ctx) {
   return rc;
 }
 
-const tlk::idl::Record &choice_rec() { return tlk::idl::gen::rec_sockaddr_idl_int; }
+const tlk::idl::Record &choice_rec() {
+  return tlk::idl::gen::rec_sockaddr_idl_int;
+}
 
 }  // namespace
 
 extern "C" {
 
 TLK_EXPORT uint32_t tlv_encode_sockaddr_idl_0(const struct sockaddr_idl *record,
-                                              const struct sockaddr_idl_tlvmap *map, uint8_t *buffer,
-                                              uint32_t length) {
+                                              const struct sockaddr_idl_tlvmap *map,
+                                              uint8_t *buffer, uint32_t length) {
   Scratch s;
-  return tlk::idl::tlv_encode(choice_rec(), prepare(record, s), map == nullptr ? nullptr : &map->sai_int,
-                              buffer, length);
+  return tlk::idl::tlv_encode(choice_rec(), prepare(record, s),
+                              map == nullptr ? nullptr : &map->sai_int, buffer, length);
 }
 
-TLK_EXPORT int32_t tlv_decode_sockaddr_idl_0(struct sockaddr_idl *record, struct sockaddr_idl_tlvmap *map,
-                                             const uint8_t *data, uint32_t length, tlk_idl_alloc_fn alloc,
+TLK_EXPORT int32_t tlv_decode_sockaddr_idl_0(struct sockaddr_idl *record,
+                                             struct sockaddr_idl_tlvmap *map, const uint8_t *data,
+                                             uint32_t length, tlk_idl_alloc_fn alloc,
                                              void *alloc_context) {
   record->sai_addr = nullptr;
-  int32_t rc = tlk::idl::tlv_decode(choice_rec(), &record->sai_int, map == nullptr ? nullptr : &map->sai_int,
-                                    data, length, alloc, alloc_context);
+  int32_t rc =
+      tlk::idl::tlv_decode(choice_rec(), &record->sai_int, map == nullptr ? nullptr : &map->sai_int,
+                           data, length, alloc, alloc_context);
   return finish(record, rc, alloc, alloc_context);
 }
 
-TLK_EXPORT void tlv_release_sockaddr_idl_0(struct sockaddr_idl *record, struct sockaddr_idl_tlvmap *map,
-                                           tlk_idl_free_fn release, void *context) {
-  if (record->sai_int.sai_type == 1 && record->sai_addr != nullptr) release(record->sai_addr, context);
-  tlk::idl::tlv_release(choice_rec(), &record->sai_int, map == nullptr ? nullptr : &map->sai_int, release,
-                        context);
+TLK_EXPORT void tlv_release_sockaddr_idl_0(struct sockaddr_idl *record,
+                                           struct sockaddr_idl_tlvmap *map, tlk_idl_free_fn release,
+                                           void *context) {
+  if (record->sai_int.sai_type == 1 && record->sai_addr != nullptr)
+    release(record->sai_addr, context);
+  tlk::idl::tlv_release(choice_rec(), &record->sai_int, map == nullptr ? nullptr : &map->sai_int,
+                        release, context);
 }
 
 TLK_EXPORT uint32_t idr_encode_sockaddr_idl_0(const struct sockaddr_idl *record, uint8_t *buffer,
@@ -300,16 +323,19 @@ TLK_EXPORT uint32_t idr_encode_sockaddr_idl_0(const struct sockaddr_idl *record,
   return tlk::idl::idr_encode(choice_rec(), prepare(record, s), buffer, length);
 }
 
-TLK_EXPORT int32_t idr_decode_sockaddr_idl_0(struct sockaddr_idl *record, const uint8_t *data, uint32_t length,
-                                             tlk_idl_alloc_fn alloc, void *alloc_context) {
+TLK_EXPORT int32_t idr_decode_sockaddr_idl_0(struct sockaddr_idl *record, const uint8_t *data,
+                                             uint32_t length, tlk_idl_alloc_fn alloc,
+                                             void *alloc_context) {
   record->sai_addr = nullptr;
-  int32_t rc = tlk::idl::idr_decode(choice_rec(), &record->sai_int, data, length, alloc, alloc_context);
+  int32_t rc =
+      tlk::idl::idr_decode(choice_rec(), &record->sai_int, data, length, alloc, alloc_context);
   return finish(record, rc, alloc, alloc_context);
 }
 
 TLK_EXPORT void idr_release_sockaddr_idl_0(struct sockaddr_idl *record, tlk_idl_free_fn release,
                                            void *context) {
-  if (record->sai_int.sai_type == 1 && record->sai_addr != nullptr) release(record->sai_addr, context);
+  if (record->sai_int.sai_type == 1 && record->sai_addr != nullptr)
+    release(record->sai_addr, context);
   tlk::idl::idr_release(choice_rec(), &record->sai_int, release, context);
 }
 
@@ -322,13 +348,14 @@ uint32_t hook_tlv_encode(const void *rec, const void *map, uint8_t *buf, uint32_
   return tlv_encode_sockaddr_idl_0(static_cast<const sockaddr_idl *>(rec),
                                    static_cast<const sockaddr_idl_tlvmap *>(map), buf, len);
 }
-int32_t hook_tlv_decode(void *rec, void *map, const uint8_t *data, uint32_t len, AllocFn alloc, void *ctx) {
-  return tlv_decode_sockaddr_idl_0(static_cast<sockaddr_idl *>(rec), static_cast<sockaddr_idl_tlvmap *>(map),
-                                   data, len, alloc, ctx);
+int32_t hook_tlv_decode(void *rec, void *map, const uint8_t *data, uint32_t len, AllocFn alloc,
+                        void *ctx) {
+  return tlv_decode_sockaddr_idl_0(static_cast<sockaddr_idl *>(rec),
+                                   static_cast<sockaddr_idl_tlvmap *>(map), data, len, alloc, ctx);
 }
 void hook_tlv_release(void *rec, void *map, FreeFn release, void *ctx) {
-  tlv_release_sockaddr_idl_0(static_cast<sockaddr_idl *>(rec), static_cast<sockaddr_idl_tlvmap *>(map),
-                             release, ctx);
+  tlv_release_sockaddr_idl_0(static_cast<sockaddr_idl *>(rec),
+                             static_cast<sockaddr_idl_tlvmap *>(map), release, ctx);
 }
 uint32_t hook_idr_encode(const void *rec, uint8_t *buf, uint32_t len) {
   return idr_encode_sockaddr_idl_0(static_cast<const sockaddr_idl *>(rec), buf, len);

@@ -25,7 +25,10 @@ const Record *internal::find_arm(const Choice &c, uint32_t selector) {
   while (lo < hi) {
     uint32_t mid = (lo + hi) / 2;
     if (c.arms[mid].selector == selector) return c.arms[mid].rec;
-    if (c.arms[mid].selector < selector) lo = mid + 1; else hi = mid;
+    if (c.arms[mid].selector < selector)
+      lo = mid + 1;
+    else
+      hi = mid;
   }
   return nullptr;
 }
@@ -41,7 +44,9 @@ inline void set_map_bit(void *map, const Field &f) {
   set_u32(map, f.map_word, u32_at(map, f.map_word) | (1u << f.bit));
 }
 
-inline unsigned head_size(const Record &r) { return r.net ? 4u : 8u; }
+inline unsigned head_size(const Record &r) {
+  return r.net ? 4u : 8u;
+}
 
 void put_head(const Writer &w, uint64_t off, bool net, uint32_t tag, uint64_t vlen) {
   uint8_t h[8];
@@ -78,8 +83,8 @@ uint64_t scalar_item(const Writer &w, uint64_t off, const Record &r, uint32_t ta
 
 // A nested record's item: the nested encoder writes behind the head if the head fits, and the
 // head then carries whatever size it returned, even one that exceeds the room.
-uint64_t nested_item(const Writer &w, uint64_t off, const Record &r, uint32_t tag, const Record &sub,
-                     const void *subrec, const void *submap) {
+uint64_t nested_item(const Writer &w, uint64_t off, const Record &r, uint32_t tag,
+                     const Record &sub, const void *subrec, const void *submap) {
   unsigned hs = head_size(r);
   uint32_t n;
   if (w.fits(off, hs)) {
@@ -117,7 +122,9 @@ uint32_t encode_choice(const Record &r, const void *rec, const void *map, const 
 }
 
 // Records the call only: the release probe of repeated nested records.
-void probe(void *, void *ctx) { *static_cast<bool *>(ctx) = true; }
+void probe(void *, void *ctx) {
+  *static_cast<bool *>(ctx) = true;
+}
 
 }  // namespace
 
@@ -173,7 +180,8 @@ uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *
             w.put(off + hs, data, static_cast<uint32_t>(n));
           } else {
             for (uint32_t k = 0; k < count; ++k) {
-              to_wire(w.buf + off + hs + uint64_t{k} * ew, ew, load(data + uint64_t{k} * ew, ew), true);
+              to_wire(w.buf + off + hs + uint64_t{k} * ew, ew, load(data + uint64_t{k} * ew, ew),
+                      true);
             }
           }
         }
@@ -186,9 +194,9 @@ uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *
         break;
       case Kind::kRecArray:
         for (uint32_t k = 0; k < f.aux; ++k) {
-          off = nested_item(w, off, r, f.tag, *f.sub, p + uint64_t{k} * f.sub->size,
-                            map == nullptr ? nullptr
-                                           : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size);
+          off = nested_item(
+              w, off, r, f.tag, *f.sub, p + uint64_t{k} * f.sub->size,
+              map == nullptr ? nullptr : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size);
         }
         break;
       case Kind::kListInline:
@@ -224,8 +232,8 @@ struct Ctx {
 };
 
 // Decodes one nested record from an item's value; the value must be consumed exactly.
-int32_t decode_nested(const Record &sub, void *subrec, void *submap, const uint8_t *v, uint32_t vlen,
-                      const Ctx &cx) {
+int32_t decode_nested(const Record &sub, void *subrec, void *submap, const uint8_t *v,
+                      uint32_t vlen, const Ctx &cx) {
   int32_t rc = tlv_decode(sub, subrec, submap, v, vlen, cx.alloc, cx.actx);
   if (rc < 0) return rc;
   if (static_cast<uint32_t>(rc) != vlen) return -1;
@@ -338,21 +346,22 @@ int32_t decode_field(const Record &r, const Field &f, void *rec, void *map, cons
       bool called = false;
       tlv_release(*f.sub, p, nullptr, probe, &called);
       if (called) return -1;
-      return decode_nested(*f.sub, p, map == nullptr ? nullptr : bytes(map, f.map_sub), v, vlen, cx);
+      return decode_nested(*f.sub, p, map == nullptr ? nullptr : bytes(map, f.map_sub), v, vlen,
+                           cx);
     }
     case Kind::kRecArray: {
       uint32_t run = run_length(data, length, *end, r.net, f.tag);
       uint32_t n = run < f.aux ? run : f.aux;
-      int32_t rc = decode_run(r, f, data, length, off, n, cx,
-                              [&](uint32_t k, void **e, void **em) -> int32_t {
-                                *e = p + uint64_t{k} * f.sub->size;
-                                *em = map == nullptr ? nullptr
-                                                     : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size;
-                                bool called = false;
-                                tlv_release(*f.sub, *e, nullptr, probe, &called);
-                                return called ? -1 : 0;
-                              },
-                              end);
+      int32_t rc = decode_run(
+          r, f, data, length, off, n, cx,
+          [&](uint32_t k, void **e, void **em) -> int32_t {
+            *e = p + uint64_t{k} * f.sub->size;
+            *em = map == nullptr ? nullptr : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size;
+            bool called = false;
+            tlv_release(*f.sub, *e, nullptr, probe, &called);
+            return called ? -1 : 0;
+          },
+          end);
       if (rc < 0) return rc;
       // Items of the run beyond the array's length are stepped over.
       for (uint32_t k = n; k < run; ++k) {
@@ -388,21 +397,22 @@ int32_t decode_field(const Record &r, const Field &f, void *rec, void *map, cons
           set_ptr(map, f.map_sub, emaps);
         }
       }
-      return decode_run(r, f, data, length, off, count, cx,
-                        [&](uint32_t k, void **e, void **em) -> int32_t {
-                          *em = emaps == nullptr ? nullptr : emaps + uint64_t{k} * f.sub->map_size;
-                          if (!byptr) {
-                            *e = arr + uint64_t{k} * f.sub->size;
-                            return 0;
-                          }
-                          void *m = cx.alloc(f.sub->size, cx.actx);
-                          if (m == nullptr) return -2;
-                          std::memset(m, 0, f.sub->size);
-                          set_ptr(arr, static_cast<uint32_t>(k * sizeof(void *)), m);
-                          *e = m;
-                          return 0;
-                        },
-                        end);
+      return decode_run(
+          r, f, data, length, off, count, cx,
+          [&](uint32_t k, void **e, void **em) -> int32_t {
+            *em = emaps == nullptr ? nullptr : emaps + uint64_t{k} * f.sub->map_size;
+            if (!byptr) {
+              *e = arr + uint64_t{k} * f.sub->size;
+              return 0;
+            }
+            void *m = cx.alloc(f.sub->size, cx.actx);
+            if (m == nullptr) return -2;
+            std::memset(m, 0, f.sub->size);
+            set_ptr(arr, static_cast<uint32_t>(k * sizeof(void *)), m);
+            *e = m;
+            return 0;
+          },
+          end);
     }
   }
   return -1;
@@ -428,8 +438,8 @@ bool decode_canonical(const Record &r, void *rec, void *map, const uint8_t *data
 }  // namespace
 
 // Shared by both engines: the choice rule of the decoders.
-int32_t internal::decode_choice(const Record &r, void *rec, void *map, const uint8_t *data, uint32_t length,
-                      AllocFn alloc, void *ctx, bool tlv) {
+int32_t internal::decode_choice(const Record &r, void *rec, void *map, const uint8_t *data,
+                                uint32_t length, AllocFn alloc, void *ctx, bool tlv) {
   const Choice &c = *r.choice;
   set_u32(rec, c.sel_off, 0xFFFFFFFFu);
   if (length < 12) return 0;
@@ -541,9 +551,10 @@ void tlv_release(const Record &r, void *rec, void *map, FreeFn release, void *ct
         break;
       case Kind::kRecArray:
         for (uint32_t k = 0; k < f.aux; ++k) {
-          tlv_release(*f.sub, bytes(rec, f.offset) + uint64_t{k} * f.sub->size,
-                      map == nullptr ? nullptr : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size,
-                      release, ctx);
+          tlv_release(
+              *f.sub, bytes(rec, f.offset) + uint64_t{k} * f.sub->size,
+              map == nullptr ? nullptr : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size,
+              release, ctx);
         }
         break;
       case Kind::kListInline:

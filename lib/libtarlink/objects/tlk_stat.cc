@@ -60,7 +60,9 @@ TLK_EXPORT int tarvik_tlk_proxy_stat_delete(tarvik_cookie *cookie, uint32_t prox
 TLK_EXPORT int tarvik_tlk_proxy_stat_clear(tarvik_cookie *cookie, uint32_t proxy_id) {
   return stat_set(cookie, TLK_OP_CLEAR, proxy_id);
 }
-TLK_EXPORT int tarvik_tlk_stat_add(tarvik_cookie *cookie) { return stat_set(cookie, TLK_OP_ADD, 0); }
+TLK_EXPORT int tarvik_tlk_stat_add(tarvik_cookie *cookie) {
+  return stat_set(cookie, TLK_OP_ADD, 0);
+}
 TLK_EXPORT int tarvik_tlk_stat_delete(tarvik_cookie *cookie) {
   return stat_set(cookie, TLK_OP_DELETE, 0);
 }

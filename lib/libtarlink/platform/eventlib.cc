@@ -33,7 +33,9 @@ struct Context {
   int running = 0;                      // nesting depth of main loops on this context
 };
 
-Context *ctx_of(evContext ctx) { return static_cast<Context *>(ctx.opaque); }
+Context *ctx_of(evContext ctx) {
+  return static_cast<Context *>(ctx.opaque);
+}
 
 short poll_events(int eventmask) {
   short ev = 0;
@@ -130,8 +132,8 @@ int create(evContext *ctx) {
 
 int select_fd(evContext ctx, int fd, int eventmask, evFileFunc func, void *uap, evFileID *id) {
   Context *c = ctx_of(ctx);
-  if (c == nullptr || fd < 0 || func == nullptr || (eventmask & ~(TLK_EV_READ | TLK_EV_WRITE | TLK_EV_EXCEPT)) ||
-      eventmask == 0) {
+  if (c == nullptr || fd < 0 || func == nullptr ||
+      (eventmask & ~(TLK_EV_READ | TLK_EV_WRITE | TLK_EV_EXCEPT)) || eventmask == 0) {
     errno = EINVAL;
     return -1;
   }
@@ -162,7 +164,9 @@ int deselect_fd(evContext ctx, evFileID id) {
   return -1;
 }
 
-int main_loop(evContext ctx) { return run(ctx, nullptr); }
+int main_loop(evContext ctx) {
+  return run(ctx, nullptr);
+}
 
 // Signals are held back while callbacks run and let through only inside the wait, so a handler
 // runs between two callbacks, never in the middle of one.  The faults that a program raises on
@@ -203,8 +207,12 @@ int brk(evContext ctx) {
 
 extern "C" {
 
-TLK_EXPORT int tlk_ev_create(evContext *ctx) { return tlk_platform_get()->evCreate(ctx); }
-TLK_EXPORT int tlk_ev_destroy(evContext ctx) { return tlk_platform_get()->evDestroy(ctx); }
+TLK_EXPORT int tlk_ev_create(evContext *ctx) {
+  return tlk_platform_get()->evCreate(ctx);
+}
+TLK_EXPORT int tlk_ev_destroy(evContext ctx) {
+  return tlk_platform_get()->evDestroy(ctx);
+}
 TLK_EXPORT int tlk_ev_select_fd(evContext ctx, int fd, int eventmask, evFileFunc func, void *uap,
                                 evFileID *id) {
   return tlk_platform_get()->evSelectFD(ctx, fd, eventmask, func, uap, id);
@@ -212,7 +220,11 @@ TLK_EXPORT int tlk_ev_select_fd(evContext ctx, int fd, int eventmask, evFileFunc
 TLK_EXPORT int tlk_ev_deselect_fd(evContext ctx, evFileID id) {
   return tlk_platform_get()->evDeselectFD(ctx, id);
 }
-TLK_EXPORT int tlk_ev_main_loop(evContext ctx) { return tlk_platform_get()->evMainLoop(ctx); }
-TLK_EXPORT int tlk_ev_break(evContext ctx) { return tlk_platform_get()->evBreak(ctx); }
+TLK_EXPORT int tlk_ev_main_loop(evContext ctx) {
+  return tlk_platform_get()->evMainLoop(ctx);
+}
+TLK_EXPORT int tlk_ev_break(evContext ctx) {
+  return tlk_platform_get()->evBreak(ctx);
+}
 
 }  // extern "C"

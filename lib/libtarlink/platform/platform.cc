@@ -14,12 +14,24 @@
 namespace tlk::platform {
 namespace {
 
-int host_socket(int domain, int type, int protocol) { return ::socket(domain, type, protocol); }
-ssize_t host_read(int fd, void *buf, size_t len) { return ::read(fd, buf, len); }
-ssize_t host_write(int fd, const void *buf, size_t len) { return ::write(fd, buf, len); }
-ssize_t host_recv(int fd, void *buf, size_t len, int flags) { return ::recv(fd, buf, len, flags); }
-int host_close(int fd) { return ::close(fd); }
-int host_fcntl(int fd, int cmd, int arg) { return ::fcntl(fd, cmd, arg); }
+int host_socket(int domain, int type, int protocol) {
+  return ::socket(domain, type, protocol);
+}
+ssize_t host_read(int fd, void *buf, size_t len) {
+  return ::read(fd, buf, len);
+}
+ssize_t host_write(int fd, const void *buf, size_t len) {
+  return ::write(fd, buf, len);
+}
+ssize_t host_recv(int fd, void *buf, size_t len, int flags) {
+  return ::recv(fd, buf, len, flags);
+}
+int host_close(int fd) {
+  return ::close(fd);
+}
+int host_fcntl(int fd, int cmd, int arg) {
+  return ::fcntl(fd, cmd, arg);
+}
 int host_getsockopt(int fd, int level, int name, void *value, socklen_t *len) {
   return ::getsockopt(fd, level, name, value, len);
 }
@@ -38,10 +50,18 @@ int host_sysctlbyname(const char *, void *, size_t *, const void *, size_t) {
 int host_select(int nfds, fd_set *r, fd_set *w, fd_set *e, struct timeval *t) {
   return ::select(nfds, r, w, e, t);
 }
-int host_usleep(unsigned usec) { return ::usleep(usec); }
-void host_syslog(int priority, const char *text) { ::syslog(priority, "%s\n", text); }
-void host_print_stderr(const char *text) { ::fprintf(stderr, "%s\n", text); }
-void host_exit(int status) { ::exit(status); }
+int host_usleep(unsigned usec) {
+  return ::usleep(usec);
+}
+void host_syslog(int priority, const char *text) {
+  ::syslog(priority, "%s\n", text);
+}
+void host_print_stderr(const char *text) {
+  ::fprintf(stderr, "%s\n", text);
+}
+void host_exit(int status) {
+  ::exit(status);
+}
 void host_assert_fail(const char *expr, const char *file, int line, const char *func) {
   ::fprintf(stderr, "Assertion failed: (%s), function %s, file %s, line %d.\n", expr, func, file,
             line);
@@ -49,8 +69,12 @@ void host_assert_fail(const char *expr, const char *file, int line, const char *
 }
 
 // A Linux host is no router: no product record, no variant.
-const void *host_product_info_data() { return nullptr; }
-int host_product_is_platform_varn(int, int) { return 0; }
+const void *host_product_info_data() {
+  return nullptr;
+}
+int host_product_is_platform_varn(int, int) {
+  return 0;
+}
 
 // The program's short name, for diagnostics.
 const char *host_program_name() {
@@ -109,8 +133,12 @@ void assert_fail(const char *expr, const char *file, int line, const char *func)
 
 extern "C" {
 
-TLK_EXPORT const tlk_platform *tlk_platform_get(void) { return &tlk::platform::g_ops; }
-TLK_EXPORT const tlk_platform *tlk_platform_host(void) { return &tlk::platform::kHost; }
+TLK_EXPORT const tlk_platform *tlk_platform_get(void) {
+  return &tlk::platform::g_ops;
+}
+TLK_EXPORT const tlk_platform *tlk_platform_host(void) {
+  return &tlk::platform::kHost;
+}
 TLK_EXPORT void tlk_platform_set(const tlk_platform *table) {
   tlk::platform::g_ops = table ? *table : tlk::platform::kHost;
 }

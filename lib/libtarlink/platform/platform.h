@@ -7,7 +7,9 @@ namespace tlk::platform {
 
 extern tlk_platform g_ops;
 
-inline const tlk_platform &ops() { return g_ops; }
+inline const tlk_platform &ops() {
+  return g_ops;
+}
 
 // The running program's short name through the seam; "" when the table has no entry for it.
 inline const char *program_name() {
@@ -23,7 +25,7 @@ inline const char *program_name() {
 
 // An assertion whose texts are fixed by the library's contract: the expression text, source file
 // name and line are those that the diagnostics must show, whatever the build.
-#define TLK_ASSERT_AT(cond, expr_text, file_text, line_no, func_text)                 \
-  do {                                                                                \
+#define TLK_ASSERT_AT(cond, expr_text, file_text, line_no, func_text)                    \
+  do {                                                                                   \
     if (!(cond)) ::tlk::platform::assert_fail(expr_text, file_text, line_no, func_text); \
   } while (0)
