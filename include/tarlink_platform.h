@@ -68,6 +68,8 @@ typedef struct tlk_platform {
    * where the system keeps no name).  A NULL entry reads as "".  Entries are added at the end
    * of this table only, so that the earlier ones keep their places. */
   const char *(*program_name)(void);
+  /* The process identifier, which the session statistics requests carry as their sender. */
+  pid_t (*getpid)(void);
 } tlk_platform;
 
 /* The table in force. */

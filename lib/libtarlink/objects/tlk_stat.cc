@@ -12,10 +12,10 @@
 // take no part in the sequence check.  A get draws the next number and reads one reply.
 #include <errno.h>
 #include <string.h>
-#include <unistd.h>
 
 #include "cookie.h"
 #include "objects/request.h"
+#include "platform/platform.h"
 #include "wire.h"
 
 namespace {
@@ -33,7 +33,7 @@ void build(uint8_t (&req)[kStatLen], uint32_t op, uint32_t seq, uint32_t proxy_i
   memset(req, 0, sizeof req);
   // The variable field is empty: the whole length is the fixed one.
   (void)tlk::request::fill_raw_header(req, TLK_MSG_TARLINK_STATS, op, seq, kStatLen, 0);
-  wire::store_u32(&req[wire::kIdAt], static_cast<uint32_t>(getpid()));
+  wire::store_u32(&req[wire::kIdAt], static_cast<uint32_t>(tlk::platform::ops().getpid()));
   req[wire::kAux2At] = sel_a;
   req[24] = sel_b;
   wire::store_u32(&req[32], proxy_id);

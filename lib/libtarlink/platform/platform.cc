@@ -89,6 +89,10 @@ const char *host_program_name() {
 #endif
 }
 
+pid_t host_getpid() {
+  return ::getpid();
+}
+
 // Entries by name, so that adding one touches no other.
 constexpr tlk_platform kHost = {
     .socket = host_socket,
@@ -118,6 +122,7 @@ constexpr tlk_platform kHost = {
     .product_info_data = host_product_info_data,
     .product_is_platform_varn = host_product_is_platform_varn,
     .program_name = host_program_name,
+    .getpid = host_getpid,
 };
 
 }  // namespace
