@@ -96,7 +96,8 @@ struct NotifyState {
   uint64_t reads = 0;
 };
 
-struct Core final : Host {
+class Core final : public Host {
+ public:
   explicit Core(Kernel &kernel);
   ~Core();
   Core(const Core &) = delete;
