@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -115,6 +117,13 @@ class OneSessionTest : public SimTest {
   // The last framed request the kernel recorded, decoded (released by the caller with
   // tarvik_msg_idl_release); NULL if there is none or it doesn't decode.  Needs kernel.record.
   void *last_framed_request();
+  // The same as a T, released when it goes out of scope.
+  template <class T>
+  std::unique_ptr<T, std::function<void(T *)>> last_request_as() {
+    tarvik_cookie *cookie = c;
+    return {static_cast<T *>(last_framed_request()),
+            [cookie](T *m) { tarvik_msg_idl_release(cookie, m, nullptr); }};
+  }
   tarvik_cookie *c = nullptr;
 };
 
