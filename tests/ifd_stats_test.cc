@@ -117,13 +117,12 @@ TEST_F(IfdStatsTest, RegistrationDependsOnTheProduct) {
     std::optional<uint16_t> model;
     bool variant;
     int want;
-  } rows[] = {{2, false, 0},
-              {218, false, 0},
-              {7, false, 0},
-              {169, false, 0},
-              {1, false, EOPNOTSUPP},
-              {1, true, 0},
-              {std::nullopt, false, EINVAL}};
+  } rows[] = {
+      // clang-format off
+      {2, false, 0}, {218, false, 0}, {7, false, 0}, {169, false, 0},
+      {1, false, EOPNOTSUPP}, {1, true, 0}, {std::nullopt, false, EINVAL},
+      // clang-format on
+  };
   int h = 0;
   auto handler = [](tarvik_cookie *k, void *, void *msg, uintptr_t) {
     tarvik_msg_free(k, msg);

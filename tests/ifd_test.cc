@@ -40,8 +40,8 @@ struct Heard {
 
 class IfdTest : public OneSessionTest {
  protected:
-  // The last request the kernel saw, decoded (released by the caller with tarvik_msg_idl_release).
-  ifdev_msg *last_request() { return static_cast<ifdev_msg *>(last_framed_request()); }
+  // The last request the kernel saw, decoded and released when it goes out of scope.
+  auto last_request() { return last_request_as<ifdev_msg>(); }
   // A second session that listens for device changes.
   tarvik_cookie *listener(Heard &heard) {
     tarvik_cookie *l = open_session(8);
@@ -105,8 +105,6 @@ TEST_F(IfdTest, GetAllListsTheChassisAsItStands) {
     EXPECT_EQ(d.ifdm_flags, want.flags);
     EXPECT_EQ(d.ifdm_generation, want.generation);
   }
-  EXPECT_EQ(kernel.devices().find("ge1")->flags & 1u, 0u);
-  EXPECT_EQ(kernel.devices().find("ge1")->generation, 2u);
   tarvik_msg_list_free(c, list);
 
   // Logical interfaces have no list in this kernel: the control's errno comes back.
@@ -162,7 +160,7 @@ TEST_F(IfdTest, PointChangeNamesOnlyWhatChanges) {
                                     static_cast<uint32_t>(run.size())),
             0);
   EXPECT_EQ(kernel.devices().find(133)->flags & 1u, 1u);
-  ifdev_msg *req = last_request();
+  auto req = last_request();
   ASSERT_NE(req, nullptr);
   EXPECT_EQ(req->ifdm_change, 0x2000u);
   EXPECT_EQ(req->ifdm_point_mask, 1u);
@@ -172,7 +170,6 @@ TEST_F(IfdTest, PointChangeNamesOnlyWhatChanges) {
   EXPECT_EQ(req->ifdm_dinfotype, 1);
   ASSERT_EQ(req->ifdm_hdr.tlkh_info_len, 1u);
   EXPECT_EQ(req->ifdm_hdr.tlkh_info[0]->tlkmi_type, 0x70000FFu);  // no arm: the bare head
-  tarvik_msg_idl_release(c, req, nullptr);
 
   // A forwarding-engine record: the 592 bytes behind the first four travel as arm 438.
   Bytes fe(596, 0);
@@ -188,7 +185,6 @@ TEST_F(IfdTest, PointChangeNamesOnlyWhatChanges) {
   const auto &arm = req->ifdm_hdr.tlkh_info[0]->tlkmi_u.af_fe;
   ASSERT_EQ(arm.af_len, 592u);
   EXPECT_EQ(memcmp(arm.af_data, fe.data() + 4, 592), 0);
-  tarvik_msg_idl_release(c, req, nullptr);
   EXPECT_EQ(tarvik_ifdm_pointchange(c, 133, 0, nullptr, fe.data(), 100), EINVAL);  // cut short
 }
 
@@ -220,7 +216,7 @@ TEST_F(IfdTest, AddCreatesADeviceThatOthersHear) {
   ASSERT_EQ(tarvik_ifdm_add_with_tlvs(c, "ge50", 300, 0x12, 0x8001, 0x40, &media, inet.data(),
                                       link.data(), runs.data(), static_cast<uint32_t>(runs.size())),
             0);
-  ifdev_msg *req = last_request();
+  auto req = last_request();
   ASSERT_NE(req, nullptr);
   EXPECT_EQ(req->ifdm_hdr.tlkh_op, TLK_OP_ADD);
   EXPECT_EQ(req->ifdm_hdr.tlkh_seq, 0u);  // an add draws no sequence number
@@ -240,7 +236,6 @@ TEST_F(IfdTest, AddCreatesADeviceThatOthersHear) {
   EXPECT_EQ(info[1]->tlkmi_u.if_pfe_options.ipo_flags, 0x09090909u);
   EXPECT_EQ(info[1]->tlkmi_u.if_pfe_options.ipo_value, 7u);
   EXPECT_EQ(info[2]->tlkmi_type, 0x70000FFu);
-  tarvik_msg_idl_release(c, req, nullptr);
 
   const auto *d = kernel.devices().find(300);
   ASSERT_NE(d, nullptr);
@@ -264,13 +259,12 @@ TEST_F(IfdTest, ChangeAddrSendsOnlyTheGivenAddresses) {
                       6,  0,  0x02, 0x99, 0x88, 0x77, 0x66, 0x55, 0, 0};
   EXPECT_EQ(tarvik_ifdm_change_addr(c, 131, 0, nullptr, nullptr), EINVAL);
   ASSERT_EQ(tarvik_ifdm_change_addr(c, 131, 0x4, nullptr, link.data()), 0);
-  ifdev_msg *req = last_request();
+  auto req = last_request();
   ASSERT_NE(req, nullptr);
   EXPECT_EQ(req->ifdm_addr_len, 0u);
   ASSERT_EQ(req->ifdm_haddr_len, 1u);
   EXPECT_EQ(req->ifdm_dinfotype, 1);
   EXPECT_EQ(req->ifdm_flags, 0x8001u);  // the flags as read: the argument has no effect
-  tarvik_msg_idl_release(c, req, nullptr);
   EXPECT_EQ(kernel.devices().find(131)->mac[1], 0x99);
   EXPECT_EQ(kernel.devices().find(131)->inet, 0x0A000101u);  // untouched
   EXPECT_EQ(kernel.devices().find(131)->generation, 2u);
@@ -281,14 +275,13 @@ TEST_F(IfdTest, ChangeTlvsCarriesTheRunAndTheFlagsAsRead) {
   EXPECT_EQ(tarvik_ifdm_change_tlvs(c, 140, 0, nullptr, 0), EINVAL);
   const Bytes run = tlv_record(26, {5, 0, 0, 0});
   ASSERT_EQ(tarvik_ifdm_change_tlvs(c, 140, 0x2, run.data(), static_cast<uint32_t>(run.size())), 0);
-  ifdev_msg *req = last_request();
+  auto req = last_request();
   ASSERT_NE(req, nullptr);
   EXPECT_EQ(req->ifdm_hdr.tlkh_op, TLK_OP_CHANGE);
   EXPECT_EQ(req->ifdm_flags, 0x8001u);
   ASSERT_EQ(req->ifdm_hdr.tlkh_info_len, 1u);
   EXPECT_EQ(req->ifdm_hdr.tlkh_info[0]->tlkmi_type, 26u);
   EXPECT_EQ(req->ifdm_hdr.tlkh_info[0]->tlkmi_u.if_opcode.io_words[0], 5u);
-  tarvik_msg_idl_release(c, req, nullptr);
 }
 
 }  // namespace
