@@ -37,14 +37,13 @@ TEST_F(IflTest, AnIdrRequestGetsTheWholeUnit) {
   tarvik_msg_idl_release(c, m, nullptr);
 
   EXPECT_EQ(get_u32(last_sent(kernel).data()), TLK_MAGIC_IDR);
-  auto *req = static_cast<ifl_msg *>(last_framed_request());
+  const auto req = last_request_as<ifl_msg>();
   ASSERT_NE(req, nullptr);
   EXPECT_EQ(TLK_VERSION_TYPE_WORD(req->iflm_hdr.tlkh_version, req->iflm_hdr.tlkh_type), 0x066Bu);
   EXPECT_EQ(req->iflm_hdr.tlkh_seq, before + 1);
   EXPECT_EQ(req->iflm_hdr.tlkh_fixedlen, tlv_rtti_sizeof_ifl_msg_0);
   EXPECT_EQ(req->iflm_index.idx, 71u);
   EXPECT_EQ(req->iflm_name, nullptr);
-  tarvik_msg_idl_release(c, req, nullptr);
 }
 
 TEST_F(IflTest, TlvRequestIsAnsweredInTlvWithItsMap) {
