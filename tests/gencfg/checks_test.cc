@@ -78,6 +78,7 @@ TEST_F(GencfgTest, RefusedRecordsSendNothing) {
   for (const Refusal &row : kRefusals) {
     SCOPED_TRACE(row.what);
     gencfg_t r = row.record;
+    const size_t sent = requests_seen();
     void *m = nullptr;
     EXPECT_EQ(tarvik_gencfg_op_export(c, &r, row.op, &m, nullptr, nullptr, nullptr, nullptr,
                                       nullptr, nullptr, nullptr),
@@ -86,7 +87,7 @@ TEST_F(GencfgTest, RefusedRecordsSendNothing) {
     if (row.line != nullptr) {
       EXPECT_TRUE(logged("ERROR", row.line));
     }
-    EXPECT_EQ(requests_seen(), 0u);
+    EXPECT_EQ(requests_seen(), sent);
   }
 }
 
