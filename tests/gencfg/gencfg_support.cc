@@ -62,14 +62,26 @@ gencfg_t GencfgTest::numbered(uint16_t major, uint16_t minor, uint32_t kid) {
   return r;
 }
 
-gencfg_msg *GencfgTest::last_request() {
-  return static_cast<gencfg_msg *>(last_framed_request());
-}
-
-size_t GencfgTest::requests_seen() const {
-  size_t n = 0;
-  for (const auto &r : kernel.recorded()) n += r.to_kernel;
-  return n;
+void GencfgTest::add_deps_and_peers(gencfg_t &r) {
+  static uint8_t parent[] = {'p', 'a', 'r', 'e', 'n', 't'}, x[] = {'x'};
+  deps_[0].dep_type = 1;
+  deps_[0].dep_major = 11;
+  deps_[0].dep_minor = 12;
+  deps_[0].dep_key = parent;
+  deps_[0].dep_key_len = sizeof parent;
+  deps_[1].dep_type = 2;
+  deps_[1].dep_key = x;
+  deps_[1].dep_key_len = sizeof x;
+  peers_[0].peer_type = 16;
+  peers_[0].index.idx.gencfg_type_default.peer_index = 40;
+  peers_[1].peer_type = 17;
+  peers_[1].index.index_type = 2;
+  peers_[1].index.idx.gencfg_type_peer_mask.peer_mask[5] = 0xA5;
+  r.flags |= TLK_GENCFG_DEPS;
+  r.deps = deps_;
+  r.dep_count = 2;
+  r.peers = peers_;
+  r.peer_count = 2;
 }
 
 }  // namespace tlktest

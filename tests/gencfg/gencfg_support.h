@@ -4,6 +4,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <deque>
 #include <string>
 #include <vector>
@@ -44,6 +45,13 @@ class GencfgTest : public OneSessionTest {
   // A record of one major and minor with a byte key (and TLK_GENCFG_KEY).  The key text lives
   // as long as the fixture.
   gencfg_t keyed(uint16_t major, uint16_t minor, const std::string &key);
+  // The same with `blob` (which must outlive the call that uses it) to be sent compressed.
+  gencfg_t compressed(uint16_t major, uint16_t minor, const std::string &key, const Bytes &blob) {
+    gencfg_t r = keyed(major, minor, key);
+    attach(r, blob);
+    r.flags |= TLK_GENCFG_COMPRESSED;
+    return r;
+  }
   // A record with a numeric key (TLK_GENCFG_KID).
   static gencfg_t numbered(uint16_t major, uint16_t minor, uint32_t kid);
   // The record's blob set to `blob` (which must outlive the call that uses it).
@@ -51,26 +59,28 @@ class GencfgTest : public OneSessionTest {
     r.blob = const_cast<uint8_t *>(blob.data());
     r.blob_len = static_cast<uint32_t>(blob.size());
   }
+  // Two dependencies ("parent" of major 11, then "x") and two peers (type 16 by index 40, type 17
+  // by a mask with byte 5 0xA5), kept by the fixture, named in `r` with TLK_GENCFG_DEPS.
+  void add_deps_and_peers(gencfg_t &r);
+  gencfg_depinfo_t deps_[2] = {};
+  gencfg_peerinfo_t peers_[2] = {};
   void use_zlib(tarvik_cookie *cookie) {
     tarvik_init_blob_compression(cookie, compress, uncompress);
   }
-  // The last message the library wrote, decoded (freed with tarvik_msg_free); null if none.
-  gencfg_msg *last_request();
-  size_t requests_seen() const;
+  // The last message the library wrote, decoded and released when it goes out of scope; null if
+  // none.
+  auto last_request() { return last_request_as<gencfg_msg>(); }
+  size_t requests_seen() const { return sent_count(kernel); }
   // A decompressed message is a block of identifier 7 that its reader gives back with
   // tarvik_msg_free, which counts under identifier 75.  The test declares `n` such blocks freed,
   // and the leak check, once the session is closed, expects the counts moved by exactly that.
   void accept_freed_duplicates(int n) { freed_duplicates_ += n; }
   int freed_duplicates_ = 0;
-  // The full diagnostic line as the callback receives it.
-  static std::string line(const char *level_word, const std::string &text) {
-    return std::string("tarvik: ") + level_word + " " + text;
-  }
-  bool logged(const std::string &full) const {
-    for (const auto &l : log.lines) {
-      if (l.text == full) return true;
-    }
-    return false;
+  // Whether the session's callback received exactly this line at this level ("ERROR", "DEBUG").
+  bool logged(const char *level_word, const std::string &text) const {
+    return std::any_of(log.lines.begin(), log.lines.end(), [&](const auto &l) {
+      return l.text == std::string("tarvik: ") + level_word + " " + text;
+    });
   }
 
   std::deque<std::string> keys_;

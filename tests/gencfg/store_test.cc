@@ -1,5 +1,5 @@
-// The simulated kernel's blob store through the library: walks in key order, large compressed
-// blobs both ways, and the notifications that listening sessions get, decompressed on arrival.
+// The simulated kernel's blob store through the library: walks in key order, change and delete,
+// and the notifications that listening sessions get, decompressed on arrival.
 #include <errno.h>
 #include <string.h>
 
@@ -45,32 +45,6 @@ class GencfgStoreTest : public GencfgTest {
     if (with_zlib) use_zlib(s);
     return s;
   }
-  // Runs the session's event processing until the socket is empty.
-  static void drain(tarvik_cookie *s) {
-    while (tarvik_async_event_process(s) == 0) {
-    }
-  }
-  // Walks major/minor from the start with getnext; the keys in the order they came.
-  std::vector<std::string> walk(uint16_t major, uint16_t minor, int *end_result) {
-    std::vector<std::string> keys;
-    gencfg_t r = keyed(major, minor, "");
-    r.key = nullptr;
-    for (;;) {
-      void *m = nullptr;
-      const int err = tarvik_gencfg_get(c, &r, TLK_OP_GETNEXT, &m, nullptr);
-      if (err != 0) {
-        *end_result = err;
-        return keys;
-      }
-      keys.emplace_back(reinterpret_cast<const char *>(r.key), r.key_len);
-      // The next request starts from this key; it must outlive the reply.
-      keys_.push_back(keys.back());
-      r.key = reinterpret_cast<uint8_t *>(keys_.back().data());
-      r.blob = nullptr;
-      r.blob_len = 0;
-      tarvik_msg_free(c, m);
-    }
-  }
 };
 
 TEST_F(GencfgStoreTest, AWalkOverHundredsOfBlobsReturnsThemAllInKeyOrder) {
@@ -85,8 +59,6 @@ TEST_F(GencfgStoreTest, AWalkOverHundredsOfBlobsReturnsThemAllInKeyOrder) {
   std::shuffle(order.begin(), order.end(), rng);
   for (const std::string &k : order) {
     gencfg_t r = keyed(20, 3, k);
-    const Bytes blob(k.begin(), k.end());
-    attach(r, blob);
     ASSERT_EQ(tarvik_gencfg_add(c, &r), 0) << k;
   }
   // Neighbours of another minor and another major stay out of the walk.
@@ -94,9 +66,18 @@ TEST_F(GencfgStoreTest, AWalkOverHundredsOfBlobsReturnsThemAllInKeyOrder) {
   ASSERT_EQ(tarvik_gencfg_add(c, &before), 0);
   ASSERT_EQ(tarvik_gencfg_add(c, &after), 0);
 
-  int end = 0;
-  const std::vector<std::string> got = walk(20, 3, &end);
-  EXPECT_EQ(end, EOPNOTSUPP) << "the kernel's refusal after the last blob, a raw message";
+  // From the start of 20/3, each getnext from the key the last one gave.
+  std::vector<std::string> got;
+  gencfg_t r = keyed(20, 3, "");
+  r.key = nullptr;
+  void *m = nullptr;
+  int err;
+  while ((err = tarvik_gencfg_get(c, &r, TLK_OP_GETNEXT, &m, nullptr)) == 0) {
+    got.emplace_back(reinterpret_cast<const char *>(r.key), r.key_len);
+    r.key = reinterpret_cast<uint8_t *>(keys_.emplace_back(got.back()).data());  // outlives m
+    tarvik_msg_free(c, m);
+  }
+  EXPECT_EQ(err, EOPNOTSUPP) << "the kernel's refusal after the last blob, a raw message";
   EXPECT_EQ(got, std::vector<std::string>(want.begin(), want.end()));
 }
 
@@ -136,44 +117,26 @@ TEST_F(GencfgStoreTest, ChangeReplacesDeleteRemoves) {
   EXPECT_TRUE(kernel.gencfg().store().empty());
 }
 
-TEST_F(GencfgStoreTest, ATwoMiBBlobRoundTripsCompressedThroughKernelAndNotification) {
+// The size the decompressed copy must hold; a get takes the same decompression as the
+// notification (GetDecompressesIntoACopyThatKeepsTheCompressedFlag).
+TEST_F(GencfgStoreTest, ATwoMiBBlobReachesAListenerDecompressed) {
   Listener heard;
   tarvik_cookie *other = listening_session(&heard, true);
   ASSERT_NE(other, nullptr);
   use_zlib(c);
   const Bytes blob = text_blob(2u << 20, 11);
-  gencfg_t r = keyed(30, 1, "two-mib");
-  attach(r, blob);
-  r.flags |= TLK_GENCFG_COMPRESSED;
+  gencfg_t r = compressed(30, 1, "two-mib", blob);
   ASSERT_EQ(tarvik_gencfg_add(c, &r), 0);
 
-  // The kernel holds the compressed bytes, as they came.
-  const auto *stored =
-      kernel.gencfg().find(tarsim::Gencfg::bytes_key(30, 1, Bytes(r.key, r.key + r.key_len)));
-  ASSERT_NE(stored, nullptr);
-  EXPECT_LT(stored->blob.size(), TLK_GENCFG_WIRE_MAX);
-  EXPECT_EQ(stored->flags & TLK_GENCFG_COMPRESSED, TLK_GENCFG_COMPRESSED);
-  EXPECT_EQ(inflate(stored->blob.data(), stored->blob.size()), blob);
-
-  // Back through a get.
-  gencfg_t q = keyed(30, 1, "two-mib");
-  void *m = nullptr;
-  ASSERT_EQ(tarvik_gencfg_get(c, &q, TLK_OP_GET, &m, nullptr), 0);
-  EXPECT_EQ(q.blob_len, blob.size());
-  EXPECT_TRUE(bytes_of(q.blob, q.blob_len) == blob);
-  EXPECT_LT(static_cast<gencfg_msg *>(m)->gencfg_hdr.tlkh_msglen, stored->blob.size() + 1024)
-      << "the frame on the wire was about the compressed size";
-  tarvik_msg_free(c, m);
-
-  // And to the second session, decompressed before its handler sees it.
   drain(other);
   ASSERT_EQ(heard.heard.size(), 1u);
   EXPECT_EQ(heard.heard[0].op, TLK_OP_ADD);
   EXPECT_EQ(heard.heard[0].key, "two-mib");
   EXPECT_EQ(heard.heard[0].flags, TLK_GENCFG_KEY | TLK_GENCFG_COMPRESSED);
   EXPECT_TRUE(heard.heard[0].blob == blob);
+  EXPECT_LT(heard.heard[0].msglen, TLK_GENCFG_WIRE_MAX) << "the header keeps the wire's length";
   tarvik_close(other);
-  accept_freed_duplicates(2);
+  accept_freed_duplicates(1);
 }
 
 TEST_F(GencfgStoreTest, ListenersHearEveryChangeButNotTheirOwn) {
@@ -216,8 +179,7 @@ TEST_F(GencfgStoreTest, ListenersHearEveryChangeButNotTheirOwn) {
   EXPECT_EQ(heard.heard[3].key, "b");
   EXPECT_EQ(heard.heard[4].kid, 8u);
   // The writer heard only the kernel's own change.
-  while (tarvik_async_event_process(c) == 0) {
-  }
+  drain(c);
   ASSERT_EQ(own.heard.size(), 1u);
   EXPECT_EQ(own.heard[0].kid, 8u);
   tarvik_close(other);
@@ -229,10 +191,8 @@ TEST_F(GencfgStoreTest, ANotificationThatCannotBeDecompressedIsDroppedAlone) {
   ASSERT_NE(other, nullptr);
   use_zlib(c);
   const Bytes blob = text_blob(5000);
-  gencfg_t packed = keyed(32, 1, "packed"), plain = keyed(32, 1, "plain");
-  attach(packed, blob);
+  gencfg_t packed = compressed(32, 1, "packed", blob), plain = keyed(32, 1, "plain");
   attach(plain, blob);
-  packed.flags |= TLK_GENCFG_COMPRESSED;
   ASSERT_EQ(tarvik_gencfg_add(c, &packed), 0);
   ASSERT_EQ(tarvik_gencfg_add(c, &plain), 0);
   tarvik_async_set_num_read_msg(other, 1);  // one read: the failed message's result stays in errno
@@ -243,16 +203,12 @@ TEST_F(GencfgStoreTest, ANotificationThatCannotBeDecompressedIsDroppedAlone) {
   ASSERT_EQ(heard.heard.size(), 1u);
   EXPECT_EQ(heard.heard[0].key, "plain");
   EXPECT_EQ(heard.heard[0].blob, blob);
-  EXPECT_TRUE(logged(line("ERROR", "Compression was not initialized for tarvik\n")));
+  EXPECT_TRUE(logged("ERROR", "Compression was not initialized for tarvik\n"));
   tarvik_close(other);
 }
 
-TEST_F(GencfgStoreTest, TheAsyncStepTouchesOnlyCompressedMessages) {
-  gencfg_msg plain{};
-  void *p = &plain;
-  EXPECT_EQ(tarvik_gencfg_async(c, &p), 0);
-  EXPECT_EQ(p, &plain);
-  EXPECT_EQ(tarvik_gencfg_async(nullptr, &p), EINVAL);
+// A plain message passes the asynchronous step untouched (the test above hears it whole).
+TEST_F(GencfgStoreTest, TheAsyncStepKeepsAMessageItCannotDecompress) {
   EXPECT_EQ(tarvik_gencfg_async(c, nullptr), EINVAL);
   // Compressed, but the bytes are not zlib's: the callback fails, the message stays.
   uint8_t junk[] = {1, 2, 3, 4};
@@ -261,13 +217,13 @@ TEST_F(GencfgStoreTest, TheAsyncStepTouchesOnlyCompressedMessages) {
   bad.blob = junk;
   bad.blob_len = sizeof junk;
   use_zlib(c);
-  p = &bad;
+  void *p = &bad;
   EXPECT_EQ(tarvik_gencfg_async(c, &p), Z_DATA_ERROR);
   EXPECT_EQ(p, &bad);
   EXPECT_EQ(bad.blob_len, 0u);
-  EXPECT_TRUE(logged(line("ERROR", "Failed to decompress blob (rc -3)\n")));
+  EXPECT_TRUE(logged("ERROR", "Failed to decompress blob (rc -3)\n"));
   // zlib reports how much it wrote before it failed: nothing.
-  EXPECT_TRUE(logged(line("DEBUG", "Gencfg blob was decompressed from 4 to 0 bytes (rc -3)\n")))
+  EXPECT_TRUE(logged("DEBUG", "Gencfg blob was decompressed from 4 to 0 bytes (rc -3)\n"))
       << "reported whatever the result";
 }
 

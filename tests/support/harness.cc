@@ -27,6 +27,18 @@ uint32_t get_u32(const void *p, size_t off) {
   return v;
 }
 
+uint16_t get_u16(const void *p, size_t off) {
+  uint16_t v;
+  memcpy(&v, static_cast<const uint8_t *>(p) + off, 2);
+  return v;
+}
+
+uint64_t get_u64(const void *p, size_t off) {
+  uint64_t v;
+  memcpy(&v, static_cast<const uint8_t *>(p) + off, 8);
+  return v;
+}
+
 Bytes frame_head(uint32_t magic, uint32_t payload_len, uint32_t type, size_t total) {
   Bytes f(total, 0);
   put_u32(f, 0, magic);
@@ -56,6 +68,25 @@ std::pair<uint32_t, uint32_t> sent_listen_mask(const tarsim::Kernel &kernel, int
   const auto b = kernel.option(fd, TLK_SOL_ROUTE, TLK_SO_LISTEN);
   if (!b || b->size() != 8) return {0xdead, 0xdead};
   return {get_u32(b->data(), 0), get_u32(b->data(), 4)};
+}
+
+Bytes last_sent(const tarsim::Kernel &kernel) {
+  const auto &rec = kernel.recorded();
+  for (auto it = rec.rbegin(); it != rec.rend(); ++it) {
+    if (it->to_kernel) return it->bytes;
+  }
+  return {};
+}
+
+size_t sent_count(const tarsim::Kernel &kernel) {
+  size_t n = 0;
+  for (const auto &r : kernel.recorded()) n += r.to_kernel;
+  return n;
+}
+
+void drain(tarvik_cookie *session) {
+  while (tarvik_async_event_process(session) == 0) {
+  }
 }
 
 OsCapture::OsCapture() : previous_(*tlk_platform_get()) {

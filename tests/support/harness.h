@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -24,6 +26,9 @@ Bytes cat(std::initializer_list<Bytes> parts);
 // A host-order u32 stored at / loaded from a byte offset.
 void put_u32(Bytes &b, size_t off, uint32_t v);
 uint32_t get_u32(const void *p, size_t off = 0);
+// Host-order u16 and u64 loaded from a byte offset.
+uint16_t get_u16(const void *p, size_t off = 0);
+uint64_t get_u64(const void *p, size_t off = 0);
 // A frame's 12-byte head (magic, payload length, type), zero-filled to `total` bytes.
 Bytes frame_head(uint32_t magic, uint32_t payload_len, uint32_t type, size_t total = 12);
 // `msg` as the session's envelope frames it: TLV under `mask`, IDR without one.
@@ -32,6 +37,12 @@ Bytes frame_of(tarvik_cookie *c, const void *msg, const void *mask = nullptr);
 tlk_base_tlvmap header_mask();
 // The two words of the last listen mask (option 1) the session sent; {0xdead, 0xdead} if none.
 std::pair<uint32_t, uint32_t> sent_listen_mask(const tarsim::Kernel &kernel, int fd);
+// The bytes of the last message a session wrote to the kernel (empty if none), and how many
+// were written.  Both need kernel.record.
+Bytes last_sent(const tarsim::Kernel &kernel);
+size_t sent_count(const tarsim::Kernel &kernel);
+// Runs a session's event processing until its socket is empty.
+void drain(tarvik_cookie *session);
 
 // Captures what the library sends to the system log, to stderr and to exit, through the seam.
 // While installed, a level 4 line does not end the process: the exit is recorded and the library
@@ -106,6 +117,13 @@ class OneSessionTest : public SimTest {
   // The last framed request the kernel recorded, decoded (released by the caller with
   // tarvik_msg_idl_release); NULL if there is none or it doesn't decode.  Needs kernel.record.
   void *last_framed_request();
+  // The same as a T, released when it goes out of scope.
+  template <class T>
+  std::unique_ptr<T, std::function<void(T *)>> last_request_as() {
+    tarvik_cookie *cookie = c;
+    return {static_cast<T *>(last_framed_request()),
+            [cookie](T *m) { tarvik_msg_idl_release(cookie, m, nullptr); }};
+  }
   tarvik_cookie *c = nullptr;
 };
 
