@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# Builds everything and runs every test: the unit tests (g++), the same tests under AddressSanitizer
-# and UndefinedBehaviorSanitizer (clang), the codec and core tests in a 32-bit build, a bounded fuzz run of
-# the decoders, the install test, and the benchmarks once as a smoke run.
+# Builds everything and runs every test: a format check of every source, the unit tests (g++),
+# the same tests under AddressSanitizer and UndefinedBehaviorSanitizer (clang), the codec and core
+# tests in a 32-bit build, a bounded fuzz run of the decoders, the install test, and the
+# benchmarks once as a smoke run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
-tarlink_install_deps clang libclang-rt-dev g++-multilib
+tarlink_install_deps clang libclang-rt-dev g++-multilib clang-format
 # The 32-bit tests need qemu only where this host cannot run i386 code itself.
 probe=$(mktemp -d)
 if ! { echo 'int main(void) { return 0; }' | gcc -m32 -x c - -o "$probe/run32" && "$probe/run32"; } 2>/dev/null; then
@@ -15,6 +16,12 @@ rm -rf "$probe"
 start=$(date +%s)
 
 step() { printf '\n==== %s\n' "$*"; }
+
+step "format (clang-format, the style in .clang-format)"
+{ git ls-files '*.c' '*.cc' '*.h' '*.hpp' 2>/dev/null ||
+  find include lib sim tools tests bench fuzz examples -name '*.[ch]' -o -name '*.cc' -o -name '*.hpp'; } |
+  xargs clang-format --dry-run --Werror
+echo "every source is formatted"
 
 step "build and test (g++, RelWithDebInfo)"
 cmake --preset default -DCMAKE_INSTALL_LIBDIR="lib/$(gcc -print-multiarch)" >/dev/null

@@ -7,9 +7,15 @@ namespace {
 
 OsCapture *g_capture = nullptr;
 
-void capture_syslog(int priority, const char *text) { g_capture->syslog.push_back({priority, text}); }
-void capture_stderr(const char *text) { g_capture->stderr_lines.emplace_back(text); }
-void capture_exit(int status) { g_capture->exits.push_back(status); }
+void capture_syslog(int priority, const char *text) {
+  g_capture->syslog.push_back({priority, text});
+}
+void capture_stderr(const char *text) {
+  g_capture->stderr_lines.emplace_back(text);
+}
+void capture_exit(int status) {
+  g_capture->exits.push_back(status);
+}
 
 }  // namespace
 
@@ -19,7 +25,9 @@ Bytes cat(std::initializer_list<Bytes> parts) {
   return out;
 }
 
-void put_u32(Bytes &b, size_t off, uint32_t v) { memcpy(&b[off], &v, 4); }
+void put_u32(Bytes &b, size_t off, uint32_t v) {
+  memcpy(&b[off], &v, 4);
+}
 
 uint32_t get_u32(const void *p, size_t off) {
   uint32_t v;
@@ -139,7 +147,8 @@ void *OneSessionTest::last_framed_request() {
   for (auto it = rec.rbegin(); it != rec.rend(); ++it) {
     if (!it->to_kernel) continue;
     void *m = nullptr;
-    if (tarvik_msg_idl_decode(c, it->bytes.data(), it->bytes.size(), &m, nullptr) != 0) return nullptr;
+    if (tarvik_msg_idl_decode(c, it->bytes.data(), it->bytes.size(), &m, nullptr) != 0)
+      return nullptr;
     return m;
   }
   return nullptr;
@@ -164,7 +173,6 @@ tarvik_cookie *SimTest::open_session(uint32_t sender) {
 }
 
 }  // namespace tlktest
-
 
 extern "C" {
 
