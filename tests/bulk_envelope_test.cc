@@ -90,14 +90,6 @@ TEST_F(BulkEnvelopeTest, UnsoundSendBuffersAreRefusedAtLevel4) {
   tarvik_msg_free(c, m);
 }
 
-TEST_F(BulkEnvelopeTest, NullCookieEndsTheProcessUnderTheDefaultCallback) {
-  uint32_t len = 0;
-  void *msg = nullptr;
-  EXPECT_EQ(tarvik_bulkmsg_idl_encode(nullptr, &len, &len, nullptr), EINVAL);
-  EXPECT_EQ(tarvik_bulkmsg_idl_decode(nullptr, &len, &msg, nullptr), EINVAL);
-  EXPECT_EQ(os.exits.size(), 2u);
-}
-
 TEST_F(BulkEnvelopeTest, DecodesFramesOneAfterAnotherAtTheReadCursor) {
   give_buffers(64, 4096);
   tlk_base *first = message(11), *second = message(12);

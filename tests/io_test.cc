@@ -191,7 +191,6 @@ TEST_F(IoTest, WriteErrorsAndShortWrites) {
   kernel.inject_short_write(10);
   EXPECT_EQ(tarvik_write(c, req.data(), req.size()), 0);
   EXPECT_EQ(log.lines.back().text, "tarvik: FATAL ERROR wrote 24 byte to routing socket, got 10");
-  EXPECT_EQ(tarvik_write(nullptr, req.data(), req.size()), EINVAL);
 }
 
 TEST_F(IoTest, RequestReplyMismatchIsFatalButDelivers) {
@@ -238,9 +237,7 @@ TEST_F(IoTest, SequenceCounterWrapsAndChecksArguments) {
   uint32_t seq = 5;
   EXPECT_EQ(tarvik_seq_get_next(c, &seq), 0);
   EXPECT_EQ(seq, 0u);
-  EXPECT_EQ(tarvik_seq_get_next(nullptr, &seq), EINVAL);
   EXPECT_EQ(tarvik_seq_get_next(c, nullptr), EINVAL);
-  EXPECT_EQ(tarvik_msg_read(nullptr, buf, nullptr), EINVAL);
   EXPECT_EQ(tarvik_msg_read(c, nullptr, nullptr), EINVAL);
   EXPECT_EQ(tarvik_long_msg_read(c, nullptr, nullptr), EINVAL);
   EXPECT_EQ(tarvik_check_read_seq(c, nullptr), EINVAL);
