@@ -2,6 +2,7 @@
 // (its IDR request and a TLV request's answer), session statistics (raw request and reply, and a
 // request without reply), and the simulated kernel's held replies and waits.
 #include <errno.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -85,6 +86,8 @@ TEST_F(IflTest, SessionStatisticsGetClearAndSequence) {
   ASSERT_EQ(clear.size(), 36u);
   EXPECT_EQ(clear[6], TLK_OP_CLEAR);
   EXPECT_EQ(get_u32(clear.data(), 12), 0u) << "nothing answers a clear: it takes no number";
+  EXPECT_EQ(get_u32(clear.data(), 16), static_cast<uint32_t>(getpid())) << "the sender";
+  EXPECT_EQ(clear[23], 0) << "no selector on a clear";
   EXPECT_EQ(get_u32(kernel.recorded()[1].bytes.data(), 32), 0xABCDu);
   EXPECT_EQ(c->seq, before + 1);
   EXPECT_EQ(tarvik_peek_pkt_len(tarvik_getsockfd(c)), -1) << "and nothing came back";
