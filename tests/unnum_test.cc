@@ -270,7 +270,8 @@ class Unnum : public OneSessionTest {
   // Whether an event of `donor` in `af` would be reported now (the pending event is reported
   // and cleared at once, so that the probe leaves no trace but its reports).
   bool heard(uint32_t donor, uint32_t af) {
-    const ifa_msg m = IfaRecord(TLK_OP_CHANGE, donor, static_cast<uint8_t>(af)).msg();
+    const IfaRecord r(TLK_OP_CHANGE, donor, static_cast<uint8_t>(af));
+    const ifa_msg m = r.msg();
     const bool saved = tarvik_unnum_ifa_save_msg(c, &m) == 0;
     tarvik_unnum_ifa_report(c);
     return saved;
@@ -539,7 +540,8 @@ TEST_F(Unnum, APrivateSessionThatCannotOpenGivesMinusOne) {
 using UnnumPlain = OneSessionTest;
 
 TEST_F(UnnumPlain, WithoutAnAsynchronousSessionNothingIsKept) {
-  const ifa_msg m = IfaRecord(TLK_OP_ADD, 5, kInet).msg();
+  const IfaRecord r(TLK_OP_ADD, 5, kInet);
+  const ifa_msg m = r.msg();
   EXPECT_EQ(tarvik_unnum_ifa_register_callback(c, Events::report), EINVAL);
   EXPECT_EQ(tarvik_unnum_ifa_register_interest(c, 10, 5, kInet, 1, kB10), EINVAL);
   EXPECT_EQ(tarvik_unnum_ifa_save_msg(c, &m), -1);

@@ -41,7 +41,8 @@ uint32_t lower_bound(const itable32 *t, uint32_t key) {
 // Moves the entries into a block of `capacity` slots.  False if there is no memory; the table is
 // then unchanged.
 bool resize(itable32 *t, uint32_t capacity) {
-  if (capacity > SIZE_MAX / sizeof(itable32_entry)) return false;
+  // The block's size must fit a size_t, which on a 32-bit target bounds the entries.
+  if (static_cast<uint64_t>(capacity) * sizeof(itable32_entry) > SIZE_MAX) return false;
   auto *fresh =
       static_cast<itable32_entry *>(t->alloc(t->context, capacity * sizeof(itable32_entry)));
   if (fresh == nullptr) return false;
