@@ -25,6 +25,7 @@
  *   tarlink/ifl.h        logical interfaces
  *   tarlink/gencfg.h     generic configuration blobs
  *   tarlink/tlk_stat.h   session statistics
+ *   tarlink/unnum.h      unnumbered address donors
  *
  * All of them compile as C99 and as C++.
  */
@@ -43,5 +44,6 @@
 #include "tarlink/msg_list.h"
 #include "tarlink/session.h"
 #include "tarlink/tlk_stat.h"
+#include "tarlink/unnum.h"
 
 #endif /* TARLINK_H */

@@ -142,6 +142,12 @@ const Row kRows[] = {
     ROW(tarvik_gencfg_delete_prefix_key(nullptr, nullptr, nullptr, nullptr), EINVAL, false),
     VOID_ROW(tarvik_init_blob_compression(nullptr, nullptr, nullptr), false),
     ROW(tarvik_gencfg_async(nullptr, nullptr), EINVAL, false),
+    // Unnumbered address donors.
+    ROW(tarvik_unnum_ifa_register_callback(nullptr, nullptr), EINVAL, false),
+    ROW(tarvik_unnum_ifa_register_interest(nullptr, 10, 5, 2, 1, nullptr), EINVAL, false),
+    ROW(tarvik_unnum_ifa_save_msg(nullptr, nullptr), -1, false),
+    VOID_ROW(tarvik_unnum_ifa_report(nullptr), false),
+    VOID_ROW(tarvik_unnum_ifa_cleanup(nullptr), false),
     // Session statistics.
     ROW(tarvik_tlk_stat_add(nullptr), EINVAL, false),
     ROW(tarvik_tlk_stat_delete(nullptr), EINVAL, false),

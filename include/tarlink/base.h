@@ -118,6 +118,8 @@ extern "C" {
 #define MEMID_TARVIK_ITABLE_MIN 62
 #define MEMID_TARVIK_ITABLE_MAX 65
 #define MEMID_TARVIK_PKT_INJECT 71
+#define MEMID_TARVIK_UNNUM_DONOR 73 /* unnumbered donor records */
+#define MEMID_TARVIK_UNNUM_INFO 74  /* the unnumbered donor state of a session */
 #define MEMID_TARVIK_MSG 75
 
 /* The session record, opaque to clients; every operation starts from it. */

@@ -33,7 +33,7 @@ struct tarvik_cookie {
   tarvik_seq_error_cb seq_error_cb;  // sequence mismatches instead of the diagnostic
   void *seq_error_arg;
   uint32_t comp_nh_retrieval;
-  void *unnum_info;                       // unnumbered address donor state
+  tarvik_unnum_info_t *unnum_info;        // unnumbered address donor state
   tarvik_blob_codec_fn blob_compress_cb;  // gencfg blob compression pair
   tarvik_blob_codec_fn blob_decompress_cb;
   uint32_t num_read_msg;  // messages read per asynchronous event

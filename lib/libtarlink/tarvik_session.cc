@@ -181,6 +181,7 @@ TLK_EXPORT void tarvik_cookie_destroy(tarvik_cookie *cookie) {
   cookie->read_buffer = nullptr;
   // The asynchronous context outlives the version and read buffers and must not need them.
   if (cookie->async_info != nullptr) (void)tarvik_destroy_async_context(cookie);
+  if (cookie->unnum_info != nullptr) tarvik_unnum_ifa_cleanup(cookie);
   if (cookie->wbuf) tarvik_free(MEMID_TARVIK_MSG, cookie->wbuf);
   if (cookie->rbuf_data) tarvik_free(MEMID_TARVIK_MSG, cookie->rbuf_data);
   tarvik_free(MEMID_TARVIK_COOKIE, cookie);
