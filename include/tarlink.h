@@ -23,6 +23,7 @@
  *   tarlink/msg_list.h   message lists
  *   tarlink/ifd.h        devices, their statistics and alarms
  *   tarlink/ifl.h        logical interfaces
+ *   tarlink/iff.h        protocol families and addresses of logical interfaces
  *   tarlink/gencfg.h     generic configuration blobs
  *   tarlink/tlk_stat.h   session statistics
  *   tarlink/unnum.h      unnumbered address donors
@@ -38,6 +39,7 @@
 #include "tarlink/frame.h"
 #include "tarlink/gencfg.h"
 #include "tarlink/ifd.h"
+#include "tarlink/iff.h"
 #include "tarlink/ifl.h"
 #include "tarlink/io.h"
 #include "tarlink/memory.h"

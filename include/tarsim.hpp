@@ -13,4 +13,6 @@
 // The facets.
 #include "tarsim/devices.hpp"
 #include "tarsim/gencfg.hpp"
+#include "tarsim/ifa.hpp"
+#include "tarsim/iff.hpp"
 #include "tarsim/ifl.hpp"

@@ -76,6 +76,8 @@ class Kernel;
 class Devices;  // tarsim/devices.hpp
 class Ifls;     // tarsim/ifl.hpp
 class Gencfg;   // tarsim/gencfg.hpp
+class Iffs;     // tarsim/iff.hpp
+class Ifas;     // tarsim/ifa.hpp
 namespace internal {
 class Core;
 }
@@ -114,9 +116,13 @@ class TARSIM_EXPORT Kernel {
   Devices devices();  // physical devices, their counters, the product record
   Ifls ifls();        // logical interfaces
   Gencfg gencfg();    // generic configuration blobs
+  Iffs iffs();        // protocol families of logical interfaces
+  Ifas ifas();        // addresses of the families
   const Devices devices() const;
   const Ifls ifls() const;
   const Gencfg gencfg() const;
+  const Iffs iffs() const;
+  const Ifas ifas() const;
 
   // --- Version negotiation ----------------------------------------------------------------
   // What the library expects: count 110, interface version 98, then one byte per type 1..109.
