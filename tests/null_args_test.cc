@@ -166,6 +166,7 @@ const Row kRows[] = {
     ROW(tarvik_unnum_ifa_register_callback(nullptr, nullptr), EINVAL, false),
     ROW(tarvik_unnum_ifa_register_interest(nullptr, 10, 5, 2, 1, nullptr), EINVAL, false),
     ROW(tarvik_unnum_ifa_save_msg(nullptr, nullptr), -1, false),
+    ROW(tarvik_unnum_get_donor_ifl_idx(nullptr, 72, 2, nullptr), EINVAL, false),
     VOID_ROW(tarvik_unnum_ifa_report(nullptr), false),
     VOID_ROW(tarvik_unnum_ifa_cleanup(nullptr), false),
     // Session statistics.

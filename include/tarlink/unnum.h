@@ -81,6 +81,12 @@ TLK_EXPORT int tarvik_unnum_ifa_register_callback(tarvik_cookie *cookie,
 TLK_EXPORT int tarvik_unnum_ifa_register_interest(tarvik_cookie *cookie, uint32_t borrower,
                                                   uint32_t donor, uint32_t af, int add,
                                                   void *value);
+/* The donor of an unnumbered logical interface's family `af`, read from the kernel into
+ * *donor_out (the last attachment iff_tlv_unnum_info of the family wins; none leaves *donor_out
+ * as it was): 0; EINVAL for a NULL donor_out or a family that isn't unnumbered; ENOENT for no
+ * reply; else the read's failure. */
+TLK_EXPORT int tarvik_unnum_get_donor_ifl_idx(tarvik_cookie *cookie, uint32_t index, uint32_t af,
+                                              uint32_t *donor_out);
 /* Saves a decoded "ifaddr" message for a report: 0 if a report is now pending, -1 otherwise (no
  * donor state, another family, nobody interested, or an earlier event still pending, which is
  * logged at TLK_LEVEL_WARNING). */

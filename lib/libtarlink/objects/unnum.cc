@@ -100,6 +100,29 @@ TLK_EXPORT int tarvik_unnum_ifa_register_interest(tarvik_cookie *cookie, uint32_
                   : drop_interest(info, borrower, donor, af);
 }
 
+TLK_EXPORT int tarvik_unnum_get_donor_ifl_idx(tarvik_cookie *cookie, uint32_t index, uint32_t af,
+                                              uint32_t *donor_out) {
+  if (donor_out == nullptr) return EINVAL;
+  void *reply = nullptr;
+  void *mask = nullptr;
+  const int err = tarvik_iffm_get_by_index(cookie, index, af & 0xFF, TLK_OP_GET, &reply, &mask);
+  if (err != 0) return err;
+  if (reply == nullptr) return ENOENT;
+  const auto *family = static_cast<const iff_msg *>(reply);
+  int result = EINVAL;  // not unnumbered
+  if ((static_cast<uint32_t>(family->iffm_flags) & TLK_IFF_UNNUMBERED) != 0) {
+    result = 0;  // with or without an attachment naming the donor; the last one wins
+    const tlk_hdr &hdr = family->iffm_hdr;
+    for (uint32_t i = 0; hdr.tlkh_info != nullptr && i < hdr.tlkh_info_len; ++i) {
+      const tlk_msg_info *a = hdr.tlkh_info[i];
+      if (a != nullptr && a->tlkmi_type == TLK_IFF_TLV_UNNUM_INFO)
+        *donor_out = a->tlkmi_u.iff_tlv_unnum_info.itui_index;
+    }
+  }
+  tarvik_msg_idl_release(cookie, reply, mask);
+  return result;
+}
+
 TLK_EXPORT int tarvik_unnum_ifa_save_msg(tarvik_cookie *cookie, const ifa_msg *msg) {
   if (cookie == nullptr || cookie->unnum_info == nullptr || msg == nullptr) return -1;
   tarvik_unnum_info_t *info = cookie->unnum_info;
