@@ -8,6 +8,7 @@
 #include "../family.h"
 #include "../session.h"
 #include "tarsim/gencfg.hpp"
+#include "tarsim/ifl.hpp"
 
 namespace tarsim {
 namespace internal {
@@ -96,6 +97,30 @@ gencfg_msg message_of(const GencfgEntry &e, uint8_t op, uint32_t seq,
   return m;
 }
 
+// The interface sets the store starts with: blobs of major 10, minor 0, keyed by the set's index
+// in network order, each the TLV form of an iflset_blob.
+void seed_iflsets(std::map<GencfgKey, GencfgEntry> &store) {
+  constexpr uint16_t kIflsetMajor = 10, kIflsetMinor = 0;
+  for (const IflsetSeed &seed : iflset_seeds()) {
+    iflset_blob set{};
+    set.iflset_index = seed.index;
+    set.iflset_devidx = seed.devidx;
+    set.iflset_dynamic = seed.dynamic ? 1 : 0;
+    strncpy(reinterpret_cast<char *>(set.iflset_name), seed.name, sizeof set.iflset_name - 1);
+    strncpy(reinterpret_cast<char *>(set.iflset_ifname), seed.ifname, sizeof set.iflset_ifname - 1);
+    GencfgEntry e;
+    const uint8_t key[4] = {
+        static_cast<uint8_t>(seed.index >> 24), static_cast<uint8_t>(seed.index >> 16),
+        static_cast<uint8_t>(seed.index >> 8), static_cast<uint8_t>(seed.index)};
+    e.id = Gencfg::bytes_key(kIflsetMajor, kIflsetMinor, key);
+    e.flags = TLK_GENCFG_KEY;
+    e.blob.resize(tlv_encode_iflset_blob_0(&set, nullptr, nullptr, 0));
+    (void)tlv_encode_iflset_blob_0(&set, nullptr, e.blob.data(),
+                                   static_cast<uint32_t>(e.blob.size()));
+    store[e.id] = std::move(e);
+  }
+}
+
 bool same_type(const GencfgKey &a, const GencfgKey &b) {
   return a.major == b.major && a.minor == b.minor;
 }
@@ -111,6 +136,7 @@ bool walk_start(const gencfg_msg &m) {
 class GencfgFamily final : public Family {
  public:
   explicit GencfgFamily(Host &host) : host_(host) {
+    seed_iflsets(store);
     host.answer_frames(TLK_MSG_GENCFG, [this](Session &s, const Frame &f) {
       answer(s, f.as<gencfg_msg>(), f.tlv);
     });
