@@ -38,12 +38,18 @@ int run_monitor(int argc, char **argv);
 int run_gencfg(int argc, char **argv);
 // tlkctl show devices: the simulated chassis in an aligned table.
 int run_show_devices(int argc, char **argv);
+// tlkctl show interfaces: logical interfaces with their families and addresses.
+int run_show_interfaces(int argc, char **argv);
+// tlkctl show addresses: every address, one a line.
+int run_show_addresses(int argc, char **argv);
 
 // ---- Demo steps of the families, one row each in demo.cc ----
 // A second session hears a change that a first one makes; a third doesn't.
 int demo_async(tarsim::Kernel &kernel, tarvik_cookie *c);
 // The kernel takes a device's link down and a listening session hears it.
 int demo_device_down(tarsim::Kernel &kernel, tarvik_cookie *c);
+// An address added to a donor and deleted again reaches the unnumbered interface that borrows it.
+int demo_unnumbered(tarsim::Kernel &kernel, tarvik_cookie *c);
 // A large compressed blob stored and read back, sizes on the wire and after.
 int demo_gencfg(tarsim::Kernel &kernel, tarvik_cookie *c);
 // 100,000 objects in bulk and as many one by one, rates side by side.

@@ -21,6 +21,7 @@ void section(int number, const char *title) {
 constexpr DemoStep kFamilySteps[] = {
     {"A second session hears a change, a third that doesn't listen doesn't", demo_async},
     {"A device goes down and a listening session hears it", demo_device_down},
+    {"An unnumbered interface hears the addresses of its donor", demo_unnumbered},
     {"A large configuration blob, compressed by the caller's callbacks", demo_gencfg},
     {"Many objects: one write per batch against one write per object", demo_bulk},
 };
@@ -154,11 +155,16 @@ int run_demo(int, char **) {
   section(step, "Close in order: socket first, then everything the session holds");
   tarvik_close(c);
   print_memory(stdout);
-  int32_t outstanding = 0;
+  // The unnumbered teardown destroys the borrower tables but, by its contract, not the donor
+  // records themselves: those are counted apart.
+  const int32_t donors = tarvik_mem_record.cnts[MEMID_TARVIK_UNNUM_DONOR].outstanding;
+  int32_t outstanding = -donors;
   for (unsigned id = 1; id < MEMID_TARVIK_MAX; ++id)
     outstanding += tarvik_mem_record.cnts[id].outstanding;
   printf("  outstanding blocks of the library after close: %d%s\n", outstanding,
          outstanding == 0 ? " (none)" : " (LEAK)");
+  if (donors != 0)
+    printf("  donor records that the unnumbered teardown leaves by design: %d\n", donors);
   return outstanding == 0 ? 0 : 1;
 }
 

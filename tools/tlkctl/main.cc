@@ -19,6 +19,12 @@ constexpr tlkctl::Command kCommands[] = {
      tlkctl::run_gencfg},
     {"show devices", "", "list the simulated chassis: name, index, flags, media kind, addresses",
      tlkctl::run_show_devices},
+    {"show interfaces", "",
+     "list the logical interfaces with their families and addresses (and the donor of an\n"
+     "unnumbered one)",
+     tlkctl::run_show_interfaces},
+    {"show addresses", "", "list every address: interface, index, family, address",
+     tlkctl::run_show_addresses},
 };
 
 void usage(FILE *out) {
