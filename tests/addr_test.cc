@@ -363,7 +363,7 @@ TEST_F(AddrTest, FamilyStatisticsAreARawFortyEightByteRead) {
   tarsim::Iff f = *kernel.iffs().find(80, TLK_AF_INET6);
   f.vpls_packets = 1234;
   f.vpls_bytes = 99999;
-  kernel.iffs().put(f);
+  kernel.iffs().add(f);
   void *out = nullptr;
   ASSERT_EQ(tarvik_iffsm_get_by_index(c, 80, TLK_AF_INET6, 9, TLK_OP_GET, &out), 0);
   const Bytes req = last_sent(kernel);
@@ -459,9 +459,9 @@ TEST_F(AddrTest, ListenersHearFamilyAndAddressChanges) {
   a.iflidx = 16;
   a.af = TLK_AF_INET;
   a.local = tarsim::ifa_inet(0xC0000202, 32);
-  kernel.ifas().add(a);
+  kernel.ifas().create(a);
   ASSERT_TRUE(kernel.iffs().set_donor(72, TLK_AF_INET, 0));
-  ASSERT_TRUE(kernel.ifas().remove(a));
+  ASSERT_TRUE(kernel.ifas().destroy(a));
   // A session's own write: the others hear it.
   const uint8_t host[] = {10, 0, 100, 77};
   ASSERT_EQ(tarvik_ifam_update(c, 71, TLK_AF_INET, nullptr, 0, host, 32, TLK_OP_ADD), 0);

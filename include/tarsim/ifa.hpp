@@ -59,11 +59,11 @@ class TARSIM_EXPORT Ifas {
  public:
   // Adds an address (or replaces the one with its key) as the kernel would: the generation moves
   // on and every listening session hears an add.
-  void add(const Ifa &a);
+  void create(const Ifa &a);
   // Removes an address by its whole key; listeners hear a delete.  False for an unknown key.
-  bool remove(const Ifa &key);
-  // Seeds or empties the store quietly.
-  void put(const Ifa &a);
+  bool destroy(const Ifa &key);
+  // Adds (or replaces) and empties quietly: the kernel tells nobody.
+  void add(const Ifa &a);
   void clear();
   // Every address, in key order.
   const std::vector<Ifa> &list() const;

@@ -61,15 +61,15 @@ class TARSIM_EXPORT Iffs {
  public:
   // Adds a family, or replaces the one with its key, as the kernel would: the generation moves on
   // and every listening session hears an add (or a change).
-  void add(const Iff &f);
+  void create(const Iff &f);
   // Changes the flags of a family; false for an unknown key.  Listeners hear a change.
   bool change_flags(uint32_t iflidx, uint8_t af, uint64_t set, uint64_t clear);
   // Makes a family unnumbered, borrowing from `donor` (0: numbered again).  Listeners hear it.
   bool set_donor(uint32_t iflidx, uint8_t af, uint32_t donor);
   // Removes a family; listeners hear a delete.  False for an unknown key.
-  bool remove(uint32_t iflidx, uint8_t af);
-  // Seeds or empties the store quietly.
-  void put(const Iff &f);
+  bool destroy(uint32_t iflidx, uint8_t af);
+  // Adds (or replaces) and empties quietly: the kernel tells nobody.
+  void add(const Iff &f);
   void clear();
   // Every family, in key order (index, then address family).
   const std::vector<Iff> &list() const;

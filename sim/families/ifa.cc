@@ -254,18 +254,18 @@ const Ifas Kernel::ifas() const {
   return Ifas(&internal::kIfas.in(*impl_));
 }
 
-void Ifas::add(const Ifa &a) {
+void Ifas::create(const Ifa &a) {
   Ifa n = a;
   if (const Ifa *old = family_->find(a)) n.generation = old->generation + 1;
   (void)family_->put(n);
   family_->changed(n, TLK_OP_ADD, -1);
 }
 
-bool Ifas::remove(const Ifa &key) {
+bool Ifas::destroy(const Ifa &key) {
   return family_->remove(key, -1);
 }
 
-void Ifas::put(const Ifa &a) {
+void Ifas::add(const Ifa &a) {
   (void)family_->put(a);
 }
 void Ifas::clear() {

@@ -254,7 +254,7 @@ const Iffs Kernel::iffs() const {
   return Iffs(&internal::kIffs.in(*impl_));
 }
 
-void Iffs::add(const Iff &f) {
+void Iffs::create(const Iff &f) {
   Iff n = f;
   if (const Iff *old = family_->find(f.iflidx, f.af)) n.generation = old->generation + 1;
   const bool added = family_->put(n);
@@ -280,11 +280,11 @@ bool Iffs::set_donor(uint32_t iflidx, uint8_t af, uint32_t donor) {
   return true;
 }
 
-bool Iffs::remove(uint32_t iflidx, uint8_t af) {
+bool Iffs::destroy(uint32_t iflidx, uint8_t af) {
   return family_->remove(iflidx, af, -1);
 }
 
-void Iffs::put(const Iff &f) {
+void Iffs::add(const Iff &f) {
   (void)family_->put(f);
 }
 void Iffs::clear() {
