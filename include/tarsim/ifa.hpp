@@ -5,7 +5,9 @@
 // (length 0) comes first.  The store starts with one address per seeded family of
 // tarsim/iff.hpp but ge1.0's (unnumbered): 10.0.0.1 in 10.0.0.0/24 on ge0.0 (70),
 // 2001:db8::1 in 2001:db8::/64 on ge0.0, 10.0.100.1/24 on ge0.100 (71), 10.1.0.1/24 and
-// 2001:db8:1::1/64 on xe0.0 (80), 10.1.200.1/24 on xe0.200 (81), and on lo0.0 (16) the local
+// 2001:db8:1::1/64 on xe0.0 (80), 10.1.200.1/24 on xe0.200 (81), 10.0.2.1/24 on ge2.0 (73),
+// 10.0.3.1/24 on ge3.0 (74), 2001:db8:2::1/64 on xe1.0 (82), 10.2.44.1/24 and
+// 2001:db8:2:12c::1/64 on xe1.300 (83), and on lo0.0 (16) the local
 // addresses 127.0.0.1/32, 192.0.2.1/32 (the donor of ge1.0) and ::1/128 without destinations.
 //
 // A framed address request ("ifaddr", type 8) is answered from the store, in the encoding the

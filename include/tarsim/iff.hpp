@@ -3,8 +3,8 @@
 // A family is keyed by logical interface index and address family, and carries the device name
 // and unit of its logical interface, so that it can be found by name without the logical
 // interface store.  The store starts with inet (2) and inet6 (28) on the chassis's units: ge0.0
-// (70, both), ge0.100 (71, inet), ge1.0 (72, inet), xe0.0 (80, both), xe0.200 (81, inet) and
-// lo0.0 (16, both).  ge1.0's inet is unnumbered: flag kIffUnnumbered, and attachment 183
+// (70, both), ge0.100 (71, inet), ge1.0 (72, inet), ge2.0 (73, inet), ge3.0 (74, inet), xe0.0
+// (80, both), xe0.200 (81, inet), xe1.0 (82, inet6), xe1.300 (83, both) and lo0.0 (16, both).  ge1.0's inet is unnumbered: flag kIffUnnumbered, and attachment 183
 // (iff_tlv_unnum_info) naming its donor, lo0.0 (16), in its first arm word; it has no address of
 // its own.
 //

@@ -104,6 +104,13 @@ void IfaFamily::seed() {
   put(address(80, kAfInet6, inet6({0x20, 0x01, 0x0d, 0xb8, 0, 1}, 64),
               inet6({0x20, 0x01, 0x0d, 0xb8, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 128)));
   put(address(81, kAfInet, ifa_inet(0x0A01C800, 24), ifa_inet(0x0A01C801, 32)));
+  put(address(73, kAfInet, ifa_inet(0x0A000200, 24), ifa_inet(0x0A000201, 32)));
+  put(address(74, kAfInet, ifa_inet(0x0A000300, 24), ifa_inet(0x0A000301, 32)));
+  put(address(82, kAfInet6, inet6({0x20, 0x01, 0x0d, 0xb8, 0, 2}, 64),
+              inet6({0x20, 0x01, 0x0d, 0xb8, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 128)));
+  put(address(83, kAfInet, ifa_inet(0x0A022C00, 24), ifa_inet(0x0A022C01, 32)));
+  put(address(83, kAfInet6, inet6({0x20, 0x01, 0x0d, 0xb8, 0, 2, 0x01, 0x2c}, 64),
+              inet6({0x20, 0x01, 0x0d, 0xb8, 0, 2, 0x01, 0x2c, 0, 0, 0, 0, 0, 0, 0, 1}, 128)));
   // The loopback's host addresses, one of them the donor of the unnumbered ge1.0.
   put(address(16, kAfInet, {}, ifa_inet(0x7F000001, 32)));
   put(address(16, kAfInet, {}, ifa_inet(0xC0000201, 32)));
@@ -209,8 +216,13 @@ void IfaFamily::answer_frame(Session &s, const Frame &f) {
     auto it = std::upper_bound(ifas.begin(), ifas.end(), key, key_less);
     if (it != ifas.end()) found = &*it;
   } else {
-    for (const Ifa &a : ifas) {
-      if (a.iflidx != key.iflidx || a.af != key.af) continue;
+    // The addresses of (index, family) lie together, from the one with the smallest prefixes.
+    Ifa first;
+    first.iflidx = key.iflidx;
+    first.af = key.af;
+    for (auto it = std::lower_bound(ifas.begin(), ifas.end(), first, key_less);
+         it != ifas.end() && it->iflidx == key.iflidx && it->af == key.af; ++it) {
+      const Ifa &a = *it;
       if (key.dest.plen != 0 && !same_prefix(a.dest, key.dest)) continue;
       if (key.local.plen != 0 && !same_prefix(a.local, key.local)) continue;
       found = &a;

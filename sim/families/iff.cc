@@ -68,9 +68,11 @@ void IffFamily::seed() {
     uint8_t af;
     uint32_t donor;
   } seed[] = {
-      {"ge0", 0, 70, kAfInet, 0},   {"ge0", 0, 70, kAfInet6, 0}, {"ge0", 100, 71, kAfInet, 0},
-      {"ge1", 0, 72, kAfInet, 16},  {"xe0", 0, 80, kAfInet, 0},  {"xe0", 0, 80, kAfInet6, 0},
-      {"xe0", 200, 81, kAfInet, 0}, {"lo0", 0, 16, kAfInet, 0},  {"lo0", 0, 16, kAfInet6, 0},
+      {"ge0", 0, 70, kAfInet, 0},   {"ge0", 0, 70, kAfInet6, 0},   {"ge0", 100, 71, kAfInet, 0},
+      {"ge1", 0, 72, kAfInet, 16},  {"xe0", 0, 80, kAfInet, 0},    {"xe0", 0, 80, kAfInet6, 0},
+      {"xe0", 200, 81, kAfInet, 0}, {"lo0", 0, 16, kAfInet, 0},    {"lo0", 0, 16, kAfInet6, 0},
+      {"ge2", 0, 73, kAfInet, 0},   {"ge3", 0, 74, kAfInet, 0},    {"xe1", 0, 82, kAfInet6, 0},
+      {"xe1", 300, 83, kAfInet, 0}, {"xe1", 300, 83, kAfInet6, 0},
   };
   for (const auto &s : seed) {
     Iff f;
