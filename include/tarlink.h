@@ -36,6 +36,7 @@
 #include "tarlink/async.h"
 #include "tarlink/base.h"
 #include "tarlink/bulk.h"
+#include "tarlink/dfw.h"
 #include "tarlink/frame.h"
 #include "tarlink/gencfg.h"
 #include "tarlink/ifd.h"

@@ -70,6 +70,11 @@ typedef struct tlk_platform {
   const char *(*program_name)(void);
   /* The process identifier, which the session statistics requests carry as their sender. */
   pid_t (*getpid)(void);
+  /* One pass of MD5 over `length` bytes at `data` (processed in blocks of `block_length`) into the
+   * 16 bytes at `digest`; `context` is the importer's and passed as 0.  The filter heads' master
+   * hash is made with it. */
+  void (*md5_cksum)(const void *data, size_t length, size_t block_length, uint8_t *digest,
+                    void *context);
 } tlk_platform;
 
 /* The table in force. */

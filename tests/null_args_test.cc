@@ -50,6 +50,9 @@ int noop_async_handler(tarvik_cookie *, void *, void *, uintptr_t) {
   return 0;
 }
 
+void *g_out = nullptr;
+_dfw_filter_head g_head{};
+
 const Row kRows[] = {
     // Memory and diagnostics.
     ROW(tarvik_size_alloc(nullptr, 16), 0, false),
@@ -178,6 +181,14 @@ const Row kRows[] = {
     ROW(tarvik_gencfg_change_and_get(nullptr, nullptr, nullptr, nullptr), EINVAL, false),
     ROW(tarvik_gencfg_bulk_delete(nullptr, nullptr, nullptr, nullptr), EINVAL, false),
     ROW(tarvik_gencfg_delete_prefix_key(nullptr, nullptr, nullptr, nullptr), EINVAL, false),
+    // Firewall filter programs and heads.
+    ROW(tarvik_dfwm_get_by_index(nullptr, 1, 2, TLK_OP_GET, &g_out, nullptr), EINVAL, false),
+    ROW(tarvik_dfwm_update(nullptr, 1, 2, TLK_OP_DELETE, nullptr), EINVAL, false),
+    ROW(tarvik_dfwm_get_index_by_name(nullptr, "f", 0, 0), 0, false),
+    ROW(tarvik_dfwfhm_get_by_index(nullptr, 1, TLK_OP_GET, &g_head), EINVAL, false),
+    ROW(tarvik_dfwfhm_get_index_by_name(nullptr, "f", 0, 0), 0, false),
+    ROW(tarvik_dfw_get_fheader_by_index(nullptr, 1, TLK_OP_GET, &g_head), EINVAL, false),
+    ROW(tarvik_dfw_get_findex_by_name(nullptr, "f", 0, 0), 0, false),
     VOID_ROW(tarvik_init_blob_compression(nullptr, nullptr, nullptr), false),
     ROW(tarvik_gencfg_async(nullptr, nullptr), EINVAL, false),
     // Unnumbered address donors.

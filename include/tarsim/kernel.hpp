@@ -76,6 +76,7 @@ class Kernel;
 class Devices;  // tarsim/devices.hpp
 class Ifls;     // tarsim/ifl.hpp
 class Gencfg;   // tarsim/gencfg.hpp
+class Dfw;      // tarsim/dfw.hpp
 class Iffs;     // tarsim/iff.hpp
 class Ifas;     // tarsim/ifa.hpp
 namespace internal {
@@ -116,6 +117,7 @@ class TARSIM_EXPORT Kernel {
   Devices devices();  // physical devices, their counters, the product record
   Ifls ifls();        // logical interfaces
   Gencfg gencfg();    // generic configuration blobs
+  Dfw dfw();          // firewall filter programs and heads
   Iffs iffs();        // protocol families of logical interfaces
   Ifas ifas();        // addresses of the families
   const Devices devices() const;

@@ -7,6 +7,7 @@
 
 #include "../family.h"
 #include "../session.h"
+#include "dfw_heads.h"
 #include "tarsim/gencfg.hpp"
 #include "tarsim/ifl.hpp"
 
@@ -137,6 +138,7 @@ class GencfgFamily final : public Family {
  public:
   explicit GencfgFamily(Host &host) : host_(host) {
     seed_iflsets(store);
+    seed_filter_heads(store);
     host.answer_frames(TLK_MSG_GENCFG, [this](Session &s, const Frame &f) {
       answer(s, f.as<gencfg_msg>(), f.tlv);
     });

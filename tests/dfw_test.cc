@@ -1,0 +1,260 @@
+// Firewall filter programs and heads against the simulated kernel: fragmenting and
+// reassembly, the joined header and its master hash, the name walks, and the head blob forms.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "support/harness.h"
+#include "tarlink.h"
+#include "tarsim.hpp"
+
+namespace {
+
+using tarsim::Bytes;
+using tarsim::Dfw;
+
+std::string hex(const uint8_t *d, size_t n) {
+  static const char k[] = "0123456789abcdef";
+  std::string s;
+  for (size_t i = 0; i < n; ++i) s += {k[d[i] >> 4], k[d[i] & 15]};
+  return s;
+}
+
+// The master hash is MD5 of its two 16-byte halves joined (digests from coreutils md5sum).
+TEST(DfwMasterHash, IsMd5OfBothHashes) {
+  struct Case {
+    const char *input;  // 32 bytes: the first hash, then the second
+    const char *md5;
+  } const kCases[] = {
+      {"12345678901234567890123456789012", "767179c7a2bff19651ce97d294c30cfb"},
+      {"abcdefghijklmnopqrstuvwxyzABCDEF", "dd2596a4d6ab3b9da8e7b19d448cf35a"},
+  };
+  for (const Case &c : kCases) {
+    const auto *in = reinterpret_cast<const uint8_t *>(c.input);
+    uint8_t digest[16];
+    tarvik_dfw_compute_master_hash(in, in + 16, digest);
+    EXPECT_EQ(hex(digest, 16), c.md5) << c.input;
+  }
+}
+
+TEST(DfwMasterHash, Rfc1321VectorsThroughTheSeam) {
+  struct Case {
+    std::string input;
+    const char *md5;
+  } const kCases[] = {
+      {"", "d41d8cd98f00b204e9800998ecf8427e"},
+      {"a", "0cc175b9c0f1b6a831c399e269772661"},
+      {"abc", "900150983cd24fb0d6963f7d28e17f72"},
+      {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
+      {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
+      {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
+       "d174ab98d277d9f5a5611c2c9f419d9f"},
+  };
+  for (const Case &c : kCases) {
+    uint8_t digest[16];
+    tlk_platform_host()->md5_cksum(c.input.data(), c.input.size(), c.input.size(), digest, nullptr);
+    EXPECT_EQ(hex(digest, 16), c.md5) << c.input;
+  }
+}
+
+class DfwTest : public tlktest::OneSessionTest {};
+
+TEST_F(DfwTest, UpdateFragmentsAtTheLimit) {
+  struct Row {
+    uint32_t body;
+    std::vector<uint32_t> fragments;
+  } const kRows[] = {
+      {16300 - 344, {1}},     // exactly one full fragment
+      {16301 - 344, {1, 2}},  // one byte over: a second fragment of 1 byte
+      {40000, {1, 2, 3}},
+  };
+  uint32_t filter = 100;
+  for (const Row &r : kRows) {
+    tarsim::DfwProgramSpec spec;
+    spec.name = "big";
+    spec.body = r.body;
+    const Bytes prog = Dfw::program(spec);
+    const size_t before = kernel.dfw().fragments_seen().size();
+    ASSERT_EQ(tarvik_dfwm_update(c, filter, 2, TLK_OP_ADD, prog.data()), 0);
+    const auto &seen = kernel.dfw().fragments_seen();
+    EXPECT_EQ(std::vector<uint32_t>(seen.begin() + static_cast<long>(before), seen.end()),
+              r.fragments);
+    const Bytes *stored = kernel.dfw().find(filter, 2);
+    ASSERT_NE(stored, nullptr);
+    EXPECT_EQ(*stored, prog);
+    ++filter;
+  }
+  EXPECT_EQ(tarvik_dfwm_update(c, 100, 2, TLK_OP_DELETE, nullptr), 0);
+  EXPECT_EQ(kernel.dfw().find(100, 2), nullptr);
+}
+
+TEST_F(DfwTest, UpdateArgumentRows) {
+  const Bytes prog = Dfw::program({});
+  struct Row {
+    uint32_t op;
+    const uint8_t *program;
+    int want;
+  } const kRows[] = {
+      {TLK_OP_GET, prog.data(), EOPNOTSUPP},
+      {TLK_OP_ADD, nullptr, EINVAL},
+      {TLK_OP_CHANGE, nullptr, EINVAL},
+      {TLK_OP_CHANGE, prog.data(), 0},
+  };
+  for (const Row &r : kRows) EXPECT_EQ(tarvik_dfwm_update(c, 5, 2, r.op, r.program), r.want);
+}
+
+// Fragments written by hand, out of order, with and without the middle one.
+TEST_F(DfwTest, KernelReassemblesOutOfOrderAndRefusesAGap) {
+  tarsim::DfwProgramSpec spec;
+  spec.body = 2 * 16300;
+  const Bytes prog = Dfw::program(spec);
+  const uint32_t total = static_cast<uint32_t>(prog.size());
+  const auto send = [&](uint32_t filter, uint32_t n) {
+    const uint32_t off = (n - 1) * 16300, part = std::min<uint32_t>(16300, total - off);
+    std::vector<uint8_t> m(80 + ((part + 3) & ~3u), 0);
+    m[4] = 'd';
+    m[5] = TLK_MSG_FIREWALL;
+    m[6] = TLK_OP_ADD;
+    const uint32_t len = static_cast<uint32_t>(m.size());
+    memcpy(&m[8], &len, 4);
+    memcpy(&m[12], &n, 4);
+    m[20] = 80;
+    m[TLK_DFW_AF_AT] = 2;
+    memcpy(&m[TLK_DFW_TOTAL_AT], &total, 4);
+    memcpy(&m[TLK_DFW_OFFSET_AT], &off, 4);
+    memcpy(&m[TLK_DFW_FILTER_AT], &filter, 4);
+    memcpy(&m[80], prog.data() + off, part);
+    ASSERT_EQ(tarvik_write(c, m.data(), m.size()), 0);
+  };
+  for (uint32_t n : {3u, 1u, 2u}) send(200, n);
+  ASSERT_NE(kernel.dfw().find(200, 2), nullptr);
+  EXPECT_EQ(*kernel.dfw().find(200, 2), prog);
+  for (uint32_t n : {3u, 1u}) send(201, n);
+  EXPECT_EQ(kernel.dfw().find(201, 2), nullptr);
+  EXPECT_GT(kernel.dfw().pending_bytes(201, 2), 0u);
+  void *msg = nullptr;
+  EXPECT_EQ(tarvik_dfwm_get_by_index(c, 201, 2, TLK_OP_GET, &msg, nullptr), ENOENT);
+  EXPECT_EQ(msg, nullptr);
+}
+
+// The seeded filters: 10 has both sides, 20 a head only, 30 a program only.
+TEST_F(DfwTest, JoinedHeaderRows) {
+  const uint8_t head10[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+  uint8_t prog10[16] = {0xAA, 0xBB}, joined[16];
+  tarvik_dfw_compute_master_hash(prog10, head10, joined);
+  const uint8_t head20[16] = {0xC0, 0xFF, 0xEE};
+  const uint8_t prog30[16] = {0x66};
+  struct Row {
+    uint32_t filter, op;
+    int want;
+    uint32_t index;
+    const char *name;
+    const uint8_t *hash;
+    uint8_t valid;
+  } const kRows[] = {
+      {10, TLK_OP_GET, 0, 10, "protect-re", joined, 1},
+      {20, TLK_OP_GET, 0, 20, "count-all", head20, 1},
+      {30, TLK_OP_GET, 0, 30, "police-v6", prog30, 1},
+      {0, TLK_OP_GETNEXT, 0, 10, "protect-re", joined, 1},
+      {10, TLK_OP_GETNEXT, 0, 20, "count-all", head20, 1},
+      {20, TLK_OP_GETNEXT, 0, 30, "police-v6", prog30, 1},
+      {31, TLK_OP_GET, ENOENT, 0, nullptr, nullptr, 0},
+      {10, TLK_OP_ADD, EINVAL, 0, nullptr, nullptr, 0},
+  };
+  for (const Row &r : kRows) {
+    SCOPED_TRACE(r.filter);
+    _dfw_filter_head h{};
+    ASSERT_EQ(tarvik_dfw_get_fheader_by_index(c, r.filter, r.op, &h), r.want);
+    if (r.want == 0) {
+      EXPECT_EQ(h.dfh_index.dfh_key_index, r.index);
+      ASSERT_NE(h.dfh_name, nullptr);
+      EXPECT_STREQ(reinterpret_cast<char *>(h.dfh_name), r.name);
+      EXPECT_EQ(hex(h.dfh_hash, 16), hex(r.hash, 16));
+      EXPECT_EQ(h.dfh_valid & 1, r.valid);
+    }
+    tarvik_free_dfh_var(&h);
+  }
+}
+
+TEST_F(DfwTest, ProgramOnlyHeadMapsTheFamily) {
+  _dfw_filter_head h{};
+  ASSERT_EQ(tarvik_dfw_get_fheader_by_index(c, 30, TLK_OP_GET, &h), 0);
+  EXPECT_EQ(h.dfh_family_code, 1);  // code 2
+  EXPECT_EQ(h.dfh_family, 1);
+  EXPECT_EQ(h.dfh_af, 2);
+  tarvik_free_dfh_var(&h);
+}
+
+TEST_F(DfwTest, NameLookupRows) {
+  struct Row {
+    const char *name;
+    uint32_t family, start, heads, programs, joined;
+  } const kRows[] = {
+      {"protect-re", 0, 0, 10, 10, 10}, {"count-all", 0, 0, 20, 0, 20},
+      {"police-v6", 1, 0, 0, 30, 30},   {"police-v6", 0, 0, 0, 0, 0},
+      {"protect-re", 0, 10, 0, 0, 0},   {"nothing", 0, 0, 0, 0, 0},
+  };
+  for (const Row &r : kRows) {
+    SCOPED_TRACE(r.name);
+    EXPECT_EQ(tarvik_dfwfhm_get_index_by_name(c, r.name, r.family, r.start), r.heads);
+    EXPECT_EQ(tarvik_dfwm_get_index_by_name(c, r.name, r.family, r.start), r.programs);
+    EXPECT_EQ(tarvik_dfw_get_findex_by_name(c, r.name, r.family, r.start), r.joined);
+  }
+}
+
+TEST(DfwHeadDecode, BothFormsAndBadBlobs) {
+  tarsim::DfwHeadSpec spec;
+  spec.index = 77;
+  spec.name = "edge";
+  spec.ifname = "xe-1/0/0.5";
+  spec.family = 3;
+  spec.hash = {9, 8, 7};
+  for (bool legacy : {false, true}) {
+    spec.legacy = legacy;
+    const Bytes blob = Dfw::head_blob(spec);
+    _dfw_filter_head h{};
+    ASSERT_EQ(tarvik_dfwfhm_decode(blob.data(), static_cast<uint32_t>(blob.size()), &h), 0);
+    EXPECT_EQ(h.dfh_index.dfh_key_index, 77u);
+    EXPECT_STREQ(reinterpret_cast<char *>(h.dfh_name), "edge");
+    EXPECT_STREQ(reinterpret_cast<char *>(h.dfh_ifname), "xe-1/0/0.5");
+    EXPECT_EQ(h.dfh_family, 3);
+    EXPECT_EQ(h.dfh_hash[2], 7);
+    EXPECT_EQ(h.dfh_extra != nullptr, legacy);
+    tarvik_free_dfh_var(&h);
+    EXPECT_EQ(h.dfh_name, nullptr);
+  }
+  const uint8_t garbage[] = {0, 0, 0, 2, 0xFF, 0xFF, 0xFF, 0xFF, 1, 2, 3};
+  struct Row {
+    const uint8_t *blob;
+    uint32_t len;
+    int want;
+  } const kRows[] = {
+      {garbage, 0, EINVAL},      {garbage, 3, EINVAL},
+      {nullptr, 8, EINVAL},      {garbage, 11, EINVAL},  // TLV form with a broken item
+      {garbage + 1, 10, EINVAL},                         // legacy form, shorter than 296 bytes
+  };
+  for (const Row &r : kRows) {
+    _dfw_filter_head h{};
+    EXPECT_EQ(tarvik_dfwfhm_decode(r.blob, r.len, &h), r.want) << r.len;
+    EXPECT_EQ(h.dfh_name, nullptr);
+  }
+}
+
+TEST(DfwStateDecode, Forms) {
+  gencfg_msg m{};
+  uint8_t fixed[12] = {0, 0, 0, 1, 0, 0, 0, 42, 7, 0, 0, 0};
+  m.blob = fixed;
+  m.blob_len = sizeof fixed;
+  _dfw_filter_state *s = tarvik_dfwfsm_decode(&m);
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(s->dfs_state, 42u);
+  EXPECT_EQ(s->dfs_value, 7u);
+  tarvik_free_cb(s);
+  m.blob_len = 3;
+  EXPECT_EQ(tarvik_dfwfsm_decode(&m), nullptr);
+}
+
+}  // namespace
