@@ -6,12 +6,14 @@
 //   kernel.devices()   tarsim/devices.hpp   physical devices, counters, the product record
 //   kernel.ifls()      tarsim/ifl.hpp       logical interfaces
 //   kernel.gencfg()    tarsim/gencfg.hpp    generic configuration blobs
+//   kernel.dfw_counters()  tarsim/dfw_stats.hpp  firewall counters and the firewall log
 // The C face is tarsim.h.
 #pragma once
 
 #include "tarsim/kernel.hpp"
 // The facets.
 #include "tarsim/devices.hpp"
+#include "tarsim/dfw_stats.hpp"
 #include "tarsim/gencfg.hpp"
 #include "tarsim/ifa.hpp"
 #include "tarsim/iff.hpp"
