@@ -1,0 +1,443 @@
+// Firewall counters and the firewall log against the simulated kernel: the requests as they go
+// out, runs of replies gathered by the "more follows" rule (whole, cut short, out of sequence,
+// too long), the flat copy of the counters, the asynchronous form through event processing, and
+// the log reads and clears.
+#include <errno.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "harness.h"
+
+namespace tlktest {
+namespace {
+
+using tarsim::Bytes;
+using tarsim::CounterRecord;
+
+using ListGet = std::function<int(tarvik_cookie *, tarvik_msg_list_t **)>;
+
+class DfwStatsTest : public OneSessionTest {
+ protected:
+  void SetUp() override {
+    OneSessionTest::SetUp();
+    kernel.record(true);
+  }
+  // The counter names of a list's data, in order; the list is freed.
+  std::vector<std::string> names_in(tarvik_msg_list_t *list) {
+    void *data = nullptr;
+    uint32_t len = 0;
+    EXPECT_EQ(tarvik_dfwsm_list_get_counters(c, list, &data, &len), 0);
+    EXPECT_EQ(len, tarvik_dfwsm_list_to_counter_len(list));
+    std::vector<std::string> names;
+    for (uint32_t at = 0; at + sizeof(CounterRecord) <= len; at += sizeof(CounterRecord)) {
+      names.emplace_back(static_cast<const char *>(data) + at);
+    }
+    tarvik_msg_free(c, data);
+    tarvik_msg_list_free(c, list);
+    return names;
+  }
+};
+
+// Every request layout: what goes where in the 64-byte (counters) or 52-byte (log) fixed part.
+TEST_F(DfwStatsTest, RequestsGoOutAsLaidDown) {
+  const std::string long_name(200, 'n');
+  const struct {
+    const char *what;
+    std::function<int(tarvik_cookie *, tarvik_msg_list_t **)> call;
+    size_t size;
+    uint8_t type, op, ct;
+    uint32_t filter;
+    uint16_t len1, len2, flags;
+    std::string name;  // at 64, after the first name's padding for a second name
+  } rows[] = {
+      {"by index",
+       [](auto *k, auto **l) { return tarvik_dfwsm_get_by_index(k, 1, 2, 4, 7, 5, 3, l); }, 64, 22,
+       4, 5, 1, 0, 0, 1, ""},
+      {"by name",
+       [](auto *k, auto **l) {
+         return tarvik_dfwsm_get_by_filter_index_counter_name(k, 1, "ssh-accept", 2, 5, l, 0, 0,
+                                                              nullptr);
+       },
+       76, 22, 4, 5, 1, 11, 0, 0, "ssh-accept"},
+      {"long name cut at 128",
+       [&](auto *k, auto **l) {
+         return tarvik_dfwsm_get_by_filter_index_counter_name(k, 1, long_name.c_str(), 2, 5, l, 0,
+                                                              0, nullptr);
+       },
+       196, 22, 4, 5, 1, 129, 0, 0, std::string(128, 'n')},
+      {"second name",
+       [](auto *k, auto **l) {
+         return tarvik_dfwsm_get_psa_by_index(k, 2, 2, 4, "web-hits", 3, 4, 5, l);
+       },
+       76, 22, 4, 5, 2, 0, 9, 0, "web-hits"},
+      {"clear all", [](auto *k, auto **) { return tarvik_dfwsm_clear_all(k, 2); }, 64, 22, 6, 5, 0,
+       0, 0, 0, ""},
+      {"clear filter and name",
+       [](auto *k, auto **) { return tarvik_dfwsm_clear_by_index(k, 2, 1, "icmp-in"); }, 72, 22, 6,
+       5, 1, 8, 0, 0, "icmp-in"},
+      {"clear by name",
+       [](auto *k, auto **) { return tarvik_dfwsm_clear_by_counter_type(k, 2, "icmp-in", 4); }, 72,
+       22, 6, 4, 0, 8, 0, 0, "icmp-in"},
+      {"clear by other type: no name",
+       [](auto *k, auto **) { return tarvik_dfwsm_clear_by_counter_type(k, 2, "icmp-in", 3); }, 64,
+       22, 6, 3, 0, 0, 0, 0, ""},
+  };
+  for (auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    tarvik_msg_list_t *list = nullptr;
+    ASSERT_EQ(row.call(c, &list), 0);
+    tarvik_msg_list_free(c, list);
+    const Bytes req = last_sent(kernel);
+    ASSERT_EQ(req.size(), row.size);
+    EXPECT_EQ(get_u32(req.data(), 8), row.size);
+    EXPECT_EQ(req[4], 'e');
+    EXPECT_EQ(req[5], row.type);
+    EXPECT_EQ(req[6], row.op);
+    EXPECT_EQ(get_u32(req.data(), 12), c->seq);
+    EXPECT_EQ(get_u16(req.data(), 20), 64);
+    EXPECT_EQ(req[24], row.ct);
+    EXPECT_EQ(req[25], 2);
+    EXPECT_EQ(get_u32(req.data(), 28), row.filter);
+    EXPECT_EQ(get_u16(req.data(), 34), row.len1);
+    EXPECT_EQ(get_u16(req.data(), 44), row.len2);
+    EXPECT_EQ(get_u16(req.data(), 46), 0);
+    EXPECT_EQ(get_u16(req.data(), 48), row.flags);
+    if (!row.name.empty()) {
+      EXPECT_EQ(reinterpret_cast<const char *>(&req[64]), row.name);
+    }
+  }
+  // The log request: af, selector, time, interface and filter in a 52-byte layout.
+  const timeval tv{5, 6};
+  tarvik_msg_list_t *list = nullptr;
+  ASSERT_EQ(tarvik_dfwlm_get_by_time(c, 2, TLK_OP_GET, 1, &tv, &list), 0);
+  tarvik_msg_list_free(c, list);
+  Bytes req = last_sent(kernel);
+  ASSERT_EQ(req.size(), 52u);
+  EXPECT_EQ(req[5], 23);
+  EXPECT_EQ(get_u16(req.data(), 20), 52);
+  EXPECT_EQ(req[25], 1);
+  EXPECT_EQ(get_u32(req.data(), 28), 5u);
+  EXPECT_EQ(get_u32(req.data(), 32), 6u);
+  ASSERT_EQ(tarvik_dfwlm_get_by_if_index(c, 2, TLK_OP_GET, 130, &list), 0);
+  tarvik_msg_list_free(c, list);
+  EXPECT_EQ(get_u32(last_sent(kernel).data(), 36), 130u);
+}
+
+// Reads of the seeded counters: which counters each selection gives, in key order.
+TEST_F(DfwStatsTest, ReadsSelectCountersAndMoveWithTheKernel) {
+  kernel.dfw_counters().bump(1, 2, "icmp-in", 0, 3, 300);
+  const struct {
+    const char *what;
+    ListGet get;
+    std::vector<std::string> names;
+  } rows[] = {
+      {"every type",
+       [](auto *k, auto **l) { return tarvik_dfwsm_get_by_index(k, 1, 2, 4, 0, 5, 0, l); },
+       {"discard-rest", "icmp-in", "ssh-accept"}},
+      {"type 0",
+       [](auto *k, auto **l) { return tarvik_dfwsm_get_by_index(k, 1, 2, 4, 0, 0, 0, l); },
+       {"icmp-in", "ssh-accept"}},
+      {"getnext",
+       [](auto *k, auto **l) { return tarvik_dfwsm_get_by_index(k, 1, 2, 5, 0, 5, 0, l); },
+       {"policer-web", "web-hits"}},
+      {"by name",
+       [](auto *k, auto **l) {
+         return tarvik_dfwsm_get_by_filter_index_counter_name(k, 2, "web-hits", 2, 5, l, 0, 0,
+                                                              nullptr);
+       },
+       {"web-hits"}},
+      {"by second name",
+       [](auto *k, auto **l) {
+         return tarvik_dfwsm_get_psa_by_index(k, 1, 2, 4, "icmp-in", 0, 0, 5, l);
+       },
+       {"icmp-in"}},
+      // An unknown filter draws the kernel's refusal: a list of one message with no counters.
+      {"unknown filter",
+       [](auto *k, auto **l) { return tarvik_dfwsm_get_by_index(k, 9, 2, 4, 0, 5, 0, l); },
+       {}},
+  };
+  for (auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    tarvik_msg_list_t *list = nullptr;
+    ASSERT_EQ(row.get(c, &list), 0);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(list->count, 1);
+    EXPECT_EQ(list->type, row.names.empty() ? TLK_MSG_TLK_ERR : TLK_MSG_DFWSTATS);
+    EXPECT_EQ(names_in(list), row.names);
+  }
+  tarvik_msg_list_t *list = nullptr;
+  ASSERT_EQ(
+      tarvik_dfwsm_get_by_filter_index_counter_name(c, 1, "icmp-in", 2, 0, &list, 0, 0, nullptr),
+      0);
+  void *data = nullptr;
+  uint32_t len = 0;
+  ASSERT_EQ(tarvik_dfwsm_list_get_counters(c, list, &data, &len), 0);
+  ASSERT_EQ(len, sizeof(CounterRecord));
+  EXPECT_EQ(get_u64(data, 40), 15u);  // 12 seeded, 3 bumped
+  EXPECT_EQ(get_u64(data, 48), 1308u);
+  tarvik_msg_free(c, data);
+  tarvik_msg_list_free(c, list);
+  // Clears zero what they select and nothing else, and draw no reply.
+  const uint64_t replies = kernel.replies(tarvik_getsockfd(c));
+  ASSERT_EQ(tarvik_dfwsm_clear_by_index(c, 2, 1, "icmp-in"), 0);
+  EXPECT_EQ(kernel.dfw_counters().find(1, 2, "icmp-in", 0)->packets, 0u);
+  EXPECT_EQ(kernel.dfw_counters().find(1, 2, "ssh-accept", 0)->packets, 340u);
+  ASSERT_EQ(tarvik_dfwsm_clear_by_counter_type(c, 2, nullptr, 2), 0);
+  EXPECT_EQ(kernel.dfw_counters().find(2, 2, "policer-web", 2)->packets, 0u);
+  ASSERT_EQ(tarvik_dfwsm_clear_all(c, 2), 0);
+  EXPECT_EQ(kernel.dfw_counters().find(2, 2, "web-hits", 0)->bytes, 0u);
+  EXPECT_EQ(kernel.replies(tarvik_getsockfd(c)), replies);
+}
+
+// A raw "dfwstats" reply: fixed part, `more`, `records` bytes of counters data.
+Bytes stats_reply(uint8_t more, uint16_t data_len) {
+  Bytes m(64 + data_len, 0xAB);
+  std::fill(m.begin(), m.begin() + 64, 0);
+  m[4] = 'e';
+  m[5] = TLK_MSG_DFWSTATS;
+  put_u32(m, 8, static_cast<uint32_t>(m.size()));
+  m[20] = 64;
+  m[32] = more;
+  m[34] = static_cast<uint8_t>(data_len);
+  m[35] = static_cast<uint8_t>(data_len >> 8);
+  return m;
+}
+
+// Runs of several messages: whole, cut short, out of sequence, and longer than a list holds.
+TEST_F(DfwStatsTest, RunsFollowTheMoreFollowsByte) {
+  for (int i = 0; i < 997; ++i) kernel.dfw_counters().bump(3, 2, "c" + std::to_string(i), 0, 1, 1);
+  kernel.dfw_counters().bump(3, 2, "a", 1, 1, 1);
+  kernel.dfw_counters().bump(3, 2, "b", 1, 1, 1);
+  kernel.dfw_counters().bump(3, 2, "z", 1, 1, 1);
+  const struct {
+    const char *what;
+    size_t per;
+    uint32_t filter;
+    int want;
+    int messages;
+    uint32_t counters;
+  } rows[] = {
+      {"two per message", 2, 1, 0, 2, 3},
+      {"one per message", 1, 1, 0, 3, 3},
+      {"a thousand, as many as fit", 0, 3, 0, 4, 1000},
+      {"a thousand, one each: the kernel packs 16", 1, 3, 0, 16, 1000},
+  };
+  for (auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    kernel.dfw_counters().set_per_message(row.per);
+    tarvik_msg_list_t *list = nullptr;
+    ASSERT_EQ(tarvik_dfwsm_get_by_index(c, row.filter, 2, 4, 0, 5, 0, &list), row.want);
+    ASSERT_EQ(list->count, row.messages);
+    for (int i = 0; i < list->count; ++i) {
+      const auto *m = static_cast<const uint8_t *>(tarvik_msg_list_get_by_index(list, i));
+      EXPECT_EQ(m[32], i + 1 < list->count ? 1 : 0);
+    }
+    const auto names = names_in(list);
+    ASSERT_EQ(names.size(), row.counters);
+    EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+  }
+  // Made-up runs: what the reader does with each.
+  const struct {
+    const char *what;
+    std::vector<Bytes> replies;
+    int wrong_seq_at;  // the message whose seq is off, or -1
+    int want;
+  } bad[] = {
+      {"cut short", {stats_reply(1, 8)}, -1, EAGAIN},
+      {"second message out of sequence", {stats_reply(1, 8), stats_reply(0, 8)}, 1, -2},
+      {"seventeen messages", std::vector<Bytes>(17, stats_reply(1, 4)), -1, EMSGSIZE},
+  };
+  for (auto &row : bad) {
+    SCOPED_TRACE(row.what);
+    kernel.on_raw(TLK_MSG_DFWSTATS, TLK_OP_GET,
+                  [&row](tarsim::Kernel &k, const tarsim::Request &r) {
+                    for (size_t i = 0; i < row.replies.size(); ++i)
+                      k.reply_with_seq(r.session, row.replies[i],
+                                       r.seq + (static_cast<int>(i) == row.wrong_seq_at));
+                  });
+    tarvik_seq_error_register(c, nullptr, [](tarvik_cookie *, void *, uint32_t, uint32_t) {});
+    auto *list = reinterpret_cast<tarvik_msg_list_t *>(1);
+    EXPECT_EQ(tarvik_dfwsm_get_by_index(c, 1, 2, 4, 0, 5, 0, &list), row.want);
+    EXPECT_EQ(list, nullptr);
+    void *rest = nullptr;
+    while (tarvik_long_msg_read(c, &rest, nullptr) != EAGAIN) tarvik_msg_free(c, rest);
+  }
+  // The flat copy: a claim beyond the message gives what the message has, zeros after.
+  kernel.reply_raw_many(TLK_MSG_DFWSTATS, TLK_OP_GET, {stats_reply(1, 4), stats_reply(0, 2)});
+  tarvik_msg_list_t *list = nullptr;
+  ASSERT_EQ(tarvik_dfwsm_get_by_index(c, 1, 2, 4, 0, 5, 0, &list), 0);
+  tlk_hdr *second = static_cast<tlk_hdr *>(tarvik_msg_list_get_by_index(list, 1));
+  second->tlkh_msglen = 65;  // one of its two bytes
+  void *data = nullptr;
+  uint32_t len = 0;
+  ASSERT_EQ(tarvik_dfwsm_list_get_counters(c, list, &data, &len), 0);
+  ASSERT_EQ(len, 6u);
+  EXPECT_EQ(Bytes(static_cast<uint8_t *>(data), static_cast<uint8_t *>(data) + 6),
+            (Bytes{0xAB, 0xAB, 0xAB, 0xAB, 0xAB, 0}));
+  tarvik_msg_free(c, data);
+  EXPECT_EQ(tarvik_dfwsm_list_get_counters(c, list, nullptr, &len), EINVAL);
+  tarvik_msg_list_free(c, list);
+  EXPECT_EQ(tarvik_dfwsm_list_to_counter_len(nullptr), 0u);
+  EXPECT_EQ(tarvik_dfwsm_list_get_counters(c, nullptr, &data, &len), EINVAL);
+}
+
+// A caller that sent its own request reads the run, and the 64-bit word it put at 56 comes back.
+TEST_F(DfwStatsTest, ListOfARequestSentByTheCaller) {
+  Bytes req = stats_reply(0, 0);
+  uint32_t seq = 0;
+  ASSERT_EQ(tarvik_seq_get_next(c, &seq), 0);
+  req[6] = TLK_OP_GET;
+  req[24] = 5;
+  req[25] = 2;
+  put_u32(req, 12, seq);
+  put_u32(req, 28, 2);
+  put_u32(req, 56, 0x55667788);
+  put_u32(req, 60, 0x11223344);
+  ASSERT_EQ(tarvik_write(c, req.data(), req.size()), 0);
+  tarvik_msg_list_t *list = nullptr;
+  uint64_t user_data = 0;
+  ASSERT_EQ(tarvik_get_dfwsm_list(c, &list, &user_data), 0);
+  EXPECT_EQ(user_data, 0x1122334455667788u);
+  EXPECT_EQ(names_in(list), (std::vector<std::string>{"policer-web", "web-hits"}));
+  EXPECT_EQ(tarvik_get_dfwsm_list(c, &list, nullptr), EAGAIN);  // nothing more on the socket
+  EXPECT_EQ(list, nullptr);
+}
+
+// What the handler saw of one asynchronous answer.
+struct AsyncEar {
+  int result = -1;
+  std::vector<std::string> names;
+  uint32_t seq = 0, user_data = 0;
+  uint16_t flags = 0;
+  int messages = 0;
+  static int handler(tarvik_cookie *k, void *arg, void *msg, uintptr_t) {
+    auto *ear = static_cast<AsyncEar *>(arg);
+    tarvik_msg_list_t *list = nullptr;
+    ear->result = tarvik_dfwsm_get_async_cb(k, msg, &list, &ear->seq, &ear->flags, &ear->user_data);
+    if (list == nullptr) return 0;
+    ear->messages = list->count;
+    void *data = nullptr;
+    uint32_t len = 0;
+    if (tarvik_dfwsm_list_get_counters(k, list, &data, &len) == 0) {
+      for (uint32_t at = 0; at < len; at += sizeof(CounterRecord))
+        ear->names.emplace_back(static_cast<const char *>(data) + at);
+      tarvik_msg_free(k, data);
+    }
+    tarvik_msg_list_free(k, list);
+    return 0;
+  }
+};
+
+// The asynchronous form: the request, the answer through event processing, and a run cut short.
+TEST_F(DfwStatsTest, AsynchronousCountersThroughEventProcessing) {
+  AsyncEar ear;
+  ASSERT_EQ(tarvik_set_async_info_nocontext(c, nullptr), 0);
+  ASSERT_EQ(tarvik_dfwstatsm_async_register(c, &ear, AsyncEar::handler), 0);
+  kernel.dfw_counters().set_per_message(2);
+  const uint32_t before = c->seq;
+  uint32_t seq_out = 99;
+  ASSERT_EQ(tarvik_dfwsm_get_by_index_async(c, 1, 2, 4, 0, 5, 1, &seq_out, 0xBEEF), 0);
+  const Bytes req = last_sent(kernel);
+  EXPECT_EQ(seq_out, 0u);
+  EXPECT_EQ(get_u32(req.data(), 12), 0u);
+  EXPECT_EQ(get_u16(req.data(), 46), 1);
+  EXPECT_EQ(get_u64(req.data(), 56), 0xBEEFu);
+  EXPECT_EQ(c->seq, before);
+  drain(c);
+  EXPECT_EQ(ear.result, 0);
+  EXPECT_EQ(ear.messages, 2);
+  EXPECT_EQ(ear.names, (std::vector<std::string>{"discard-rest", "icmp-in", "ssh-accept"}));
+  EXPECT_EQ(ear.user_data, 0xBEEFu);
+  EXPECT_EQ(ear.flags, 1);
+  bool logged = false;
+  for (const auto &l : os.syslog) {
+    logged |= l.priority == 7 && l.text ==
+                                     "tarvik_dfwsm_get_async_cb: tarvik_dfwsm_get_async_cb:"
+                                     "u_data:beef k_usr_d:beef \n";
+  }
+  EXPECT_TRUE(logged);
+  // The synchronous routine's asynchronous form on a statistics session: sequence 0, no list.
+  tarvik_set_used_by_stats(c, 1);
+  ear = AsyncEar{};
+  auto *list = reinterpret_cast<tarvik_msg_list_t *>(1);
+  ASSERT_EQ(
+      tarvik_dfwsm_get_by_filter_index_counter_name(c, 2, "web-hits", 2, 5, &list, 1, 0, &seq_out),
+      0);
+  EXPECT_EQ(list, nullptr);
+  EXPECT_EQ(seq_out, 0u);
+  EXPECT_EQ(get_u16(last_sent(kernel).data(), 46), 1);
+  ASSERT_EQ(tarvik_dfwsm_get_by_filter_index_counter_name_async(c, 2, "policer-web", 2, 5, &seq_out,
+                                                                0, 7),
+            0);
+  drain(c);
+  EXPECT_EQ(ear.names, (std::vector<std::string>{"web-hits", "policer-web"}));
+  EXPECT_EQ(ear.user_data, 7u);
+  // A run that stops after a message saying more follow: the reader gives the read's error.
+  kernel.on_raw(TLK_MSG_DFWSTATS, TLK_OP_GET, [](tarsim::Kernel &k, const tarsim::Request &r) {
+    k.notify_session(r.session, stats_reply(1, 8));
+  });
+  ear = AsyncEar{};
+  ASSERT_EQ(tarvik_dfwsm_get_by_index_async(c, 1, 2, 4, 0, 5, 0, nullptr, 1), 0);
+  drain(c);
+  EXPECT_EQ(ear.result, EAGAIN);
+  EXPECT_EQ(ear.messages, 0);
+  EXPECT_TRUE(log.contains("tarvik_long_msg_read failed error ["));
+}
+
+// The firewall log: selections of the seeded entries, a run of several messages, the clear.
+TEST_F(DfwStatsTest, LogReadsAndClear) {
+  const timeval at{1700000005, 500};
+  const struct {
+    const char *what;
+    ListGet get;
+    size_t entries;
+    int want = 0;
+  } rows[] = {
+      {"all", [](auto *k, auto **l) { return tarvik_dfwlm_get_all(k, 2, l); }, 2},
+      {"filter 1",
+       [](auto *k, auto **l) { return tarvik_dfwlm_get_by_filter_index(k, 2, 4, 1, l); }, 2},
+      {"filter 9",
+       [](auto *k, auto **l) { return tarvik_dfwlm_get_by_filter_index(k, 2, 4, 9, l); }, 0},
+      {"interface 131",
+       [](auto *k, auto **l) { return tarvik_dfwlm_get_by_if_index(k, 2, 4, 131, l); }, 1},
+      {"from a time",
+       [&](auto *k, auto **l) { return tarvik_dfwlm_get_by_time(k, 2, 4, 0, &at, l); }, 1},
+      {"before a time",
+       [&](auto *k, auto **l) { return tarvik_dfwlm_get_by_time(k, 2, 4, 1, &at, l); }, 1},
+      {"no time",
+       [](auto *k, auto **l) { return tarvik_dfwlm_get_by_time(k, 2, 4, 0, nullptr, l); }, 0,
+       EINVAL},
+  };
+  for (auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    tarvik_msg_list_t *list = reinterpret_cast<tarvik_msg_list_t *>(1);
+    ASSERT_EQ(row.get(c, &list), row.want);
+    if (row.want != 0) {
+      EXPECT_EQ(list, nullptr);
+      continue;
+    }
+    ASSERT_EQ(list->count, 1);
+    EXPECT_EQ(list->type, TLK_MSG_FIREWALL_LOG);
+    EXPECT_EQ(get_u32(tarvik_msg_list_get_by_index(list, 0), 8), 52 + 32 * row.entries);
+    tarvik_msg_list_free(c, list);
+  }
+  for (uint32_t i = 0; i < 3; ++i) kernel.dfw_counters().log({1700000100 + i, 0, 2, 140, 2});
+  kernel.dfw_counters().set_log_per_message(2);
+  tarvik_msg_list_t *list = nullptr;
+  ASSERT_EQ(tarvik_dfwlm_get_all(c, 2, &list), 0);
+  ASSERT_EQ(list->count, 3);
+  for (int i = 0; i < 3; ++i)
+    EXPECT_EQ(static_cast<const uint8_t *>(tarvik_msg_list_get_by_index(list, i))[47],
+              i < 2 ? 1 : 0);
+  tarvik_msg_list_free(c, list);
+  EXPECT_EQ(tarvik_dfwlm_get_by_filter_index(c, 2, TLK_OP_GET, 1, nullptr), EINVAL);
+  ASSERT_EQ(tarvik_dfwlm_get_by_filter_index(c, 2, TLK_OP_CLEAR, 1, nullptr), 0);  // op 6: no list
+  EXPECT_TRUE(kernel.dfw_counters().log_entries().empty());
+  ASSERT_EQ(tarvik_dfwlm_clear_all(c, 2), 0);
+  EXPECT_EQ(last_sent(kernel)[6], TLK_OP_CLEAR);
+}
+
+}  // namespace
+}  // namespace tlktest
