@@ -166,15 +166,19 @@ void DfwStatsFamily::answer_stats(Session &s, const Request &req) {
   const uint8_t ct = b[kCtAt], af = b[kAfAt];
   uint32_t filter = wire::load_u32(&b[kFilterAt]);
   if (req.op == TLK_OP_GETNEXT) {
-    auto it = std::find_if(counters.begin(), counters.end(), [&](const auto &e) {
-      return e.second.filter > filter && af_matches(af, e.second.af);
-    });
+    auto it = std::find_if(counters.lower_bound(Key{filter + 1, 0, "", 0}), counters.end(),
+                           [&](const auto &e) { return af_matches(af, e.second.af); });
     filter = it == counters.end() ? 0 : it->second.filter;
   }
+  // Only the filter's own keys are walked; with a family and a name, only that name's.
+  const bool one_name = af != 0 && !name.empty();
   Bytes records;
   bool filter_known = false, name_known = name.empty();
-  for (const auto &[key, c] : counters) {
-    if (c.filter != filter || filter == 0 || !af_matches(af, c.af)) continue;
+  for (auto it = counters.lower_bound(one_name ? Key{filter, af, name, 0} : Key{filter, 0, "", 0});
+       it != counters.end() && filter != 0; ++it) {
+    const DfwCounter &c = it->second;
+    if (c.filter != filter || (one_name && (c.af != af || c.name != name))) break;
+    if (!af_matches(af, c.af)) continue;
     filter_known = true;
     if (!name.empty() && c.name != name) continue;
     name_known = true;
