@@ -291,6 +291,13 @@ TEST_F(DfwStatsTest, AsynchronousCountersThroughEventProcessing) {
   EXPECT_EQ(ear.result, EAGAIN);
   EXPECT_EQ(ear.messages, 0);
   EXPECT_TRUE(log.contains("tarvik_long_msg_read failed error ["));
+  // A message too short for the fixed part: its fields read as 0, nothing more is read.
+  ear = AsyncEar{};
+  kernel.notify_session(tarvik_getsockfd(c), tarsim::raw_message(TLK_MSG_DFWSTATS, 4, 0));
+  drain(c);
+  EXPECT_EQ(ear.result, 0);
+  EXPECT_EQ(ear.messages, 1);
+  EXPECT_TRUE(ear.names.empty());
 }
 
 // The firewall log: the request, selections of the seeded entries, a run, the clear.

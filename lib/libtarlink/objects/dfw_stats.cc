@@ -214,12 +214,23 @@ int log_request(tarvik_cookie *cookie, uint8_t af, uint32_t op, uint8_t selector
   return read_list(cookie, list, kLogMoreAt, list_out, nullptr);
 }
 
-// The counters data of one message: `data` bytes from its fixed part on, as much of it as the
-// message holds.
+// Whether the message is long enough to hold the fields of the fixed part; a shorter one is read
+// as if they were all 0.
+bool whole_fixed_part(const uint8_t *m) {
+  return load_u32(m + tlk::wire::kMsglenAt) >= kStatsFixed;
+}
+
+// The length of the counters data that a message claims.
+uint16_t claimed_data(const uint8_t *m) {
+  return whole_fixed_part(m) ? load_u16(m + kLen1At) : 0;
+}
+
+// The counters data of one message: the claimed length from its fixed part on, as much of it as
+// the message holds.
 size_t data_in(const uint8_t *m, size_t *from) {
   const uint32_t whole = load_u32(m + tlk::wire::kMsglenAt);
   const uint16_t fixed = load_u16(m + tlk::wire::kFixedlenAt);
-  const uint16_t data = load_u16(m + kLen1At);
+  const uint16_t data = claimed_data(m);
   *from = fixed;
   if (whole <= fixed) return 0;
   return data < whole - fixed ? data : whole - fixed;
@@ -311,18 +322,19 @@ TLK_EXPORT int tarvik_dfwsm_get_async_cb(tarvik_cookie *cookie, void *msg,
     return 0;
   }
   const auto *b = static_cast<const uint8_t *>(msg);
+  const bool whole = whole_fixed_part(b);
   uint64_t kernel_user_data = 0;
-  memcpy(&kernel_user_data, b + kUserDataAt, 8);
+  if (whole) memcpy(&kernel_user_data, b + kUserDataAt, 8);
   const auto user_data = static_cast<uint32_t>(kernel_user_data);
   if (seq_out != nullptr) *seq_out = load_u32(b + tlk::wire::kSeqAt);
   if (user_data_out != nullptr) *user_data_out = user_data;
-  if (flags_out != nullptr) *flags_out = load_u16(b + kFlagsAt);
+  if (flags_out != nullptr) *flags_out = whole ? load_u16(b + kFlagsAt) : 0;
   char line[256];
   snprintf(line, sizeof line, "%s: tarvik_dfwsm_get_async_cb:u_data:%lx k_usr_d:%llx \n", __func__,
            static_cast<unsigned long>(user_data),
            static_cast<unsigned long long>(kernel_user_data));
   ops().syslog(7, line);
-  if (b[kMoreAt] == 1) {
+  if (whole && b[kMoreAt] == 1) {
     const int err = read_run(cookie, list, kMoreAt, nullptr);
     if (err != 0) {
       tarvik_err(cookie, TLK_LEVEL_FATAL, "tarvik_long_msg_read failed error [%s]\n",
@@ -363,7 +375,7 @@ TLK_EXPORT uint32_t tarvik_dfwsm_list_to_counter_len(const tarvik_msg_list_t *li
   uint32_t sum = 0;
   for (int i = 0; i < list->count; ++i) {
     const auto *m = static_cast<const uint8_t *>(tarvik_msg_list_get_by_index(list, i));
-    if (m != nullptr) sum += load_u16(m + kLen1At);
+    if (m != nullptr) sum += claimed_data(m);
   }
   return sum;
 }
@@ -386,7 +398,7 @@ TLK_EXPORT int tarvik_dfwsm_list_get_counters(tarvik_cookie *cookie, const tarvi
     size_t from = 0;
     const size_t n = data_in(m, &from);
     memcpy(out + at, m + from, n);
-    at += load_u16(m + kLen1At);
+    at += claimed_data(m);
   }
   *buffer_out = out;
   if (len_out != nullptr) *len_out = sum;
