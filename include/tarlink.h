@@ -26,6 +26,7 @@
  *   tarlink/iff.h        protocol families and addresses of logical interfaces
  *   tarlink/gencfg.h     generic configuration blobs
  *   tarlink/tlk_stat.h   session statistics
+ *   tarlink/dfw_stats.h  firewall counters and the firewall log
  *   tarlink/unnum.h      unnumbered address donors
  *
  * All of them compile as C99 and as C++.
@@ -37,6 +38,7 @@
 #include "tarlink/base.h"
 #include "tarlink/bulk.h"
 #include "tarlink/dfw.h"
+#include "tarlink/dfw_stats.h"
 #include "tarlink/frame.h"
 #include "tarlink/gencfg.h"
 #include "tarlink/ifd.h"

@@ -7,6 +7,7 @@
 //   kernel.ifls()      tarsim/ifl.hpp       logical interfaces
 //   kernel.gencfg()    tarsim/gencfg.hpp    generic configuration blobs
 //   kernel.dfw()       tarsim/dfw.hpp       firewall filter programs and heads
+//   kernel.dfw_counters()  tarsim/dfw_stats.hpp  firewall counters and the firewall log
 // The C face is tarsim.h.
 #pragma once
 
@@ -14,6 +15,7 @@
 // The facets.
 #include "tarsim/devices.hpp"
 #include "tarsim/dfw.hpp"
+#include "tarsim/dfw_stats.hpp"
 #include "tarsim/gencfg.hpp"
 #include "tarsim/ifa.hpp"
 #include "tarsim/iff.hpp"

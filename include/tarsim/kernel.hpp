@@ -79,6 +79,8 @@ class Gencfg;   // tarsim/gencfg.hpp
 class Dfw;      // tarsim/dfw.hpp
 class Iffs;     // tarsim/iff.hpp
 class Ifas;     // tarsim/ifa.hpp
+// tarsim/dfw_stats.hpp
+class DfwCounters;
 namespace internal {
 class Core;
 }
@@ -125,6 +127,9 @@ class TARSIM_EXPORT Kernel {
   const Gencfg gencfg() const;
   const Iffs iffs() const;
   const Ifas ifas() const;
+  // Firewall counters and the firewall log.
+  DfwCounters dfw_counters();
+  const DfwCounters dfw_counters() const;
 
   // --- Version negotiation ----------------------------------------------------------------
   // What the library expects: count 110, interface version 98, then one byte per type 1..109.
