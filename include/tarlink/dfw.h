@@ -76,7 +76,8 @@ TLK_EXPORT uint32_t tarvik_dfw_get_findex_by_name(tarvik_cookie *cookie, const c
                                                   uint32_t dfh_family, uint32_t start);
 /* Fills `head` from a firewall reply; its name pointers must hold TLK_DFW_NAME_MAX bytes each. */
 TLK_EXPORT int tarvik_dfwm_to_dfwfhm(const void *msg, struct _dfw_filter_head *head);
-/* digest = MD5 of the 16 bytes of `first` followed by the 16 bytes of `second`. */
+/* digest = MD5 of the 16 bytes of `first` followed by the 16 bytes of `second` (through the
+ * platform's md5_cksum; all zero where the platform has none). */
 TLK_EXPORT void tarvik_dfw_compute_master_hash(const uint8_t *first, const uint8_t *second,
                                                uint8_t *digest);
 /* Releases the head's name, interface name and extra bytes and sets them to NULL. */
