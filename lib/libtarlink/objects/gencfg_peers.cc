@@ -179,15 +179,15 @@ int lowest_sub_unit(const uint8_t *mask) {
   return -1;
 }
 
-uint16_t &dep_tail(gencfg_t *r) {
-  return *reinterpret_cast<uint16_t *>(reinterpret_cast<uint8_t *>(r->deps) + kDepTailAt);
+uint8_t *dep_tail_at(const gencfg_t *r) {
+  return reinterpret_cast<uint8_t *>(r->deps) + kDepTailAt;
 }
 
 void take_dep_block(gencfg_t *r, void *block) {
   r->deps = static_cast<gencfg_depinfo *>(block);
   r->dep_count = 0;
   r->flags |= TLK_GENCFG_DEPS;
-  dep_tail(r) = 0;
+  tlk::wire::store_u16(dep_tail_at(r), 0);
 }
 
 }  // namespace
@@ -381,7 +381,7 @@ TLK_EXPORT int tarvik_gencfg_add_depinfo(gencfg_t *record, uint8_t dep_type, uin
   if (record == nullptr) return -1;
   if (dep_type > TLK_GENCFG_DEP_TYPE_MAX || key_len == 0 || key == nullptr) return -1;
   if (record->deps == nullptr || record->dep_count >= TLK_GENCFG_DEPS_MAX) return -1;
-  const uint32_t tail = dep_tail(record);
+  const uint32_t tail = tlk::wire::load_u16(dep_tail_at(record));
   const uint32_t rounded = tlk::wire::raw_var_len(key_len);
   // The rounding keeps 17 bits, so a huge length can round small: the copy is bounded as well.
   if (tail + rounded > kDepDataMax || key_len > kDepDataMax - tail) return -1;
@@ -395,7 +395,7 @@ TLK_EXPORT int tarvik_gencfg_add_depinfo(gencfg_t *record, uint8_t dep_type, uin
   d.dep_key = at;
   d.dep_key_len = key_len;
   memcpy(at, key, key_len);
-  dep_tail(record) = static_cast<uint16_t>(tail + rounded);
+  tlk::wire::store_u16(dep_tail_at(record), static_cast<uint16_t>(tail + rounded));
   ++record->dep_count;
   return 0;
 }
