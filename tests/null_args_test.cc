@@ -191,6 +191,13 @@ const Row kRows[] = {
     ROW(tarvik_dfw_get_findex_by_name(nullptr, "f", 0, 0), 0, false),
     VOID_ROW(tarvik_init_blob_compression(nullptr, nullptr, nullptr), false),
     ROW(tarvik_gencfg_async(nullptr, nullptr), EINVAL, false),
+    ROW(tarvik_gencfg_stats_get(nullptr, nullptr, nullptr, TLK_OP_GET, 0, nullptr, nullptr,
+                                nullptr),
+        EINVAL, false),
+    ROW(tarvik_gencfg_stats_set(nullptr, nullptr, nullptr, TLK_OP_ADD, 0, nullptr, 0), EINVAL,
+        false),
+    ROW(tarvik_gencfg_stats_clear(nullptr, nullptr, nullptr, 0), EINVAL, false),
+    ROW(tarvik_gencfg_stats_delete(nullptr, nullptr, nullptr, 0), EINVAL, false),
     // Unnumbered address donors.
     ROW(tarvik_unnum_ifa_register_callback(nullptr, nullptr), EINVAL, false),
     ROW(tarvik_unnum_ifa_register_interest(nullptr, 10, 5, 2, 1, nullptr), EINVAL, false),

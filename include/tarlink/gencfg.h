@@ -137,6 +137,136 @@ TLK_EXPORT void tarvik_init_blob_compression(tarvik_cookie *cookie,
  * and *msg keeps the received message. */
 TLK_EXPORT int tarvik_gencfg_async(tarvik_cookie *cookie, void **msg);
 
+/* ======================================================================================== */
+/* Generic configuration peers and dependencies                                             */
+/* ======================================================================================== */
+
+/*
+ * A record may name the peers that are to receive its blob (peers, peer_count, peer_max) and the
+ * blobs it depends on (deps, dep_count, TLK_GENCFG_DEPS).  The helpers below fill both arrays;
+ * they take no session, give 0 or -1, and report failures at level 3 without a cookie.
+ *
+ * A peer entry holds one index (a peer or an interface device) or, for the majors that use it,
+ * a mask of 48 slots of eight sub-units each: eight u32 words in host order, slot s at word
+ * s / 6, bit (s * 5) % 30, sub-unit i (= 8 * slot + unit) at word i / 48, bit
+ * 1 + unit + ((i / 8) * 5) % 30.  The fields overlap on purpose, so masks are compared whole.
+ * A sub-unit whose bit would lie past bit 31 of its word has no bit: it is set and found nowhere.
+ *
+ *   gencfg_peerinfo_t peers[4];
+ *   r.major = 15;
+ *   tarvik_gencfg_add_peerinfo_storage(&r, 4, peers, sizeof peers);
+ *   gencfg_peer_t p = {TLK_GENCFG_PEER_SUB_UNIT, TLK_GENCFG_OBJECT_PEER, 17};
+ *   tarvik_gencfg_add_peerinfo(&r, &p);                       // slot 2, unit 1
+ *   tarvik_gencfg_create_depend(&r);
+ *   tarvik_gencfg_add_depinfo(&r, 3, 40, 2, 5, (const uint8_t *)"vpn-a", 0);
+ *   ... tarvik_gencfg_add(c, &r) ...
+ *   tarvik_gencfg_delete_depend(&r), tarvik_gencfg_delete_peerinfo(&r);
+ */
+
+#define TLK_GENCFG_PEERS_MAX 64          /* peer entries a record may have */
+#define TLK_GENCFG_DEPS_MAX 72           /* dependencies a record may have */
+#define TLK_GENCFG_DEP_BLOCK_SIZE 8192   /* the dependency block: entries, tail, key data */
+#define TLK_GENCFG_DEP_TYPE_MAX 54       /* highest dep_type */
+#define TLK_GENCFG_PEER_SLOTS 48         /* slots of a peer mask */
+#define TLK_GENCFG_PEER_SUB_UNITS 384    /* sub-units of a peer mask, eight a slot */
+#define TLK_GENCFG_PEER_INDEX_NONE 65532 /* an index from here on sets no mask bit */
+#define TLK_GENCFG_PEERMASK_SYSCTL "kern.gencfg_cfg2_peermask" /* 1: major 4 uses the mask */
+
+/* peer_type values; 17 names a sub-unit and its slot at once. */
+#define TLK_GENCFG_PEER_SUB_UNIT 1u
+#define TLK_GENCFG_PEER_SLOT 16u
+#define TLK_GENCFG_PEER_BOTH 17u
+
+/* gencfg_peerinfo_t.index.index_type: which arm of the index is in force. */
+#define TLK_GENCFG_INDEX_DEFAULT 0u /* a single peer index */
+#define TLK_GENCFG_INDEX_IFD 1u     /* a single interface device index */
+#define TLK_GENCFG_INDEX_MASK 2u    /* the 32-byte peer mask */
+
+/* gencfg_peer_t.object_type */
+#define TLK_GENCFG_OBJECT_PEER 0u
+#define TLK_GENCFG_OBJECT_IFD 1u
+
+/* One peer to add to a record. */
+typedef struct gencfg_peer_t {
+  uint8_t peer_type;    /* TLK_GENCFG_PEER_* */
+  uint32_t object_type; /* TLK_GENCFG_OBJECT_* */
+  uint16_t index;       /* peer, sub-unit, slot or device index */
+} gencfg_peer_t;
+
+/* Points the record's peers at the caller's buffer of `count` entries (at most 64, fitting `size`
+ * bytes); peer_count 0, peer_max `count`.  0 or -1. */
+TLK_EXPORT int tarvik_gencfg_add_peerinfo_storage(gencfg_t *record, uint32_t count, void *buffer,
+                                                  size_t size);
+/* The same with `count` zeroed entries allocated by the library.  0 or -1 (peers then NULL). */
+TLK_EXPORT int tarvik_gencfg_create_peerinfo(gencfg_t *record, uint32_t count);
+/* Frees what tarvik_gencfg_create_peerinfo allocated; peers NULL, peer_count 0, peer_max kept. */
+TLK_EXPORT void tarvik_gencfg_delete_peerinfo(gencfg_t *record);
+/* Adds a peer: a single index or, for majors 15, 73, 85 (and 4 when the peer mask control reads
+ * 1), a bit of the record's one mask entry.  0 or -1. */
+TLK_EXPORT int tarvik_gencfg_add_peerinfo(gencfg_t *record, const gencfg_peer_t *peer);
+/* The first peer mask of a received gencfg_msg, or NULL. */
+TLK_EXPORT uint8_t *tarvik_gencfg_get_peer_info(const struct gencfg_msg *msg);
+/* 1 if the record's mask holds the slot (type 16) or sub-unit (type 1) `index`, else 0. */
+TLK_EXPORT int tarvik_gencfg_is_peer_present_in_peerinfo(const gencfg_t *record, uint8_t peer_type,
+                                                         uint32_t index);
+/* Entry `entry` of a received gencfg_msg: its index, or the lowest slot or sub-unit of a mask;
+ * -1 when there is none. */
+TLK_EXPORT int tarvik_gencfg_get_peer_index(const struct gencfg_msg *msg, uint32_t entry);
+/* Slot `slot` (type 16) or sub-unit slot * 8 + `sub_unit` (type with bit 0) if its bit is set in
+ * `mask`, else -1.  `slot` must be below 48. */
+TLK_EXPORT int tarvik_gencfg_get_peer_index_from_peer_mask(const uint8_t *mask, uint8_t peer_type,
+                                                           uint32_t slot, uint32_t sub_unit);
+/* 0 when both arrays are masks with equal counts and equal words, else 1. */
+TLK_EXPORT int tarvik_gencfg_peer_info_compare(const gencfg_peerinfo_t *a, uint32_t count_a,
+                                               const gencfg_peerinfo_t *b, uint32_t count_b);
+/* Makes the caller's buffer (at least 8192 bytes, zeroed here) the dependency block; sets
+ * TLK_GENCFG_DEPS.  0 or -1. */
+TLK_EXPORT int tarvik_gencfg_add_depend_storage(gencfg_t *record, void *buffer, size_t size);
+/* The same with a block allocated by the library.  0 or -1 (deps then NULL). */
+TLK_EXPORT int tarvik_gencfg_create_depend(gencfg_t *record);
+/* Frees the allocated block; deps NULL and dep_count 0, TLK_GENCFG_DEPS left set.  0. */
+TLK_EXPORT int tarvik_gencfg_delete_depend(gencfg_t *record);
+/* Appends a dependency, its key copied into the block's data area.  0 or -1. */
+TLK_EXPORT int tarvik_gencfg_add_depinfo(gencfg_t *record, uint8_t dep_type, uint16_t dep_major,
+                                         uint16_t dep_minor, uint32_t key_len, const uint8_t *key,
+                                         uint8_t dep_flags);
+
+/* ======================================================================================== */
+/* Generic configuration statistics ("gencfg-stats", type 86)                                */
+/* ======================================================================================== */
+
+/*
+ * A small value kept beside a blob, addressed by the record's major, minor, key and peers and by
+ * a kind.  Raw messages of their own, written with tarvik_write; a get reads the kernel's raw
+ * reply, which the caller frees with tarvik_msg_free.  The third argument of each is unused.
+ *
+ *   uint64_t packets = 12;
+ *   tarvik_gencfg_stats_set(c, &r, NULL, TLK_OP_ADD, 1, &packets, sizeof packets);
+ *   void *reply = NULL;
+ *   if (tarvik_gencfg_stats_get(c, &r, NULL, TLK_OP_GET, 1, &reply, NULL, NULL) == 0)
+ *     tarvik_msg_free(c, reply);
+ */
+
+#define TLK_GENCFG_STATS_FIXED 68         /* fixed part of the request */
+#define TLK_GENCFG_STATS_HAS_ID 16u       /* header flags byte: stats_id was passed */
+#define TLK_GENCFG_STATS_NO_PEER_BYTE 255 /* byte 64 when no peer byte is passed */
+
+/* Sends `op` (1, 3, 4 or 6; 4 needs msg_out, whose reply is read).  `stats_id` replaces the
+ * record's sub_id; `peer_byte` goes to byte 64.  0 or an errno value. */
+TLK_EXPORT int tarvik_gencfg_stats_get(tarvik_cookie *cookie, const gencfg_t *record, void *unused,
+                                       uint32_t op, uint8_t stats_kind, void **msg_out,
+                                       const uint16_t *stats_id, const uint8_t *peer_byte);
+/* Sends `op` (1, 3 or 6) with `value_len` bytes of `value`.  0 or an errno value. */
+TLK_EXPORT int tarvik_gencfg_stats_set(tarvik_cookie *cookie, const gencfg_t *record, void *unused,
+                                       uint32_t op, uint8_t stats_kind, const void *value,
+                                       uint32_t value_len);
+/* Clears the value of `stats_kind` (op 6).  0 or an errno value. */
+TLK_EXPORT int tarvik_gencfg_stats_clear(tarvik_cookie *cookie, const gencfg_t *record,
+                                         void *unused, uint8_t stats_kind);
+/* Deletes the value of `stats_kind` (op 3).  0 or an errno value. */
+TLK_EXPORT int tarvik_gencfg_stats_delete(tarvik_cookie *cookie, const gencfg_t *record,
+                                          void *unused, uint8_t stats_kind);
+
 #ifdef __cplusplus
 }
 #endif

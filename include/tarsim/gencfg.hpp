@@ -18,6 +18,21 @@
 // client's framed read reports as EOPNOTSUPP.  Every change that stores or removes a blob is
 // sent to every other session listening for "gencfg", as an IDR gencfg_msg of op add, change or
 // delete (one delete per blob removed); the writer does not hear its own change.
+//
+// The system control "kern.gencfg_cfg2_peermask" reads as one u32 (0 unless set_peermask says
+// otherwise); a value of 1 makes the library put the peers of major 4 into a mask.  A value set
+// with Kernel::set_sysctl takes its place.
+//
+// Statistics ("gencfg-stats", raw type 86) are kept beside the blobs, each under the request's
+// major, minor, key (its bytes with flag 0x2, else its number with flag 0x1), peer entries and
+// kind, whether or not such a blob is stored:
+//   add (1)     store the request's value (replacing what the key held), no reply
+//   get (4)     the request's fixed part, peers and key, followed by the stored value (length at
+//               42, offset at 44, rounded up to four); an unknown key is refused with "tlk-err"
+//   clear (6)   the stored value's bytes set to zero, its length kept, no reply
+//   delete (3)  the value forgotten, no reply
+// A clear or delete of an unknown key changes nothing and draws no reply, as the writer reads
+// none.  A request too short for its own offsets is dropped.
 #pragma once
 
 #include <stdint.h>
@@ -35,7 +50,8 @@ namespace tarsim {
 
 namespace internal {
 class GencfgFamily;
-}
+class GencfgStatsFamily;
+}  // namespace internal
 
 struct GencfgKey {
   uint16_t major = 0;
@@ -104,11 +120,49 @@ class TARSIM_EXPORT Gencfg {
   // A change made by the kernel itself: op add or change stores `entry`, op delete removes its
   // key; either way every listening session hears it.  The number of sessions reached.
   size_t change(uint8_t op, const GencfgEntry &entry);
+  // What "kern.gencfg_cfg2_peermask" reads.
+  void set_peermask(uint32_t value);
+  uint32_t peermask() const;
 
  private:
   friend class Kernel;
   explicit Gencfg(internal::GencfgFamily *family) : family_(family) {}
   internal::GencfgFamily *family_;
+};
+
+// What addresses one statistics value.
+struct GencfgStatKey {
+  uint16_t major = 0;
+  uint16_t minor = 0;
+  uint8_t kind = 0;  // as GencfgKey: 0 none, 1 numeric, 2 bytes
+  uint32_t kid = 0;
+  Bytes key;
+  Bytes peers;  // the request's peer entries, 40 bytes each, as sent
+  uint8_t stats_kind = 0;
+
+  auto operator<=>(const GencfgStatKey &) const = default;
+  bool operator==(const GencfgStatKey &) const = default;
+};
+
+struct GencfgStat {
+  Bytes value;
+  uint16_t stats_id = 0;  // the id (or sub_id) the last add carried
+};
+
+// The kernel's statistics values: Kernel::gencfg_stats().
+class TARSIM_EXPORT GencfgStats {
+ public:
+  const GencfgStat *find(const GencfgStatKey &key) const;
+  const std::map<GencfgStatKey, GencfgStat> &store() const;
+  size_t size() const;
+  // Stores a value as an add would.
+  void set(const GencfgStatKey &key, const GencfgStat &stat);
+  void clear();
+
+ private:
+  friend class Kernel;
+  explicit GencfgStats(internal::GencfgStatsFamily *family) : family_(family) {}
+  internal::GencfgStatsFamily *family_;
 };
 
 }  // namespace tarsim

@@ -85,6 +85,8 @@ namespace internal {
 class Core;
 }
 
+class GencfgStats;  // tarsim/gencfg.hpp
+
 // Answers a raw request; it calls Kernel::send (or reply_with_seq) as often as it likes.
 using Responder = std::function<void(Kernel &, const Request &)>;
 // Takes a framed (TLV or IDR) message written by a session.
@@ -130,6 +132,10 @@ class TARSIM_EXPORT Kernel {
   // Firewall counters and the firewall log.
   DfwCounters dfw_counters();
   const DfwCounters dfw_counters() const;
+
+  // Statistics values kept beside the generic configuration blobs.
+  GencfgStats gencfg_stats();
+  const GencfgStats gencfg_stats() const;
 
   // --- Version negotiation ----------------------------------------------------------------
   // What the library expects: count 110, interface version 98, then one byte per type 1..109.

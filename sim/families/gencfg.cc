@@ -139,6 +139,11 @@ class GencfgFamily final : public Family {
   explicit GencfgFamily(Host &host) : host_(host) {
     seed_iflsets(store);
     seed_filter_heads(store);
+    host.answer_sysctl(TLK_GENCFG_PEERMASK_SYSCTL, [this] {
+      Bytes value(sizeof peermask);
+      memcpy(value.data(), &peermask, sizeof peermask);
+      return value;
+    });
     host.answer_frames(TLK_MSG_GENCFG, [this](Session &s, const Frame &f) {
       answer(s, f.as<gencfg_msg>(), f.tlv);
     });
@@ -151,6 +156,7 @@ class GencfgFamily final : public Family {
   size_t change(uint8_t op, const GencfgEntry &entry);
 
   std::map<GencfgKey, GencfgEntry> store;
+  uint32_t peermask = 0;
 
  private:
   void notify(uint8_t op, const GencfgEntry &entry, int except_fd);
@@ -311,6 +317,12 @@ void Gencfg::clear() {
 }
 size_t Gencfg::change(uint8_t op, const GencfgEntry &entry) {
   return family_->change(op, entry);
+}
+void Gencfg::set_peermask(uint32_t value) {
+  family_->peermask = value;
+}
+uint32_t Gencfg::peermask() const {
+  return family_->peermask;
 }
 
 }  // namespace tarsim
