@@ -6,13 +6,18 @@ secs=${1:-60}
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz -j2 --target fuzz_codec fuzz_envelope fuzz_corpus
+cmake --build --preset fuzz -j2 --target fuzz_codec fuzz_envelope fuzz_blob fuzz_corpus
 out=build/fuzz/fuzz
 mkdir -p "$out/findings"
-for pair in fuzz_codec:codec fuzz_envelope:envelope; do
+# Seeds of the blob target: a legacy filter head (first byte picks the head decoder) and the
+# start of a TLV one.
+mkdir -p "$out/corpus/blob"
+{ printf '\000'; head -c 296 /dev/zero | tr '\0' '\1'; } >"$out/corpus/blob/legacy-head"
+printf '\000\000\000\000\002' >"$out/corpus/blob/tlv-head"
+for pair in fuzz_codec:codec fuzz_envelope:envelope fuzz_blob:blob; do
   target=${pair%%:*}
   seeds=${pair#*:}
-  mkdir -p "$out/corpus/run-$seeds"
+  mkdir -p "$out/corpus/run-$seeds" "$out/corpus/$seeds"
   echo "== $target for ${secs}s"
   "$out/$target" -max_total_time="$secs" -max_len=8192 -rss_limit_mb=2048 -print_final_stats=1 \
     -artifact_prefix="$out/findings/" "$out/corpus/run-$seeds" "$out/corpus/$seeds"

@@ -229,14 +229,19 @@ TEST(DfwHeadDecode, BothFormsAndBadBlobs) {
     EXPECT_EQ(h.dfh_name, nullptr);
   }
   const uint8_t garbage[] = {0, 0, 0, 2, 0xFF, 0xFF, 0xFF, 0xFF, 1, 2, 3};
+  // A TLV head whose name (tag 13) is one byte without its end byte: found by the fuzzer.
+  const uint8_t unterminated[] = {0x2b, 0, 1, 2, 0, 0x0d, 0, 1, 0x96, 0, 0, 0, 0};
   struct Row {
     const uint8_t *blob;
     uint32_t len;
     int want;
   } const kRows[] = {
-      {garbage, 0, EINVAL},      {garbage, 3, EINVAL},
-      {nullptr, 8, EINVAL},      {garbage, 11, EINVAL},  // TLV form with a broken item
-      {garbage + 1, 10, EINVAL},                         // legacy form, shorter than 296 bytes
+      {garbage, 0, EINVAL},
+      {garbage, 3, EINVAL},
+      {nullptr, 8, EINVAL},
+      {garbage, 11, EINVAL},      // TLV form with a broken item
+      {garbage + 1, 10, EINVAL},  // legacy form, shorter than 296 bytes
+      {unterminated, sizeof unterminated, EINVAL},
   };
   for (const Row &r : kRows) {
     _dfw_filter_head h{};

@@ -3,7 +3,9 @@
 // Counters are keyed by (filter index, address family, counter name, counter type) and kept in
 // that order; they start as two filters: filter 1 (family 2) with "icmp-in" and "ssh-accept"
 // (type 0) and "discard-rest" (type 1), filter 2 (family 2) with "web-hits" (type 0) and
-// "policer-web" (type 2).  They move only when a test moves them (bump).
+// "policer-web" (type 2); and the filters of the program store (tarsim/dfw.hpp): 10 with
+// "ssh-from-mgmt" (type 0) and "discard-re" (type 1), 20 with "all-packets" (type 0).  They move
+// only when a test moves them (bump).
 //
 // A "dfwstats" request (type 22, 64-byte fixed part) is answered so:
 // - get (op 4): the counters of the filter at offset 28 in the family at 25 (0: any family) whose

@@ -107,6 +107,10 @@ void DfwStatsFamily::seed() {
   bump(1, 2, "discard-rest", 1, 7, 420);
   bump(2, 2, "web-hits", 0, 9000, 5400000);
   bump(2, 2, "policer-web", 2, 31, 46500);
+  // The counters of the filters that the program store starts with (tarsim/dfw.hpp).
+  bump(10, 2, "ssh-from-mgmt", 0, 1250, 104000);
+  bump(10, 2, "discard-re", 1, 96, 5760);
+  bump(20, 2, "all-packets", 0, 4800000, 3120000000);
   add_log({1700000000, 0, 1, 130, 2, 1, 6, 0x0A000001, 0x0A000002, 60});
   add_log({1700000005, 500, 1, 131, 2, 0, 1, 0x0A000003, 0x0A000001, 84});
 }

@@ -36,6 +36,8 @@ int run_demo(int argc, char **argv);
 int run_monitor(int argc, char **argv);
 // tlkctl gencfg add|get|walk|delete ...: configuration blobs in the embedded kernel's store.
 int run_gencfg(int argc, char **argv);
+// tlkctl firewall add|show|counters ...: filters, their heads and counters.
+int run_firewall(int argc, char **argv);
 // tlkctl show devices: the simulated chassis in an aligned table.
 int run_show_devices(int argc, char **argv);
 // tlkctl show interfaces: logical interfaces with their families and addresses.
@@ -50,6 +52,8 @@ int demo_async(tarsim::Kernel &kernel, tarvik_cookie *c);
 int demo_device_down(tarsim::Kernel &kernel, tarvik_cookie *c);
 // An address added to a donor and deleted again reaches the unnumbered interface that borrows it.
 int demo_unnumbered(tarsim::Kernel &kernel, tarvik_cookie *c);
+// A filter's counters read, moved by the kernel, and read again.
+int demo_firewall(tarsim::Kernel &kernel, tarvik_cookie *c);
 // A large compressed blob stored and read back, sizes on the wire and after.
 int demo_gencfg(tarsim::Kernel &kernel, tarvik_cookie *c);
 // 100,000 objects in bulk and as many one by one, rates side by side.

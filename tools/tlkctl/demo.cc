@@ -22,6 +22,7 @@ constexpr DemoStep kFamilySteps[] = {
     {"A second session hears a change, a third that doesn't listen doesn't", demo_async},
     {"A device goes down and a listening session hears it", demo_device_down},
     {"An unnumbered interface hears the addresses of its donor", demo_unnumbered},
+    {"A firewall filter's counters, read before and after they move", demo_firewall},
     {"A large configuration blob, compressed by the caller's callbacks", demo_gencfg},
     {"Many objects: one write per batch against one write per object", demo_bulk},
 };

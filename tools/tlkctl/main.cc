@@ -17,6 +17,10 @@ constexpr tlkctl::Command kCommands[] = {
     {"gencfg", "add|get|walk|delete ...",
      "configuration blobs (zlib with --compress); 'tlkctl gencfg --help' for the details",
      tlkctl::run_gencfg},
+    {"firewall", "add FILE|show|counters [FILTER] [--clear] [-- ...]",
+     "firewall filters: program one from a text file, list them with their hash, read or\n"
+     "clear counters; 'tlkctl firewall --help' for the details",
+     tlkctl::run_firewall},
     {"show devices", "", "list the simulated chassis: name, index, flags, media kind, addresses",
      tlkctl::run_show_devices},
     {"show interfaces", "",

@@ -405,8 +405,16 @@ TLK_EXPORT int tarvik_dfwfhm_decode(const uint8_t *blob, uint32_t length,
   if (blob == nullptr || head == nullptr || length < 4) return EINVAL;
   memset(head, 0, sizeof *head);
   if ((ntohl(load_u32(blob)) & 0xFF) == kHeadTlvFormat) {
+    // A name from the wire is a C string for the caller only if it ends within its bytes and
+    // its limit: a head whose names don't is refused like any other undecodable one.
+    const auto terminated = [](const uint8_t *name, uint32_t len) {
+      return name == nullptr ||
+             (len != 0 && len <= TLK_DFW_NAME_MAX && memchr(name, 0, len) != nullptr);
+    };
     if (tlv_decode__dfw_filter_head_0(head, nullptr, blob + 4, length - 4, head_alloc, nullptr) <
-        1) {
+            1 ||
+        !terminated(head->dfh_name, head->dfh_name_len) ||
+        !terminated(head->dfh_ifname, head->dfh_ifname_len)) {
       tarvik_free_dfh_var(head);
       return EINVAL;
     }
