@@ -13,6 +13,7 @@
 // head only) and 30 "police-v6" (a program only, family 1), all for address family 2.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <array>
@@ -59,7 +60,10 @@ class TARSIM_EXPORT Dfw {
   static Bytes head_blob(const DfwHeadSpec &spec);
 
   // Stores a program as if it had been sent, and a head blob (the gencfg listeners hear it).
-  void seed_program(uint32_t filter, uint8_t af, const Bytes &program);
+  void seed_program(uint32_t filter, uint8_t af, const uint8_t *program, size_t size);
+  void seed_program(uint32_t filter, uint8_t af, const Bytes &program) {
+    seed_program(filter, af, program.data(), program.size());
+  }
   void seed_head(const DfwHeadSpec &spec);
   // The program stored for (filter, af), or null.
   const Bytes *find(uint32_t filter, uint8_t af) const;

@@ -215,8 +215,8 @@ Bytes Dfw::head_blob(const DfwHeadSpec &spec) {
   return b;
 }
 
-void Dfw::seed_program(uint32_t filter, uint8_t af, const Bytes &program) {
-  family_->programs[{filter, af}] = program;
+void Dfw::seed_program(uint32_t filter, uint8_t af, const uint8_t *program, size_t size) {
+  family_->programs[{filter, af}] = Bytes(program, program + size);
 }
 void Dfw::seed_head(const DfwHeadSpec &spec) {
   const uint32_t be = htonl(spec.index);
