@@ -22,6 +22,7 @@ struct Filter {
   tarvik_cookie *cookie = nullptr;
   std::vector<std::string> names;
   Filter() {
+    kernel.dfw_counters().erase_filter(kFilter);  // the filter holds exactly these counters
     for (uint32_t i = 0; i < kCounters; ++i) {
       names.push_back("term-" + std::to_string(1000 + i) + "-count");
       kernel.dfw_counters().bump(kFilter, kAf, names.back(), 0, i, 64u * i);
