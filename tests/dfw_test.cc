@@ -75,10 +75,10 @@ TEST_F(DfwTest, UpdateFragmentsAtTheLimit) {
   };
   uint32_t filter = 100;
   for (const Row &r : kRows) {
-    tarsim::DfwProgramSpec spec;
-    spec.name = "big";
-    spec.body = r.body;
-    const Bytes prog = Dfw::program(spec);
+    tarsim::DfwProgramInfo info;
+    info.name = "big";
+    info.body = r.body;
+    const Bytes prog = Dfw::program(info);
     const size_t before = kernel.dfw().fragments_seen().size();
     ASSERT_EQ(tarvik_dfwm_update(c, filter, 2, TLK_OP_ADD, prog.data()), 0);
     const auto &seen = kernel.dfw().fragments_seen();
@@ -110,9 +110,9 @@ TEST_F(DfwTest, UpdateArgumentRows) {
 
 // Fragments written by hand, out of order, with and without the middle one.
 TEST_F(DfwTest, KernelReassemblesOutOfOrderAndRefusesAGap) {
-  tarsim::DfwProgramSpec spec;
-  spec.body = 2 * 16300;
-  const Bytes prog = Dfw::program(spec);
+  tarsim::DfwProgramInfo info;
+  info.body = 2 * 16300;
+  const Bytes prog = Dfw::program(info);
   const uint32_t total = static_cast<uint32_t>(prog.size());
   const auto send = [&](uint32_t filter, uint32_t n) {
     const uint32_t off = (n - 1) * 16300, part = std::min<uint32_t>(16300, total - off);
@@ -208,15 +208,15 @@ TEST_F(DfwTest, NameLookupRows) {
 }
 
 TEST(DfwHeadDecode, BothFormsAndBadBlobs) {
-  tarsim::DfwHeadSpec spec;
-  spec.index = 77;
-  spec.name = "edge";
-  spec.ifname = "xe-1/0/0.5";
-  spec.family = 3;
-  spec.hash = {9, 8, 7};
+  tarsim::DfwHeadInfo info;
+  info.index = 77;
+  info.name = "edge";
+  info.ifname = "xe-1/0/0.5";
+  info.family = 3;
+  info.hash = {9, 8, 7};
   for (bool legacy : {false, true}) {
-    spec.legacy = legacy;
-    const Bytes blob = Dfw::head_blob(spec);
+    info.legacy = legacy;
+    const Bytes blob = Dfw::head_blob(info);
     _dfw_filter_head h{};
     ASSERT_EQ(tarvik_dfwfhm_decode(blob.data(), static_cast<uint32_t>(blob.size()), &h), 0);
     EXPECT_EQ(h.dfh_index.dfh_key_index, 77u);

@@ -31,7 +31,7 @@ class DfwFamily;
 }
 
 // What a program's header says, for building one.
-struct DfwProgramSpec {
+struct DfwProgramInfo {
   std::string name;
   std::string ifname;
   uint8_t family = 0;       // dfh_family
@@ -43,7 +43,7 @@ struct DfwProgramSpec {
 };
 
 // What a filter head says, for seeding one.
-struct DfwHeadSpec {
+struct DfwHeadInfo {
   uint32_t index = 0;
   std::string name;
   std::string ifname;
@@ -54,17 +54,17 @@ struct DfwHeadSpec {
 
 class TARSIM_EXPORT Dfw {
  public:
-  // A program of 344 + spec.body bytes whose header gives that total.
-  static Bytes program(const DfwProgramSpec &spec);
+  // A program of 344 + info.body bytes whose header gives that total.
+  static Bytes program(const DfwProgramInfo &info);
   // A head blob in either form.
-  static Bytes head_blob(const DfwHeadSpec &spec);
+  static Bytes head_blob(const DfwHeadInfo &info);
 
   // Stores a program as if it had been sent, and a head blob (the gencfg listeners hear it).
   void seed_program(uint32_t filter, uint8_t af, const uint8_t *program, size_t size);
   void seed_program(uint32_t filter, uint8_t af, const Bytes &program) {
     seed_program(filter, af, program.data(), program.size());
   }
-  void seed_head(const DfwHeadSpec &spec);
+  void seed_head(const DfwHeadInfo &info);
   // The program stored for (filter, af), or null.
   const Bytes *find(uint32_t filter, uint8_t af) const;
   // Every stored program.

@@ -31,7 +31,7 @@ struct Pending {
   std::map<uint32_t, Bytes> parts;  // by offset
 };
 
-const DfwHeadSpec kSeedHeads[] = {
+const DfwHeadInfo kSeedHeads[] = {
     {10, "protect-re", "lo0.0", 0, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}, false},
     {20, "count-all", "ge-0/0/0.0", 0, {0xC0, 0xFF, 0xEE}, true},
 };
@@ -39,7 +39,7 @@ const DfwHeadSpec kSeedHeads[] = {
 }  // namespace
 
 void seed_filter_heads(std::map<GencfgKey, GencfgEntry> &store) {
-  for (const DfwHeadSpec &h : kSeedHeads) {
+  for (const DfwHeadInfo &h : kSeedHeads) {
     const uint32_t be = htonl(h.index);
     GencfgEntry e;
     e.id = Gencfg::bytes_key(TLK_DFW_HEAD_MAJOR, TLK_DFW_HEAD_MINOR,
@@ -53,7 +53,7 @@ void seed_filter_heads(std::map<GencfgKey, GencfgEntry> &store) {
 class DfwFamily final : public Family {
  public:
   explicit DfwFamily(Host &host) : host_(host) {
-    DfwProgramSpec p;
+    DfwProgramInfo p;
     p.name = "protect-re";
     p.ifname = "lo0.0";
     p.hash = {0xAA, 0xBB};
@@ -166,48 +166,48 @@ Dfw Kernel::dfw() {
   return Dfw(&internal::kDfw.in(*impl_), gencfg());
 }
 
-Bytes Dfw::program(const DfwProgramSpec &spec) {
-  Bytes p(TLK_DFW_PROGRAM_HEADER + spec.body, 0);
-  p[4] = spec.family_code;
-  p[6] = spec.kind & 0xEF;  // the long form: every length word counts
-  p[7] = static_cast<uint8_t>(std::min<size_t>(spec.name.size(), 127));
-  p[8] = static_cast<uint8_t>(std::min<size_t>(spec.ifname.size(), 127));
-  p[9] = spec.family;
-  p[10] = spec.flags;
-  memcpy(p.data() + internal::kNameAt, spec.name.data(), p[7]);
-  memcpy(p.data() + internal::kHashAt, spec.hash.data(), 16);
-  memcpy(p.data() + internal::kIfnameAt, spec.ifname.data(), p[8]);
-  internal::store32(p.data() + 284, spec.body);
-  for (size_t i = 0; i < spec.body; ++i)
+Bytes Dfw::program(const DfwProgramInfo &info) {
+  Bytes p(TLK_DFW_PROGRAM_HEADER + info.body, 0);
+  p[4] = info.family_code;
+  p[6] = info.kind & 0xEF;  // the long form: every length word counts
+  p[7] = static_cast<uint8_t>(std::min<size_t>(info.name.size(), 127));
+  p[8] = static_cast<uint8_t>(std::min<size_t>(info.ifname.size(), 127));
+  p[9] = info.family;
+  p[10] = info.flags;
+  memcpy(p.data() + internal::kNameAt, info.name.data(), p[7]);
+  memcpy(p.data() + internal::kHashAt, info.hash.data(), 16);
+  memcpy(p.data() + internal::kIfnameAt, info.ifname.data(), p[8]);
+  internal::store32(p.data() + 284, info.body);
+  for (size_t i = 0; i < info.body; ++i)
     p[TLK_DFW_PROGRAM_HEADER + i] = static_cast<uint8_t>(i * 7);
   return p;
 }
 
-Bytes Dfw::head_blob(const DfwHeadSpec &spec) {
-  if (spec.legacy) {
+Bytes Dfw::head_blob(const DfwHeadInfo &info) {
+  if (info.legacy) {
     Bytes b(TLK_DFW_LEGACY_HEAD_LEN, 0);
     internal::store32(b.data(), htonl(1));
-    internal::store32(b.data() + 4, htonl(spec.index));
+    internal::store32(b.data() + 4, htonl(info.index));
     b[8] = 1;
-    b[14] = spec.family;
-    b[17] = static_cast<uint8_t>(std::min<size_t>(spec.name.size(), 127));
-    memcpy(b.data() + 18, spec.name.data(), b[17]);
-    b[146] = static_cast<uint8_t>(std::min<size_t>(spec.ifname.size(), 127));
-    memcpy(b.data() + 147, spec.ifname.data(), b[146]);
-    memcpy(b.data() + 275, spec.hash.data(), 16);
+    b[14] = info.family;
+    b[17] = static_cast<uint8_t>(std::min<size_t>(info.name.size(), 127));
+    memcpy(b.data() + 18, info.name.data(), b[17]);
+    b[146] = static_cast<uint8_t>(std::min<size_t>(info.ifname.size(), 127));
+    memcpy(b.data() + 147, info.ifname.data(), b[146]);
+    memcpy(b.data() + 275, info.hash.data(), 16);
     for (int i = 0; i < 5; ++i) b[291 + i] = static_cast<uint8_t>(0xE0 + i);
     return b;
   }
   _dfw_filter_head h{};
-  h.dfh_index.dfh_key_index = spec.index;
+  h.dfh_index.dfh_key_index = info.index;
   h.dfh_valid = 1;
-  h.dfh_family = spec.family;
-  std::string name = spec.name, ifname = spec.ifname;
+  h.dfh_family = info.family;
+  std::string name = info.name, ifname = info.ifname;
   h.dfh_name = reinterpret_cast<uint8_t *>(name.data());
   h.dfh_name_len = static_cast<uint32_t>(name.size() + 1);
   h.dfh_ifname = reinterpret_cast<uint8_t *>(ifname.data());
   h.dfh_ifname_len = static_cast<uint32_t>(ifname.size() + 1);
-  memcpy(h.dfh_hash, spec.hash.data(), 16);
+  memcpy(h.dfh_hash, info.hash.data(), 16);
   Bytes b(4 + tlv_encode__dfw_filter_head_0(&h, nullptr, nullptr, 0));
   internal::store32(b.data(), htonl(2));
   (void)tlv_encode__dfw_filter_head_0(&h, nullptr, b.data() + 4,
@@ -218,13 +218,13 @@ Bytes Dfw::head_blob(const DfwHeadSpec &spec) {
 void Dfw::seed_program(uint32_t filter, uint8_t af, const uint8_t *program, size_t size) {
   family_->programs[{filter, af}] = Bytes(program, program + size);
 }
-void Dfw::seed_head(const DfwHeadSpec &spec) {
-  const uint32_t be = htonl(spec.index);
+void Dfw::seed_head(const DfwHeadInfo &info) {
+  const uint32_t be = htonl(info.index);
   GencfgEntry e;
   e.id = Gencfg::bytes_key(TLK_DFW_HEAD_MAJOR, TLK_DFW_HEAD_MINOR,
                            std::span(reinterpret_cast<const uint8_t *>(&be), 4));
   e.flags = TLK_GENCFG_KEY;
-  e.blob = head_blob(spec);
+  e.blob = head_blob(info);
   (void)gencfg_.change(TLK_OP_ADD, e);
 }
 const Bytes *Dfw::find(uint32_t filter, uint8_t af) const {

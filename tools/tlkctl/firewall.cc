@@ -127,7 +127,7 @@ int add(tarsim::Kernel &kernel, tarvik_cookie *c, const std::string &file) {
     fprintf(stderr, "tlkctl firewall: cannot read %s\n", file.c_str());
     return 1;
   }
-  tarsim::DfwProgramSpec spec;
+  tarsim::DfwProgramInfo info;
   uint32_t index = 0;
   std::string body;
   for (std::string line; std::getline(in, line);) {
@@ -136,16 +136,16 @@ int add(tarsim::Kernel &kernel, tarvik_cookie *c, const std::string &file) {
     const std::string value = space == std::string::npos ? "" : line.substr(space + 1);
     if (line.empty() || line[0] == '#') continue;
     if (key == "filter") {
-      spec.name = value;
+      info.name = value;
     } else if (key == "interface") {
-      spec.ifname = value;
+      info.ifname = value;
     } else if (key == "index") {
       index = static_cast<uint32_t>(strtoul(value.c_str(), nullptr, 0));
     } else {
       body += line + "\n";
     }
   }
-  if (spec.name.empty() || spec.name.size() >= TLK_DFW_NAME_MAX) {
+  if (info.name.empty() || info.name.size() >= TLK_DFW_NAME_MAX) {
     fprintf(stderr, "tlkctl firewall: %s: a 'filter NAME' line (under 128 characters) is needed\n",
             file.c_str());
     return 1;
@@ -155,10 +155,10 @@ int add(tarsim::Kernel &kernel, tarvik_cookie *c, const std::string &file) {
     index = known.empty() ? 1 : known.back() + 1;
   }
   // The program: its header, then the body; its hash is the MD5 of the body.
-  spec.body = static_cast<uint32_t>(body.size());
+  info.body = static_cast<uint32_t>(body.size());
   if (const auto md5 = tlk_platform_host()->md5_cksum; md5 != nullptr)
-    md5(body.data(), body.size(), body.size(), spec.hash.data(), nullptr);
-  tarsim::Bytes program = tarsim::Dfw::program(spec);
+    md5(body.data(), body.size(), body.size(), info.hash.data(), nullptr);
+  tarsim::Bytes program = tarsim::Dfw::program(info);
   memcpy(program.data() + TLK_DFW_PROGRAM_HEADER, body.data(), body.size());
   int err = tarvik_dfwm_update(c, index, kAfInet, TLK_OP_ADD, program.data());
   if (err != 0) {
@@ -166,11 +166,11 @@ int add(tarsim::Kernel &kernel, tarvik_cookie *c, const std::string &file) {
     return 1;
   }
   // The head, as the daemon that owns the filter stores it: a gencfg blob keyed by the index.
-  tarsim::DfwHeadSpec head;
+  tarsim::DfwHeadInfo head;
   head.index = index;
-  head.name = spec.name;
-  head.ifname = spec.ifname;
-  head.hash = spec.hash;
+  head.name = info.name;
+  head.ifname = info.ifname;
+  head.hash = info.hash;
   tarsim::Bytes blob = tarsim::Dfw::head_blob(head);
   const uint8_t key[4] = {static_cast<uint8_t>(index >> 24), static_cast<uint8_t>(index >> 16),
                           static_cast<uint8_t>(index >> 8), static_cast<uint8_t>(index)};
@@ -190,9 +190,9 @@ int add(tarsim::Kernel &kernel, tarvik_cookie *c, const std::string &file) {
   }
   const tarsim::Bytes *stored = kernel.dfw().find(index, kAfInet);
   printf("filter %u \"%s\" programmed: %zu bytes in %zu fragment(s), body hash %s\n", index,
-         spec.name.c_str(), program.size(),
+         info.name.c_str(), program.size(),
          (program.size() + TLK_DFW_FRAGMENT - 1) / TLK_DFW_FRAGMENT,
-         hex(spec.hash.data(), spec.hash.size()).c_str());
+         hex(info.hash.data(), info.hash.size()).c_str());
   return stored != nullptr && *stored == program ? 0 : 1;
 }
 
