@@ -36,6 +36,16 @@ TEST(Layout, TargetSizes) {
         {"ifa_msg", tlv_rtti_sizeof_ifa_msg_0, tlv_rtti_sizeof_map_ifa_msg_0, 152, 56},
         {"ifmedia", tlv_rtti_sizeof_ifmedia_0, tlv_rtti_sizeof_map_ifmedia_0, 160, 20},
         {"iffilter", tlv_rtti_sizeof_iffilter_0, tlv_rtti_sizeof_map_iffilter_0, 124, 4},
+        {"rtb_msg", tlv_rtti_sizeof_rtb_msg_0, tlv_rtti_sizeof_map_rtb_msg_0, 208, 64},
+        {"route_table_stats", tlv_rtti_sizeof_route_table_stats_0,
+         tlv_rtti_sizeof_map_route_table_stats_0, 40, 4},
+        {"rttable_tlvs", tlv_rtti_sizeof_rttable_tlvs_0, tlv_rtti_sizeof_map_rttable_tlvs_0, 40, 4},
+        {"rt_msg", tlv_rtti_sizeof_rt_msg_0, tlv_rtti_sizeof_map_rt_msg_0, 248, 132},
+        {"rtm_idx", tlv_rtti_sizeof_rtm_idx_0, tlv_rtti_sizeof_map_rtm_idx_0, 4, 8},
+        {"rtm_msg", tlv_rtti_sizeof_rtm_msg_0, tlv_rtti_sizeof_map_rtm_msg_0, 52, 28},
+        {"rnh_msg", tlv_rtti_sizeof_rnh_msg_0, tlv_rtti_sizeof_map_rnh_msg_0, 736, 640},
+        {"rnh_info", tlv_rtti_sizeof_rnh_info_0, tlv_rtti_sizeof_map_rnh_info_0, 20, 16},
+        {"ntbl_msg", tlv_rtti_sizeof_ntbl_msg_0, tlv_rtti_sizeof_map_ntbl_msg_0, 72, 16},
     };
     for (auto &row : rows) {
       EXPECT_EQ(row.size, row.want_size) << row.name;
@@ -54,6 +64,7 @@ TEST(Layout, TargetSizes) {
     EXPECT_EQ(offsetof(gencfg_peerinfo, index) + offsetof(gencfg_peer_index_type, index_type), 4u);
     EXPECT_EQ(offsetof(gencfg_peerinfo, index) + offsetof(gencfg_peer_index_type, idx), 8u);
     EXPECT_EQ(offsetof(dfw_msg, flav), 64u);
+    EXPECT_EQ(offsetof(rtm_msg, prefix), 40u);
   } else {
     // Natural host layout: pointers of 8 bytes.
     EXPECT_EQ(tlv_rtti_sizeof_tlk_hdr_0, 40u);
