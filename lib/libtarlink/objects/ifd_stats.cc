@@ -183,13 +183,7 @@ TLK_EXPORT int async_tarvik_ifdsm_get_by_index_kernel(tarvik_cookie *cookie, uin
 
 TLK_EXPORT int tarvik_ifdsm_async_kernel_register(tarvik_cookie *cookie, void *arg,
                                                   tarvik_async_handler_t handler) {
-  const auto *product = static_cast<const uint8_t *>(ops().product_info_data());
-  if (product == nullptr || cookie == nullptr || handler == nullptr ||
-      cookie->async_info == nullptr)
-    return EINVAL;
-  const uint16_t model = tlk::wire::load_u16(product + 2);
-  if (!model_accepted(model)) return EOPNOTSUPP;
-  return tarvik_setup_async_registration(cookie, TLK_MSG_IFDSTATS, 0, 0, arg, handler);
+  return tlk::request::register_for_model(cookie, TLK_MSG_IFDSTATS, arg, handler, model_accepted);
 }
 
 }  // extern "C"

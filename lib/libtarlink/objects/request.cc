@@ -1,9 +1,11 @@
 // The request-reply helper (objects/request.h).
 #include "objects/request.h"
 
+#include <errno.h>
 #include <string.h>
 
 #include "cookie.h"
+#include "platform/platform.h"
 #include "wire.h"
 
 namespace tlk::request {
@@ -44,6 +46,16 @@ size_t put_name(uint8_t *at, const char *name, size_t max_chars, uint8_t **field
   *field = at;
   *length = static_cast<uint32_t>(n + 1);
   return n + 1;
+}
+
+int register_for_model(tarvik_cookie *cookie, uint8_t type, void *arg,
+                       tarvik_async_handler_t handler, bool (*accepted)(uint16_t model)) {
+  const auto *product = static_cast<const uint8_t *>(tlk::platform::ops().product_info_data());
+  if (product == nullptr || cookie == nullptr || handler == nullptr ||
+      cookie->async_info == nullptr)
+    return EINVAL;
+  if (!accepted(wire::load_u16(product + 2))) return EOPNOTSUPP;
+  return tarvik_setup_async_registration(cookie, type, 0, 0, arg, handler);
 }
 
 void clear_outs(void **out, void **mask) {

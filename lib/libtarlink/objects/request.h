@@ -81,6 +81,12 @@ size_t put_name(uint8_t *at, const char *name, size_t max_chars, uint8_t **field
 // Stores NULL in the out arguments that were given.
 void clear_outs(void **out, void **mask = nullptr);
 
+// Registers `handler` for the statistics notifications of `type` if the product's model (the
+// second u16 of the platform's product record) passes `accepted`: EINVAL without a product
+// record, session, handler or asynchronous context; EOPNOTSUPP for a model not accepted.
+int register_for_model(tarvik_cookie *cookie, uint8_t type, void *arg,
+                       tarvik_async_handler_t handler, bool (*accepted)(uint16_t model));
+
 // ---- Owned blocks ----
 
 // A zero-filled message block of TLK_MSG_BUF_SIZE bytes (tarvik_msg_malloc), freed when the
