@@ -75,6 +75,11 @@ typedef struct tlk_platform {
    * hash is made with it. */
   void (*md5_cksum)(const void *data, size_t length, size_t block_length, uint8_t *digest,
                     void *context);
+  /* The kernel's "none" indexes: no next hop and no logical interface.  An add of a next hop
+   * sends `null_nh_idx` and the kernel answers with the index it chose; a list of logical
+   * interfaces may not name `null_ifl_idx`.  Both are 0 on the host. */
+  uint32_t null_nh_idx;
+  uint32_t null_ifl_idx;
 } tlk_platform;
 
 /* The table in force. */

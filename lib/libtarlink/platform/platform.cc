@@ -139,6 +139,8 @@ constexpr tlk_platform kHost = {
     .program_name = host_program_name,
     .getpid = host_getpid,
     .md5_cksum = host_md5_cksum,
+    .null_nh_idx = 0,
+    .null_ifl_idx = 0,
 };
 
 }  // namespace
