@@ -25,6 +25,7 @@
  *   tarlink/ifl.h        logical interfaces
  *   tarlink/iff.h        protocol families and addresses of logical interfaces
  *   tarlink/gencfg.h     generic configuration blobs
+ *   tarlink/rtb.h        route tables and named table classes
  *   tarlink/tlk_stat.h   session statistics
  *   tarlink/dfw_stats.h  firewall counters and the firewall log
  *   tarlink/unnum.h      unnumbered address donors
@@ -47,6 +48,7 @@
 #include "tarlink/io.h"
 #include "tarlink/memory.h"
 #include "tarlink/msg_list.h"
+#include "tarlink/rtb.h"
 #include "tarlink/session.h"
 #include "tarlink/tlk_stat.h"
 #include "tarlink/unnum.h"
