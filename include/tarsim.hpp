@@ -8,6 +8,7 @@
 //   kernel.gencfg()    tarsim/gencfg.hpp    generic configuration blobs
 //   kernel.dfw()       tarsim/dfw.hpp       firewall filter programs and heads
 //   kernel.dfw_counters()  tarsim/dfw_stats.hpp  firewall counters and the firewall log
+//   kernel.route_tables()  tarsim/rtb.hpp  route tables and named table classes
 // The C face is tarsim.h.
 #pragma once
 
@@ -20,3 +21,4 @@
 #include "tarsim/ifa.hpp"
 #include "tarsim/iff.hpp"
 #include "tarsim/ifl.hpp"
+#include "tarsim/rtb.hpp"
