@@ -24,6 +24,7 @@ constexpr DemoStep kFamilySteps[] = {
     {"An unnumbered interface hears the addresses of its donor", demo_unnumbered},
     {"A firewall filter's counters, read before and after they move", demo_firewall},
     {"A large configuration blob, compressed by the caller's callbacks", demo_gencfg},
+    {"A route table created and read back by name", demo_tables},
     {"Many objects: one write per batch against one write per object", demo_bulk},
 };
 

@@ -29,6 +29,10 @@ constexpr tlkctl::Command kCommands[] = {
      tlkctl::run_show_interfaces},
     {"show addresses", "", "list every address: interface, index, family, address",
      tlkctl::run_show_addresses},
+    {"show tables", "", "list the route tables: id, family, name, logical router, flags",
+     tlkctl::run_show_tables},
+    {"table", "add NAME TID [inet|inet6]", "add a route table, then list them all",
+     tlkctl::run_table},
 };
 
 void usage(FILE *out) {
