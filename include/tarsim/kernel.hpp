@@ -73,15 +73,16 @@ struct TlkErr {
 };
 
 class Kernel;
-class Devices;      // tarsim/devices.hpp
-class Ifls;         // tarsim/ifl.hpp
-class Gencfg;       // tarsim/gencfg.hpp
-class Dfw;          // tarsim/dfw.hpp
-class Iffs;         // tarsim/iff.hpp
-class Ifas;         // tarsim/ifa.hpp
-class RouteTables;  // tarsim/rtb.hpp
+class Devices;  // tarsim/devices.hpp
+class Ifls;     // tarsim/ifl.hpp
+class Gencfg;   // tarsim/gencfg.hpp
+class Dfw;      // tarsim/dfw.hpp
+class Iffs;     // tarsim/iff.hpp
+class Ifas;     // tarsim/ifa.hpp
 // tarsim/dfw_stats.hpp
 class DfwCounters;
+// tarsim/rtb.hpp
+class RouteTables;
 namespace internal {
 class Core;
 }
@@ -119,22 +120,23 @@ class TARSIM_EXPORT Kernel {
   // --- Object families --------------------------------------------------------------------
   // Handles on the kernel's stores, valid while the kernel lives; through a const kernel, handles
   // that only read.
-  Devices devices();           // physical devices, their counters, the product record
-  Ifls ifls();                 // logical interfaces
-  Gencfg gencfg();             // generic configuration blobs
-  Dfw dfw();                   // firewall filter programs and heads
-  Iffs iffs();                 // protocol families of logical interfaces
-  Ifas ifas();                 // addresses of the families
-  RouteTables route_tables();  // route tables and named table classes
+  Devices devices();  // physical devices, their counters, the product record
+  Ifls ifls();        // logical interfaces
+  Gencfg gencfg();    // generic configuration blobs
+  Dfw dfw();          // firewall filter programs and heads
+  Iffs iffs();        // protocol families of logical interfaces
+  Ifas ifas();        // addresses of the families
   const Devices devices() const;
   const Ifls ifls() const;
   const Gencfg gencfg() const;
   const Iffs iffs() const;
   const Ifas ifas() const;
-  const RouteTables route_tables() const;
   // Firewall counters and the firewall log.
   DfwCounters dfw_counters();
   const DfwCounters dfw_counters() const;
+  // Route tables and named table classes.
+  RouteTables route_tables();
+  const RouteTables route_tables() const;
 
   // Statistics values kept beside the generic configuration blobs.
   GencfgStats gencfg_stats();
