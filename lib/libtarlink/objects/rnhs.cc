@@ -166,8 +166,8 @@ TLK_EXPORT int tarvik_rnhsm_get(tarvik_cookie *cookie, uint32_t kind, uint32_t o
                                 uint32_t info_len, uint32_t info_type, void **msg_out,
                                 void **mask_out) {
   tlk::request::clear_outs(msg_out, mask_out);
-  if (nh_type > kLargestType || ((kStatsTypes >> nh_type) & 1u) == 0) return EOPNOTSUPP;
   if (cookie == nullptr || msg_out == nullptr || mask_out == nullptr) return EINVAL;
+  if (nh_type > kLargestType || ((kStatsTypes >> nh_type) & 1u) == 0) return EOPNOTSUPP;
   const StatsArgs a{kind,   op,        nh_type,   af,
                     idx,    ifidx,     filteridx, static_cast<const uint8_t *>(gateway),
                     labels, info_body, info_len,  info_type};
