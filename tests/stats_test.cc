@@ -183,10 +183,17 @@ TEST_F(StatsTest, TheHalfSecondWaitsAreTheKernelsNotTheClocks) {
 TEST_F(StatsTest, ADescriptorBeyondAnFdSetSleepsInsteadOfSelecting) {
   // Fill every descriptor below 1024 so that the next session's socket lands above them.
   std::vector<int> fillers;
-  for (int fd = dup(0); fd >= 0 && fd < 1024; fd = dup(0)) fillers.push_back(fd);
+  const int base = open("/dev/null", O_RDONLY);
+  ASSERT_GE(base, 0);
+  fillers.push_back(base);
+  for (int next = dup(base); next >= 0; next = dup(base)) {
+    fillers.push_back(next);
+    if (next >= 1023) break;
+  }
   tarvik_cookie *high = open_session();
   for (int fd : fillers) close(fd);
   ASSERT_NE(high, nullptr);
+  ASSERT_GE(tarvik_getsockfd(high), 1024);
   kernel.nh_stats().hold_replies(2);
   WaitSpy spy;
   void *out = nullptr, *m = nullptr;
