@@ -27,6 +27,8 @@
  *   tarlink/gencfg.h     generic configuration blobs
  *   tarlink/rtb.h        route tables and named table classes
  *   tarlink/tlk_stat.h   session statistics
+ *   tarlink/rt_stats.h   route statistics and route class statistics
+ *   tarlink/rnh_stats.h  next hop statistics
  *   tarlink/dfw_stats.h  firewall counters and the firewall log
  *   tarlink/unnum.h      unnumbered address donors
  *
@@ -48,6 +50,8 @@
 #include "tarlink/io.h"
 #include "tarlink/memory.h"
 #include "tarlink/msg_list.h"
+#include "tarlink/rnh_stats.h"
+#include "tarlink/rt_stats.h"
 #include "tarlink/rtb.h"
 #include "tarlink/session.h"
 #include "tarlink/tlk_stat.h"

@@ -21,4 +21,6 @@
 #include "tarsim/ifa.hpp"
 #include "tarsim/iff.hpp"
 #include "tarsim/ifl.hpp"
+#include "tarsim/nh_stats.hpp"
+#include "tarsim/rt_stats.hpp"
 #include "tarsim/rtb.hpp"

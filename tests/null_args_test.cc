@@ -52,6 +52,9 @@ int noop_async_handler(tarvik_cookie *, void *, void *, uintptr_t) {
 
 void *g_out = nullptr;
 _dfw_filter_head g_head{};
+rnh_msg g_nh{};
+uint8_t g_prefix[4] = {10};
+uint32_t g_words[TLK_RTSTATS_WORDS];
 
 const Row kRows[] = {
     // Memory and diagnostics.
@@ -233,6 +236,19 @@ const Row kRows[] = {
     ROW(tarvik_tlk_proxy_stat_clear(nullptr, 1), EINVAL, false),
     ROW(tarvik_tlk_stat_get(nullptr, 0, 0, nullptr), EINVAL, false),
     ROW(tarvik_tlk_proxy_stat_get(nullptr, 1, 0, 0, nullptr), EINVAL, false),
+    // Next hop, route and route class statistics.
+    ROW(tarvik_rnhsm_get(nullptr, 0, TLK_OP_GET, 2, 2, 1, 0, 0, nullptr, nullptr, nullptr, 0, 0,
+                         &g_out, &g_out),
+        EINVAL, false),
+    ROW(tarvik_rnhsm_get_by_index(nullptr, 1, 0, 2, 2, nullptr, nullptr, 0, TLK_OP_GET, &g_out,
+                                  &g_out),
+        EINVAL, false),
+    ROW(tarvik_rnhsm_get_by_nexthop(nullptr, 0, TLK_OP_GET, &g_nh, &g_out, &g_out), EINVAL, false),
+    ROW(tarvik_rtstats_get(nullptr, 2, 0, 0, 0, 8, g_prefix, g_words, nullptr), EINVAL, false),
+    ROW(tarvik_rtcsm_get_by_index(nullptr, 1, 70, 2, 0, 0, &g_out), EINVAL, false),
+    ROW(tarvik_rtcsm_get_by_name(nullptr, 0, "gold", 2, 0, 0, &g_out), EINVAL, false),
+    ROW(tarvik_rtcsm_get_block_by_ifl_snmp_index(nullptr, 501, 2, 0, 0, &g_out), EINVAL, false),
+    ROW(tarvik_rtcsm_clear_by_index(nullptr, 1, 70, 2, 0), EINVAL, false),
     // Asynchronous sessions.
     ROW(tarvik_create_async_context(nullptr), EINVAL, false),
     ROW(tarvik_set_async_context(nullptr, evContext{}), EINVAL, false),

@@ -88,6 +88,8 @@ class Core;
 }
 
 class GencfgStats;  // tarsim/gencfg.hpp
+class NhStats;      // tarsim/nh_stats.hpp
+class RtStats;      // tarsim/rt_stats.hpp
 
 // Answers a raw request; it calls Kernel::send (or reply_with_seq) as often as it likes.
 using Responder = std::function<void(Kernel &, const Request &)>;
@@ -141,6 +143,10 @@ class TARSIM_EXPORT Kernel {
   // Statistics values kept beside the generic configuration blobs.
   GencfgStats gencfg_stats();
   const GencfgStats gencfg_stats() const;
+
+  // Next hop statistics, route statistics and route class statistics.
+  NhStats nh_stats();
+  RtStats rt_stats();
 
   // --- Version negotiation ----------------------------------------------------------------
   // What the library expects: count 110, interface version 98, then one byte per type 1..109.
