@@ -25,6 +25,7 @@ constexpr DemoStep kFamilySteps[] = {
     {"A firewall filter's counters, read before and after they move", demo_firewall},
     {"A large configuration blob, compressed by the caller's callbacks", demo_gencfg},
     {"Many objects: one write per batch against one write per object", demo_bulk},
+    {"A table of routes programmed in bulk, and destinations resolved in it", demo_routes},
 };
 
 void show_negotiation(tarvik_cookie *c) {
