@@ -234,6 +234,84 @@ TEST_F(RtmTest, TheForwardingInterfaceOfARouteWithoutNextHopIsMinusOne) {
   EXPECT_EQ(m, nullptr);
 }
 
+// The forwarding interface: the next hop's ifidx, else for a next hop of sub_kind 1 the first
+// attachment 0x2000018.  The kernel's answers are played by the test: the matched route (next hop
+// 42), then the next hop.
+TEST_F(RtmTest, TheForwardingInterfaceComesFromTheNextHop) {
+  const struct {
+    const char *what;
+    uint32_t ifidx;
+    uint8_t sub_kind;
+    std::vector<std::pair<uint32_t, uint32_t>> attachments;  // (selector, value)
+    bool refused;
+    int result;
+    uint32_t want;
+  } rows[] = {
+      {"interface index", 83, 0, {}, false, 0, 83},
+      {"index 0, sub_kind 1: the first such attachment",
+       0,
+       1,
+       {{0x2000004, 5}, {0x2000018, 91}, {0x2000018, 92}},
+       false,
+       0,
+       91},
+      {"index 0, another sub_kind: no search", 0, 0, {{0x2000018, 91}}, false, 0, 0},
+      {"index 0, sub_kind 1, no such attachment", 0, 1, {{0x2000004, 5}}, false, 0, 0},
+      {"the next hop refused", 0, 0, {}, true, -1, 0},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    int frames = 0;
+    kernel.on_frame([&](tarsim::Kernel &k, int fd, std::span<const uint8_t>) {
+      if (frames++ == 0) {
+        rt_msg r{};
+        r.rt_hdr.tlkh_version = TARVIK_VERSION_TABLE[TLK_MSG_ROUTE];
+        r.rt_hdr.tlkh_type = TLK_MSG_ROUTE;
+        r.rt_hdr.tlkh_op = TLK_OP_GET;
+        r.af = TLK_AF_INET6;
+        r.nhidx.idx = 42;
+        k.send(fd, frame_of(c, &r));
+        return;
+      }
+      if (row.refused) {
+        k.send(fd, tarsim::raw_message(TLK_MSG_TLK_ERR, TLK_OP_GET, c->seq));
+        return;
+      }
+      rnh_msg nh{};
+      nh.rnh_hdr.tlkh_version = TARVIK_VERSION_TABLE[TLK_MSG_NEXTHOP];
+      nh.rnh_hdr.tlkh_type = TLK_MSG_NEXTHOP;
+      nh.rnh_hdr.tlkh_op = TLK_OP_GET;
+      nh.ifidx.idx = row.ifidx;
+      nh.sub_kind = row.sub_kind;
+      std::vector<tlk_msg_info> infos(row.attachments.size());
+      std::vector<tlk_msg_info *> list;
+      for (size_t i = 0; i < infos.size(); ++i) {
+        infos[i].tlkmi_type = row.attachments[i].first;
+        infos[i].tlkmi_u.tlk_msg_info_u32.value = row.attachments[i].second;
+        list.push_back(&infos[i]);
+      }
+      nh.rnh_hdr.tlkh_info = list.empty() ? nullptr : list.data();
+      nh.rnh_hdr.tlkh_info_len = static_cast<uint32_t>(list.size());
+      k.send(fd, frame_of(c, &nh));
+    });
+    const uint8_t dst[16] = {0x20, 0x01, 0x0d, 0xb8};
+    void *m = nullptr;
+    EXPECT_EQ(tarvik_rtmatch_fwding_nh_ifindex(c, 0, TLK_AF_INET6, 0, dst, 128, &m, nullptr),
+              row.result);
+    ASSERT_NE(m, nullptr) << "the match reply stays with the caller";
+    EXPECT_EQ(static_cast<rt_msg *>(m)->rtm_idx.idx, row.want);
+    auto req = last_request_as<rnh_msg>();
+    ASSERT_NE(req, nullptr);
+    EXPECT_EQ(req->rnh_hdr.tlkh_type, TLK_MSG_NEXTHOP);
+    EXPECT_EQ(req->rnh_hdr.tlkh_op, TLK_OP_GET);
+    EXPECT_EQ(req->idx.idx, 42u);
+    EXPECT_EQ(req->af, TLK_AF_INET6) << "the family of the match reply";
+    tarvik_msg_idl_release(c, m, nullptr);
+    kernel.on_frame(nullptr);
+    drain(c);
+  }
+}
+
 struct RefRoute {
   uint16_t plen;
   uint8_t bytes[16];

@@ -17,8 +17,9 @@
 //   delete (3)       remove it, no reply; an unknown prefix changes nothing
 //   get (4)          the route of exactly the request's prefix; a request without a prefix and
 //                    with a type names the first route of that type
-//   getnext (5)      the route after the request's prefix in prefix order (the whole table from a
-//                    request without a prefix; a type, when given, skips routes of other types)
+//   getnext (5)      the route after the request's prefix in prefix order; a request without a
+//                    prefix starts after the default route (which a get without a prefix reads);
+//                    a type, when given, skips routes of other types
 // An add naming a next hop (nhidx not 0) that the kernel does not hold is refused, as a get of
 // an unknown prefix is, with a raw "tlk-err" (ENOENT); a framed read reports EOPNOTSUPP.  Route
 // match requests ("rtmatch", type 12) are answered with the route whose prefix is the longest

@@ -94,10 +94,14 @@ void print_rows(const std::vector<std::vector<std::string>> &rows) {
 
 const std::vector<std::string> kHeader = {"PREFIX", "TYPE", "NEXT HOP", "INTERFACE", "FLAGS"};
 
-// Every route of one table and family, by getnext from the table's start.
+// Every route of one table and family: the default route by a get, the rest by getnext.
 void read_table(tarvik_cookie *c, uint32_t tid, uint32_t af,
                 std::vector<std::vector<std::string>> *rows) {
   void *m = nullptr;
+  if (tarvik_rtm_get(c, tid, af, nullptr, 0, 0, 0, 0, 0, TLK_OP_GET, &m, nullptr) == 0) {
+    rows->push_back(route_cells(*static_cast<rt_msg *>(m)));
+    tarvik_msg_idl_release(c, m, nullptr);
+  }
   int err = tarvik_rtm_get(c, tid, af, nullptr, 0, 0, 0, 0, 0, TLK_OP_GETNEXT, &m, nullptr);
   while (err == 0) {
     rows->push_back(route_cells(*static_cast<rt_msg *>(m)));
