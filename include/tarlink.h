@@ -24,6 +24,7 @@
  *   tarlink/ifd.h        devices, their statistics and alarms
  *   tarlink/ifl.h        logical interfaces
  *   tarlink/iff.h        protocol families and addresses of logical interfaces
+ *   tarlink/rtm.h        routes and route match
  *   tarlink/gencfg.h     generic configuration blobs
  *   tarlink/rtb.h        route tables and named table classes
  *   tarlink/tlk_stat.h   session statistics
@@ -53,6 +54,7 @@
 #include "tarlink/rnh_stats.h"
 #include "tarlink/rt_stats.h"
 #include "tarlink/rtb.h"
+#include "tarlink/rtm.h"
 #include "tarlink/session.h"
 #include "tarlink/tlk_stat.h"
 #include "tarlink/unnum.h"

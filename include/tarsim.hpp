@@ -22,5 +22,6 @@
 #include "tarsim/iff.hpp"
 #include "tarsim/ifl.hpp"
 #include "tarsim/nh_stats.hpp"
+#include "tarsim/routes.hpp"
 #include "tarsim/rt_stats.hpp"
 #include "tarsim/rtb.hpp"

@@ -59,6 +59,21 @@ const rtb_msg &rtb(const void *m) {
 }
 const ntbl_msg &ntbl(const void *m) {
   return *static_cast<const ntbl_msg *>(m);
+const rt_msg &route(const void *m) {
+  return *static_cast<const rt_msg *>(m);
+}
+
+// A route's walk key in table 0: its length, then its (plen + 7) / 8 bytes, one byte a word.
+Key route_key(uint16_t plen, const uint8_t *bytes) {
+  Key k{plen};
+  for (size_t i = 0; i < (plen + 7u) / 8; ++i) k.push_back(bytes[i]);
+  return k;
+}
+
+int route_by_key(tarvik_cookie *c, const Key &k, uint32_t op, void **out) {
+  uint8_t bytes[16] = {};
+  for (size_t i = 1; i < k.size() && i <= 16; ++i) bytes[i - 1] = static_cast<uint8_t>(k[i]);
+  return tarvik_rtm_get(c, 0, TLK_AF_INET, bytes, k.at(0), 0, 0, 0, 0, op, out, nullptr);
 }
 
 // An address's walk key: index, family, the two prefix lengths, then the destination's bytes and
@@ -81,7 +96,8 @@ int address_by_key(tarvik_cookie *c, const Key &k, uint32_t op, void **out) {
                                        out, nullptr);
 }
 
-const uint8_t kNet[] = {10, 0, 0, 0}, kHost[] = {10, 0, 0, 1};
+const uint8_t kNet[] = {10, 0, 0, 0}, kHost[] = {10, 0, 0, 1}, kElsewhere[] = {192, 168, 1, 1};
+const uint8_t kInNet[] = {10, 0, 0, 7};
 
 const Family kFamilies[] = {
     {
@@ -260,6 +276,29 @@ const Family kFamilies[] = {
           return std::pair{text(ntbl(r).ntbl_name), ntbl(r).ntbl_name_len};
         },
         false,
+        "routes",
+        route_key(24, kNet),
+        route_key(32, kElsewhere),
+        {{"prefix",
+          [](auto *c, uint32_t op, void **o, void **m) {
+            return tarvik_rtm_get_by_prefix(c, TLK_AF_INET, kNet, 24, op, o, m);
+          }},
+         {"table, prefix and type",
+          [](auto *c, uint32_t op, void **o, void **m) {
+            return tarvik_rtm_get(c, 0, TLK_AF_INET, kNet, 24, 7, 0, 0, 0, op, o, m);
+          }},
+         {"a destination it covers",
+          [](auto *c, uint32_t, void **o, void **m) {
+            return tarvik_rtmatch_by_prefix(c, 0, TLK_AF_INET, 0, kInNet, 32, o, m);
+          }}},
+        route_by_key,
+        [](const void *m) { return route_key(route(m).plen, route(m).prefix); },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          k.routes().walk(0, TLK_AF_INET,
+                          [&](const tarsim::Route &r) { keys.push_back(route_key(r.plen, r.prefix)); });
+          return keys;
+        },
     },
 };
 

@@ -79,6 +79,7 @@ class Gencfg;   // tarsim/gencfg.hpp
 class Dfw;      // tarsim/dfw.hpp
 class Iffs;     // tarsim/iff.hpp
 class Ifas;     // tarsim/ifa.hpp
+class Routes;   // tarsim/routes.hpp
 // tarsim/dfw_stats.hpp
 class DfwCounters;
 // tarsim/rtb.hpp
@@ -128,11 +129,13 @@ class TARSIM_EXPORT Kernel {
   Dfw dfw();          // firewall filter programs and heads
   Iffs iffs();        // protocol families of logical interfaces
   Ifas ifas();        // addresses of the families
+  Routes routes();    // routes of every table, with longest-prefix match
   const Devices devices() const;
   const Ifls ifls() const;
   const Gencfg gencfg() const;
   const Iffs iffs() const;
   const Ifas ifas() const;
+  const Routes routes() const;
   // Firewall counters and the firewall log.
   DfwCounters dfw_counters();
   const DfwCounters dfw_counters() const;

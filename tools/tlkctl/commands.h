@@ -48,6 +48,10 @@ int run_show_addresses(int argc, char **argv);
 int run_show_tables(int argc, char **argv);
 // tlkctl table add NAME TID [inet|inet6]: adds a route table and lists them all.
 int run_table(int argc, char **argv);
+// tlkctl route add|delete|get|match <prefix> [nh N] [table T]: one route request.
+int run_route(int argc, char **argv);
+// tlkctl show routes [table]: a table's routes in prefix order, inet then inet6.
+int run_show_routes(int argc, char **argv);
 
 // ---- Demo steps of the families, one row each in demo.cc ----
 // A second session hears a change that a first one makes; a third doesn't.
@@ -64,12 +68,16 @@ int demo_gencfg(tarsim::Kernel &kernel, tarvik_cookie *c);
 int demo_bulk(tarsim::Kernel &kernel, tarvik_cookie *c);
 // A route table created and read back by name.
 int demo_tables(tarsim::Kernel &kernel, tarvik_cookie *c);
+// A table of 100,000 routes programmed in bulk, then a few destinations resolved in it.
+int demo_routes(tarsim::Kernel &kernel, tarvik_cookie *c);
 
 // `n` bytes of configuration-like text, the same every time: it compresses several times over.
 std::vector<uint8_t> pattern_blob(size_t n);
 
 // One notification on one line: "notify seq=N type=NAME(T) op=OP len=L".
 void print_notification(FILE *out, const void *msg);
+// A route notification's route on one line: "  route PREFIX table T type TYPE nh N".
+void print_route(FILE *out, const void *msg);
 // Writes one raw change (a header and 8 bytes of `tag`) with the session's next sequence number.
 int write_change(tarvik_cookie *writer, uint8_t type, uint8_t op, uint8_t tag);
 // Runs the session's own loop turn by turn until a turn brings nothing new for `*heard`.

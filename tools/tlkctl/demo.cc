@@ -26,6 +26,7 @@ constexpr DemoStep kFamilySteps[] = {
     {"A large configuration blob, compressed by the caller's callbacks", demo_gencfg},
     {"A route table created and read back by name", demo_tables},
     {"Many objects: one write per batch against one write per object", demo_bulk},
+    {"A table of routes programmed in bulk, and destinations resolved in it", demo_routes},
 };
 
 void show_negotiation(tarvik_cookie *c) {

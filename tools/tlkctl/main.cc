@@ -33,6 +33,12 @@ constexpr tlkctl::Command kCommands[] = {
      tlkctl::run_show_tables},
     {"table", "add NAME TID [inet|inet6]", "add a route table, then list them all",
      tlkctl::run_table},
+    {"route", "add|delete|get <prefix>/<len> [nh <idx>] [table <tid>] | match <address>",
+     "add, delete or read one route; resolve an address to its longest matching route",
+     tlkctl::run_route},
+    {"show routes", "[table]",
+     "list a table's routes (0 unless given): prefix, type, next hop, interface, flags",
+     tlkctl::run_show_routes},
 };
 
 void usage(FILE *out) {

@@ -42,6 +42,27 @@ int print_handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
   return 0;
 }
 
+// Routes: the notification line, then the route itself when the message is a route record.
+int route_handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
+  const auto &h = *static_cast<const tlk_hdr *>(msg);
+  print_notification(stdout, msg);
+  if (h.tlkh_fixedlen == tlv_rtti_sizeof_rt_msg_0) print_route(stdout, msg);
+  tarvik_msg_free(cookie, msg);
+  ++static_cast<Monitor *>(arg)->heard;
+  return 0;
+}
+
+// One change of the demo: routes as a client programs them, anything else as a raw change.  A
+// round of changes adds a route and deletes it again: its prefix is the round's.
+int make_change(tarvik_cookie *writer, uint8_t type, uint8_t op, uint8_t tag) {
+  if (type != TLK_MSG_ROUTE) return write_change(writer, type, op, tag);
+  const uint8_t net[4] = {10, 99, static_cast<uint8_t>(tag / 8), 0};
+  if (op == TLK_OP_DELETE)
+    return tarvik_rtm_delete_prefix(writer, 0, TLK_AF_INET, 1, 0, net, 24, 0);
+  return tarvik_rtm_add(writer, 0, TLK_AF_INET, 1, 0, 2, 0, 0, 0, 0, 0, 0, nullptr, net, 24,
+                        nullptr, nullptr);
+}
+
 evContext g_interrupt_ctx{};
 void on_interrupt(int) {
   tlk_ev_break(g_interrupt_ctx);
@@ -76,7 +97,7 @@ int listen_all(tarvik_cookie *c, Monitor *m) {
   if (!err) err = tarvik_iffm_async_register(c, 5, m, print_handler);
   if (!err) err = tarvik_ifam_async_register(c, 5, m, print_handler);
   if (!err) err = tarvik_rtbm_async_register(c, m, print_handler);
-  if (!err) err = tarvik_rtm_async_register(c, m, print_handler);
+  if (!err) err = tarvik_rtm_async_register(c, m, route_handler);
   if (!err) err = tarvik_rnhm_async_register(c, m, print_handler);
   if (!err) err = tarvik_dfwm_async_register(c, m, print_handler);
   return err;
@@ -125,7 +146,7 @@ int run_monitor(int argc, char **argv) {
     tarvik_cookie *writer = tarvik_open_set_liberr(10, nullptr, print_diagnostic);
     for (long i = 0; writer != nullptr && i < changes; ++i) {
       const auto &ch = kChanges[static_cast<size_t>(i) % (sizeof kChanges / sizeof kChanges[0])];
-      write_change(writer, ch.type, ch.op, static_cast<uint8_t>(i));
+      make_change(writer, ch.type, ch.op, static_cast<uint8_t>(i));
     }
     tarvik_close(writer);
     result = run_until_quiet(m.cookie, &m.heard);
