@@ -59,6 +59,7 @@ const rtb_msg &rtb(const void *m) {
 }
 const ntbl_msg &ntbl(const void *m) {
   return *static_cast<const ntbl_msg *>(m);
+}
 const rt_msg &route(const void *m) {
   return *static_cast<const rt_msg *>(m);
 }
@@ -276,6 +277,8 @@ const Family kFamilies[] = {
           return std::pair{text(ntbl(r).ntbl_name), ntbl(r).ntbl_name_len};
         },
         false,
+    },
+    {
         "routes",
         route_key(24, kNet),
         route_key(32, kElsewhere),
