@@ -24,6 +24,7 @@
  *   tarlink/ifd.h        devices, their statistics and alarms
  *   tarlink/ifl.h        logical interfaces
  *   tarlink/iff.h        protocol families and addresses of logical interfaces
+ *   tarlink/rnh.h        next hops, reserved next hop indexes, composites
  *   tarlink/gencfg.h     generic configuration blobs
  *   tarlink/tlk_stat.h   session statistics
  *   tarlink/dfw_stats.h  firewall counters and the firewall log
@@ -47,6 +48,7 @@
 #include "tarlink/io.h"
 #include "tarlink/memory.h"
 #include "tarlink/msg_list.h"
+#include "tarlink/rnh.h"
 #include "tarlink/session.h"
 #include "tarlink/tlk_stat.h"
 #include "tarlink/unnum.h"
