@@ -20,3 +20,4 @@
 #include "tarsim/ifa.hpp"
 #include "tarsim/iff.hpp"
 #include "tarsim/ifl.hpp"
+#include "tarsim/rnh.hpp"
