@@ -52,6 +52,12 @@ const iff_msg &iff(const void *m) {
 const ifa_msg &ifa(const void *m) {
   return *static_cast<const ifa_msg *>(m);
 }
+const rnh_msg &rnh(const void *m) {
+  return *static_cast<const rnh_msg *>(m);
+}
+const rnhc_msg &rnhc(const void *m) {
+  return *static_cast<const rnhc_msg *>(m);
+}
 
 // An address's walk key: index, family, the two prefix lengths, then the destination's bytes and
 // the local prefix's, one byte a word.
@@ -196,6 +202,40 @@ const Family kFamilies[] = {
           for (const auto &a : k.ifas().list()) {
             keys.push_back(address_key(a.iflidx, a.af, a.dest.plen, a.dest.bytes.data(),
                                        a.local.plen, a.local.bytes.data()));
+          }
+          return keys;
+        },
+    },
+    {
+        "next hops",
+        {1001},
+        {4242},
+        {{"index", [](auto *c, uint32_t op, void **o,
+                      void **m) { return tarvik_rnhm_get_by_index(c, 1001, 2, op, o, m); }}},
+        [](auto *c, const Key &key, uint32_t op, void **o) {
+          return tarvik_rnhm_get_by_index(c, key.at(0), 2, op, o, nullptr);
+        },
+        [](const void *m) { return Key{rnh(m).idx.idx}; },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          for (const auto &n : k.nexthops().list()) keys.push_back({n.index});
+          return keys;
+        },
+    },
+    {
+        "composite next hops",
+        {1003},
+        {1000},  // a next hop, but not a composite
+        {{"index", [](auto *c, uint32_t op, void **o,
+                      void **m) { return tarvik_rnh_comp_get_by_index(c, 1003, op, o, m); }}},
+        [](auto *c, const Key &key, uint32_t op, void **o) {
+          return tarvik_rnh_comp_get_by_index(c, key.at(0), op, o, nullptr);
+        },
+        [](const void *m) { return Key{rnhc(m).idx.idx}; },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          for (const auto &n : k.nexthops().list()) {
+            if (n.type == tarsim::kNhComposite) keys.push_back({n.index});
           }
           return keys;
         },

@@ -2,7 +2,8 @@
 //
 // The store is keyed by next hop index and starts with: 1000, a unicast next hop on ge0.0 (70);
 // 1001, a unicast next hop on xe0.0 (80); 1002, a service next hop ("nat-pool", service kind 1,
-// owner kind 2, id 7) on ge1.0 (72); 1003, a composite of 1000 and 1001.  All are IPv4 (af 2).
+// owner kind 2, id 7) on ge1.0 (72); 1003, a composite of 1000 and 1001; 1004, a composite of
+// 1001 and 1002.  All are IPv4 (af 2).
 //
 // Framed "nexthop" requests (type 10) are answered in the encoding they came in:
 // - get (op 4) by index, getnext (op 5) the next index.  The reply carries what the store holds:

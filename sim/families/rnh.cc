@@ -92,6 +92,9 @@ RnhFamily::RnhFamily(Host &host) : host_(host) {
   comp.type = kNhComposite;
   comp.children = {kFirstIndex, kFirstIndex + 1};
   add(comp);
+  comp.index = kFirstIndex + 4;
+  comp.children = {kFirstIndex + 1, kFirstIndex + 2};
+  add(comp);
   host.answer_frames(TLK_MSG_NEXTHOP, [this](Session &s, const Frame &f) { answer(s, f); });
   host.answer_frames(TLK_MSG_NH_COMP, [this](Session &s, const Frame &f) { answer_comp(s, f); });
   host.answer_raw(TLK_MSG_RESIDX, [this](Session &s, const Request &r) { answer_residx(s, r); });
