@@ -44,6 +44,10 @@ int run_show_devices(int argc, char **argv);
 int run_show_interfaces(int argc, char **argv);
 // tlkctl show addresses: every address, one a line.
 int run_show_addresses(int argc, char **argv);
+// tlkctl show nexthops: the next hop table, aligned.
+int run_show_nexthops(int argc, char **argv);
+// tlkctl nexthop add service|add interface|delete ...: one change, then the table.
+int run_nexthop(int argc, char **argv);
 
 // ---- Demo steps of the families, one row each in demo.cc ----
 // A second session hears a change that a first one makes; a third doesn't.
@@ -58,6 +62,8 @@ int demo_firewall(tarsim::Kernel &kernel, tarvik_cookie *c);
 int demo_gencfg(tarsim::Kernel &kernel, tarvik_cookie *c);
 // 100,000 objects in bulk and as many one by one, rates side by side.
 int demo_bulk(tarsim::Kernel &kernel, tarvik_cookie *c);
+// A service and an interface next hop added, a composite made of them, all read back.
+int demo_nexthops(tarsim::Kernel &kernel, tarvik_cookie *c);
 
 // `n` bytes of configuration-like text, the same every time: it compresses several times over.
 std::vector<uint8_t> pattern_blob(size_t n);

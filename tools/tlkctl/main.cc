@@ -29,6 +29,11 @@ constexpr tlkctl::Command kCommands[] = {
      tlkctl::run_show_interfaces},
     {"show addresses", "", "list every address: interface, index, family, address",
      tlkctl::run_show_addresses},
+    {"show nexthops", "", "list the next hops: index, type, family, interface, flags, detail",
+     tlkctl::run_show_nexthops},
+    {"nexthop", "add service NAME IFL [IFL...]|add interface IFL|delete INDEX",
+     "add a service or interface next hop, or delete one, then list the next hops",
+     tlkctl::run_nexthop},
 };
 
 void usage(FILE *out) {
