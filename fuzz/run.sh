@@ -9,11 +9,13 @@ cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz -j2 --target fuzz_codec fuzz_envelope fuzz_blob fuzz_corpus
 out=build/fuzz/fuzz
 mkdir -p "$out/findings"
-# Seeds of the blob target: a legacy filter head (first byte picks the head decoder) and the
-# start of a TLV one.
+# Seeds of the blob target: a legacy filter head (first byte picks the head decoder), the
+# start of a TLV one, and an opaque next hop area.
 mkdir -p "$out/corpus/blob"
 { printf '\000'; head -c 296 /dev/zero | tr '\0' '\1'; } >"$out/corpus/blob/legacy-head"
 printf '\000\000\000\000\002' >"$out/corpus/blob/tlv-head"
+# A next hop's opaque area of one EVPN item (type 10, length 33) for the trace decoder.
+{ printf '\360\012\000\041\000'; head -c 29 /dev/zero | tr '\0' '\2'; } >"$out/corpus/blob/opaque-evpn"
 for pair in fuzz_codec:codec fuzz_envelope:envelope fuzz_blob:blob; do
   target=${pair%%:*}
   seeds=${pair#*:}

@@ -25,6 +25,7 @@
  *   tarlink/ifl.h        logical interfaces
  *   tarlink/iff.h        protocol families and addresses of logical interfaces
  *   tarlink/rtm.h        routes and route match
+ *   tarlink/rnh.h        next hops, reserved next hop indexes, composites
  *   tarlink/gencfg.h     generic configuration blobs
  *   tarlink/rtb.h        route tables and named table classes
  *   tarlink/tlk_stat.h   session statistics
@@ -51,6 +52,7 @@
 #include "tarlink/io.h"
 #include "tarlink/memory.h"
 #include "tarlink/msg_list.h"
+#include "tarlink/rnh.h"
 #include "tarlink/rnh_stats.h"
 #include "tarlink/rt_stats.h"
 #include "tarlink/rtb.h"

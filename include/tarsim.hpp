@@ -22,6 +22,7 @@
 #include "tarsim/iff.hpp"
 #include "tarsim/ifl.hpp"
 #include "tarsim/nh_stats.hpp"
+#include "tarsim/rnh.hpp"
 #include "tarsim/routes.hpp"
 #include "tarsim/rt_stats.hpp"
 #include "tarsim/rtb.hpp"

@@ -76,6 +76,12 @@ int route_by_key(tarvik_cookie *c, const Key &k, uint32_t op, void **out) {
   for (size_t i = 1; i < k.size() && i <= 16; ++i) bytes[i - 1] = static_cast<uint8_t>(k[i]);
   return tarvik_rtm_get(c, 0, TLK_AF_INET, bytes, k.at(0), 0, 0, 0, 0, op, out, nullptr);
 }
+const rnh_msg &rnh(const void *m) {
+  return *static_cast<const rnh_msg *>(m);
+}
+const rnhc_msg &rnhc(const void *m) {
+  return *static_cast<const rnhc_msg *>(m);
+}
 
 // An address's walk key: index, family, the two prefix lengths, then the destination's bytes and
 // the local prefix's, one byte a word.
@@ -300,6 +306,40 @@ const Family kFamilies[] = {
           std::vector<Key> keys;
           k.routes().walk(0, TLK_AF_INET,
                           [&](const tarsim::Route &r) { keys.push_back(route_key(r.plen, r.prefix)); });
+          return keys;
+        },
+    },
+    {
+        "next hops",
+        {1001},
+        {4242},
+        {{"index", [](auto *c, uint32_t op, void **o,
+                      void **m) { return tarvik_rnhm_get_by_index(c, 1001, 2, op, o, m); }}},
+        [](auto *c, const Key &key, uint32_t op, void **o) {
+          return tarvik_rnhm_get_by_index(c, key.at(0), 2, op, o, nullptr);
+        },
+        [](const void *m) { return Key{rnh(m).idx.idx}; },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          for (const auto &n : k.nexthops().list()) keys.push_back({n.index});
+          return keys;
+        },
+    },
+    {
+        "composite next hops",
+        {1003},
+        {1000},  // a next hop, but not a composite
+        {{"index", [](auto *c, uint32_t op, void **o,
+                      void **m) { return tarvik_rnh_comp_get_by_index(c, 1003, op, o, m); }}},
+        [](auto *c, const Key &key, uint32_t op, void **o) {
+          return tarvik_rnh_comp_get_by_index(c, key.at(0), op, o, nullptr);
+        },
+        [](const void *m) { return Key{rnhc(m).idx.idx}; },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          for (const auto &n : k.nexthops().list()) {
+            if (n.type == tarsim::kNhComposite) keys.push_back({n.index});
+          }
           return keys;
         },
     },

@@ -73,13 +73,14 @@ struct TlkErr {
 };
 
 class Kernel;
-class Devices;  // tarsim/devices.hpp
-class Ifls;     // tarsim/ifl.hpp
-class Gencfg;   // tarsim/gencfg.hpp
-class Dfw;      // tarsim/dfw.hpp
-class Iffs;     // tarsim/iff.hpp
-class Ifas;     // tarsim/ifa.hpp
-class Routes;   // tarsim/routes.hpp
+class Devices;   // tarsim/devices.hpp
+class Ifls;      // tarsim/ifl.hpp
+class Gencfg;    // tarsim/gencfg.hpp
+class Dfw;       // tarsim/dfw.hpp
+class Iffs;      // tarsim/iff.hpp
+class Ifas;      // tarsim/ifa.hpp
+class Routes;    // tarsim/routes.hpp
+class Nexthops;  // tarsim/rnh.hpp
 // tarsim/dfw_stats.hpp
 class DfwCounters;
 // tarsim/rtb.hpp
@@ -123,19 +124,21 @@ class TARSIM_EXPORT Kernel {
   // --- Object families --------------------------------------------------------------------
   // Handles on the kernel's stores, valid while the kernel lives; through a const kernel, handles
   // that only read.
-  Devices devices();  // physical devices, their counters, the product record
-  Ifls ifls();        // logical interfaces
-  Gencfg gencfg();    // generic configuration blobs
-  Dfw dfw();          // firewall filter programs and heads
-  Iffs iffs();        // protocol families of logical interfaces
-  Ifas ifas();        // addresses of the families
-  Routes routes();    // routes of every table, with longest-prefix match
+  Devices devices();    // physical devices, their counters, the product record
+  Ifls ifls();          // logical interfaces
+  Gencfg gencfg();      // generic configuration blobs
+  Dfw dfw();            // firewall filter programs and heads
+  Iffs iffs();          // protocol families of logical interfaces
+  Ifas ifas();          // addresses of the families
+  Routes routes();      // routes of every table, with longest-prefix match
+  Nexthops nexthops();  // next hops, composites and reserved next hop indexes
   const Devices devices() const;
   const Ifls ifls() const;
   const Gencfg gencfg() const;
   const Iffs iffs() const;
   const Ifas ifas() const;
   const Routes routes() const;
+  const Nexthops nexthops() const;
   // Firewall counters and the firewall log.
   DfwCounters dfw_counters();
   const DfwCounters dfw_counters() const;

@@ -52,6 +52,10 @@ int run_table(int argc, char **argv);
 int run_route(int argc, char **argv);
 // tlkctl show routes [table]: a table's routes in prefix order, inet then inet6.
 int run_show_routes(int argc, char **argv);
+// tlkctl show nexthops: the next hop table, aligned.
+int run_show_nexthops(int argc, char **argv);
+// tlkctl nexthop add service|add interface|delete ...: one change, then the table.
+int run_nexthop(int argc, char **argv);
 
 // ---- Demo steps of the families, one row each in demo.cc ----
 // A second session hears a change that a first one makes; a third doesn't.
@@ -70,6 +74,8 @@ int demo_bulk(tarsim::Kernel &kernel, tarvik_cookie *c);
 int demo_tables(tarsim::Kernel &kernel, tarvik_cookie *c);
 // A table of 100,000 routes programmed in bulk, then a few destinations resolved in it.
 int demo_routes(tarsim::Kernel &kernel, tarvik_cookie *c);
+// A service and an interface next hop added, a composite made of them, all read back.
+int demo_nexthops(tarsim::Kernel &kernel, tarvik_cookie *c);
 
 // `n` bytes of configuration-like text, the same every time: it compresses several times over.
 std::vector<uint8_t> pattern_blob(size_t n);

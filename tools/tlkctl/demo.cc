@@ -23,6 +23,7 @@ constexpr DemoStep kFamilySteps[] = {
     {"A device goes down and a listening session hears it", demo_device_down},
     {"An unnumbered interface hears the addresses of its donor", demo_unnumbered},
     {"A firewall filter's counters, read before and after they move", demo_firewall},
+    {"Next hops added as a daemon adds them, a composite of them, read back", demo_nexthops},
     {"A large configuration blob, compressed by the caller's callbacks", demo_gencfg},
     {"A route table created and read back by name", demo_tables},
     {"Many objects: one write per batch against one write per object", demo_bulk},

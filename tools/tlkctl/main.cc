@@ -39,6 +39,11 @@ constexpr tlkctl::Command kCommands[] = {
     {"show routes", "[table]",
      "list a table's routes (0 unless given): prefix, type, next hop, interface, flags",
      tlkctl::run_show_routes},
+    {"show nexthops", "", "list the next hops: index, type, family, interface, flags, detail",
+     tlkctl::run_show_nexthops},
+    {"nexthop", "add service NAME IFL [IFL...]|add interface IFL|delete INDEX",
+     "add a service or interface next hop, or delete one, then list the next hops",
+     tlkctl::run_nexthop},
 };
 
 void usage(FILE *out) {

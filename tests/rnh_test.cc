@@ -1,0 +1,507 @@
+// Next hops, what is particular to them: the service family's checks (all before any buffer),
+// the service block as the kernel receives it, the getnext walks that step over other kinds, the
+// interface next hop's address kinds and its walk that ends at its first step, the raw
+// "residx" layout and its "NHACK" lines, composite reads, and the EVPN trace texts.
+#include <errno.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "harness.h"
+
+namespace tlktest {
+namespace {
+
+constexpr uint8_t kAf = 2;
+void *const kPoison = reinterpret_cast<void *>(1);
+
+const rnh_msg &rnh(const void *m) {
+  return *static_cast<const rnh_msg *>(m);
+}
+
+uint32_t msg_allocs() {
+  return tarvik_mem_record.cnts[MEMID_TARVIK_MSG].allocs;
+}
+
+// Fails the n-th message block from now (1 is the next), then steps aside.
+int g_blocks_to_failure = 0;
+void *(*g_real_malloc)(unsigned, size_t) = nullptr;
+void *failing_malloc(unsigned memid, size_t size) {
+  if (memid != MEMID_TARVIK_MSG || --g_blocks_to_failure != 0) return g_real_malloc(memid, size);
+  tarvik_malloc = g_real_malloc;
+  return nullptr;
+}
+void fail_block(int n) {
+  g_real_malloc = tarvik_malloc;
+  g_blocks_to_failure = n;
+  tarvik_malloc = failing_malloc;
+}
+
+class RnhTest : public OneSessionTest {
+ protected:
+  // A service add with everything but the list and its kind at a default.
+  int service_add(const uint32_t *ifls, uint32_t count, uint32_t kind, void **out) {
+    return tarvik_rnhm_service_add(c, ifls, count, kAf, 2, "svc", 9, kind, 0, nullptr, out, nullptr,
+                                   0, 0, 0, nullptr, 0);
+  }
+};
+
+// ---- Service next hops ----
+
+struct ServiceCheck {
+  const char *what;
+  std::vector<uint32_t> ifls;
+  bool no_list;
+  uint32_t count;
+  uint32_t kind;
+  bool no_out;
+};
+
+const ServiceCheck kServiceChecks[] = {
+    {"no reply pointer on an add_get", {70}, false, 1, 1, true},
+    {"a list with count 0", {70}, false, 0, 1, false},
+    {"kind 5 with two interfaces", {70, 72}, false, 2, 5, false},
+    {"kind 5 without any list", {}, true, 0, 5, false},
+    {"257 interfaces", std::vector<uint32_t>(257, 70), false, 257, 1, false},
+    {"the none interface as the only entry", {0}, false, 1, 1, false},
+    {"the none interface after a good one", {70, 0}, false, 2, 1, false},
+};
+
+TEST_F(RnhTest, ServiceChecksRefuseBeforeAnyBufferIsTaken) {
+  ASSERT_EQ(tlk_platform_get()->null_ifl_idx, 0u) << "the rows name the host's none index";
+  kernel.record(true);
+  for (const ServiceCheck &row : kServiceChecks) {
+    SCOPED_TRACE(row.what);
+    const uint32_t before = msg_allocs();
+    void *out = nullptr;
+    EXPECT_EQ(service_add(row.no_list ? nullptr : row.ifls.data(), row.count, row.kind,
+                          row.no_out ? nullptr : &out),
+              EINVAL);
+    EXPECT_EQ(msg_allocs(), before) << "no message block was taken";
+    EXPECT_EQ(out, nullptr);
+  }
+  EXPECT_TRUE(kernel.recorded().empty());
+  // The owner walk with kind 5 has no list at all, and is refused for it.
+  void *out = nullptr;
+  EXPECT_EQ(tarvik_rnhm_service_get_by_owner(c, 0, kAf, 2, 5, &out, nullptr), EINVAL);
+}
+
+TEST_F(RnhTest, TwoHundredFiftySixInterfacesPassTheChecks) {
+  const std::vector<uint32_t> ifls(256, 72);
+  void *out = nullptr;
+  ASSERT_EQ(service_add(ifls.data(), 256, 1, &out), 0);
+  EXPECT_EQ(rnh(out).nh, tarsim::kNhService);
+  tarvik_msg_idl_release(c, out, nullptr);
+}
+
+TEST_F(RnhTest, AServiceAddSendsTheBlockAtItsOffsets) {
+  const uint32_t ifls[] = {70, 72};
+  const uint8_t token[12] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
+  uint8_t ext[74] = {};
+  memset(ext, 'x', 72);  // a full name area: no end byte within it
+  ext[72] = 0xA1;
+  ext[73] = 0xB2;
+  const std::string long_name(80, 'n');
+  void *out = kPoison, *mask = kPoison;
+  ASSERT_EQ(tarvik_rnhm_service_add(c, ifls, 2, kAf, 3, long_name.c_str(), 0x1234567, 1, 0x44,
+                                    token, &out, &mask, 11, 22, 1, ext, 33),
+            0);
+  EXPECT_EQ(mask, kPoison) << "the mask is written only on failure";
+  const rnh_msg &reply = rnh(out);
+  EXPECT_GE(reply.idx.idx, 1000u) << "the kernel chose the index";
+  EXPECT_EQ(reply.nh, tarsim::kNhService);
+  const tarsim::Nexthop *nh = kernel.nexthops().find(reply.idx.idx);
+  ASSERT_NE(nh, nullptr);
+  EXPECT_EQ(nh->ifl, 0u) << "the next hop's own interface is the none index";
+  EXPECT_EQ(nh->selector, 5u);
+  const Bytes &b = nh->body;
+  ASSERT_EQ(b.size(), 388u);
+  EXPECT_EQ(get_u32(b.data(), 0), (3u << 28) | 0x1234567u);
+  EXPECT_EQ(get_u32(b.data(), 4), 70u);
+  EXPECT_EQ(get_u32(b.data(), 8), 72u);
+  EXPECT_EQ(b[136], 2);
+  EXPECT_EQ(b[137], 1);
+  EXPECT_EQ(b[138], 0x44);
+  EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[140])), std::string(63, 'n'));
+  EXPECT_EQ(Bytes(b.begin() + 208, b.begin() + 220), Bytes(token, token + 12));
+  EXPECT_EQ(get_u32(b.data(), 220), 11u);
+  EXPECT_EQ(get_u32(b.data(), 224), 22u);
+  EXPECT_EQ(b[228], 1);
+  EXPECT_EQ(Bytes(b.begin() + 232, b.begin() + 304), Bytes(72, 'x'));
+  EXPECT_EQ(b[304], 0xA1);
+  EXPECT_EQ(b[305], 0xB2);
+  EXPECT_EQ(get_u32(b.data(), 384), 33u);
+  tarvik_msg_idl_release(c, out, nullptr);
+}
+
+TEST_F(RnhTest, TheOwnerWalkStepsOverOtherNextHops) {
+  kernel.record(true);
+  void *out = nullptr;
+  ASSERT_EQ(tarvik_rnhm_service_get_by_owner(c, 0, kAf, 2, 1, &out, nullptr), 0);
+  EXPECT_EQ(rnh(out).idx.idx, 1002u) << "1000 and 1001 are unicast";
+  tarvik_msg_idl_release(c, out, nullptr);
+  EXPECT_EQ(sent_count(kernel), 3u) << "the getnext, then one step over each unicast next hop";
+
+  void *mask = kPoison;
+  out = kPoison;
+  EXPECT_EQ(tarvik_rnhm_service_get_by_owner(c, 1002, kAf, 2, 1, &out, &mask), EOPNOTSUPP)
+      << "past the last service next hop the walk meets the kernel's refusal";
+  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(mask, nullptr);
+}
+
+TEST_F(RnhTest, AGetByIndexDoesNotWalk) {
+  void *out = nullptr;
+  ASSERT_EQ(tarvik_rnhm_service_get_by_index(c, 1000, kAf, TLK_OP_GET, &out, nullptr), 0);
+  EXPECT_EQ(rnh(out).nh, tarsim::kNhUnicast) << "only a getnext steps over other kinds";
+  tarvik_msg_idl_release(c, out, nullptr);
+  ASSERT_EQ(tarvik_rnhm_service_delete_by_index(c, 1002, kAf), 0);
+  EXPECT_EQ(kernel.nexthops().find(1002), nullptr);
+}
+
+TEST_F(RnhTest, AnL2tpNameIsMadeInTwoStepsAndTheIdsTakeTheToken) {
+  const uint32_t ifls[] = {80, 72};
+  const std::string base(40, 'b');
+  void *out = nullptr;
+  ASSERT_EQ(tarvik_rnhm_l2tp_service_add(c, ifls, kAf, 1, base.c_str(), 7, 0x5, 0x1234, 0xBEEF,
+                                         &out, nullptr),
+            0);
+  const tarsim::Nexthop *nh = kernel.nexthops().find(rnh(out).idx.idx);
+  ASSERT_NE(nh, nullptr);
+  const Bytes &b = nh->body;
+  ASSERT_EQ(b.size(), 388u);
+  EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[140])),
+            std::string(31, 'b') + "-7-4660-48879");
+  EXPECT_EQ(b[136], 1) << "one interface, whatever the list holds";
+  EXPECT_EQ(get_u32(b.data(), 4), 80u);
+  EXPECT_EQ(get_u32(b.data(), 8), 0u);
+  EXPECT_EQ(b[137], 3);
+  EXPECT_EQ(b[138], 0x5);
+  EXPECT_EQ(get_u16(b.data(), 208), 0x1234);
+  EXPECT_EQ(get_u16(b.data(), 210), 0xBEEF);
+  tarvik_msg_idl_release(c, out, nullptr);
+}
+
+// ---- Interface next hops ----
+
+struct AddrKind {
+  uint8_t kind;
+  uint32_t count;
+  int want;
+  uint8_t sent;  // the second body byte, on success
+};
+
+const AddrKind kAddrKinds[] = {
+    {0, 1, 0, 0},
+    {1, 1, 0, 1},
+    {2, 1, 0, 2},
+    {3, 1, 0, 3},
+    {4, 1, 0, 0},
+    {5, 1, EOPNOTSUPP, 0},
+    {200, 1, EOPNOTSUPP, 0},
+    {1, 2, EOPNOTSUPP, 0},
+    {1, 0, EOPNOTSUPP, 0},
+};
+
+TEST_F(RnhTest, AnInterfaceNextHopMapsItsAddressKind) {
+  for (const AddrKind &row : kAddrKinds) {
+    SCOPED_TRACE(testing::Message() << "kind " << int{row.kind} << " count " << row.count);
+    uint32_t idx = 0;
+    const size_t before = kernel.nexthops().list().size();
+    ASSERT_EQ(tarvik_rnhm_iflnh_add(c, 82, kAf, 5, row.count, &row.kind, &idx, 0x77), row.want);
+    if (row.want != 0) {
+      EXPECT_EQ(kernel.nexthops().list().size(), before) << "nothing was added";
+      continue;
+    }
+    const tarsim::Nexthop *nh = kernel.nexthops().find(idx);
+    ASSERT_NE(nh, nullptr) << "idx_out names the new next hop";
+    EXPECT_EQ(nh->selector, 17u);
+    EXPECT_EQ(nh->body, (Bytes{1, row.sent}));
+    EXPECT_EQ(nh->ifl, 82u);
+    EXPECT_EQ(nh->tid, 5);
+    EXPECT_EQ(nh->uflags, 0x77u);
+  }
+}
+
+TEST_F(RnhTest, AnInterfaceNextHopReplyNeedsBothOutPointers) {
+  const uint8_t kind = 1;
+  uint32_t idx = 0;
+  ASSERT_EQ(tarvik_rnhm_iflnh_add(c, 82, kAf, 0, 1, &kind, &idx, 0), 0);
+  void *out = kPoison, *mask = kPoison;
+  ASSERT_EQ(tarvik_rnhm_iflnh_get_by_index(c, TLK_OP_GET, idx, kAf, &out, &mask), 0);
+  ASSERT_NE(out, nullptr);
+  EXPECT_EQ(rnh(out).idx.idx, idx);
+  tarvik_msg_idl_release(c, out, mask);
+  out = kPoison;
+  EXPECT_EQ(tarvik_rnhm_iflnh_get_by_index(c, TLK_OP_GET, idx, kAf, &out, nullptr), 0);
+  EXPECT_EQ(out, nullptr) << "without a mask pointer the reply is let go";
+  // A getnext from just before it lands on it at once.
+  out = kPoison;
+  mask = kPoison;
+  ASSERT_EQ(tarvik_rnhm_iflnh_get_by_index(c, TLK_OP_GETNEXT, idx - 1, kAf, &out, &mask), 0);
+  EXPECT_EQ(rnh(out).idx.idx, idx);
+  tarvik_msg_idl_release(c, out, mask);
+  ASSERT_EQ(tarvik_rnhm_iflnh_delete_by_index(c, idx, kAf), 0);
+  EXPECT_EQ(kernel.nexthops().find(idx), nullptr);
+}
+
+TEST_F(RnhTest, AnInterfaceNextHopWalkEndsAtItsFirstStep) {
+  kernel.record(true);
+  void *out = kPoison, *mask = kPoison;
+  EXPECT_EQ(tarvik_rnhm_iflnh_get_by_index(c, TLK_OP_GETNEXT, 0, kAf, &out, &mask), EINVAL)
+      << "1000 is not an interface next hop, and the step writes no message";
+  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(mask, nullptr);
+  EXPECT_EQ(sent_count(kernel), 1u) << "only the first getnext reached the kernel";
+}
+
+TEST_F(RnhTest, ASubunitNextHopTakesTheFirstInterface) {
+  const uint32_t ifls[] = {83, 70};
+  void *out = nullptr;
+  ASSERT_EQ(tarvik_rnhm_subunit_nhadd(c, ifls, kAf, &out, nullptr), 0);
+  const uint32_t idx = rnh(out).idx.idx;
+  EXPECT_EQ(rnh(out).ifidx.idx, 83u);
+  EXPECT_EQ(rnh(out).nh, tarsim::kNhUnicast);
+  tarvik_msg_idl_release(c, out, nullptr);
+  ASSERT_EQ(tarvik_rnhm_subunit_nhdelete_by_index(c, idx, kAf), 0);
+  EXPECT_EQ(kernel.nexthops().find(idx), nullptr);
+}
+
+// ---- Reserved indexes ----
+
+TEST_F(RnhTest, AReservedIndexRequestIsThirtyTwoBytesWithTheIndexFirst) {
+  kernel.record(true);
+  void *out = nullptr;
+  ASSERT_EQ(tarvik_nhidx_get(c, &out, 3, 0x1234), 0);
+  Bytes want = {
+      0, 0, 0, 0, 'b', TLK_MSG_RESIDX, TLK_OP_GET, 0, 32, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+      0, 1, 3, 0, 0,   0x34,           0x12,       0, 0};
+  put_u32(want, 12, c->seq);
+  EXPECT_EQ(last_sent(kernel), want);
+  ASSERT_NE(out, nullptr);
+  EXPECT_EQ(get_u32(out, 0), 500000u) << "the raw reply names the first reserved index";
+  tarvik_msg_free(c, out);
+  EXPECT_EQ(kernel.nexthops().reserved(), (std::vector<uint32_t>{500000, 500001, 500002}));
+
+  ASSERT_EQ(tarvik_nhidx_getnext(c, &out, 500000), 0);
+  const Bytes sent = last_sent(kernel);
+  ASSERT_EQ(sent.size(), 32u);
+  EXPECT_EQ(get_u32(sent.data(), 0), 500000u);
+  EXPECT_EQ(sent[6], TLK_OP_GETNEXT);
+  EXPECT_EQ(sent[25], 0);
+  EXPECT_EQ(get_u16(sent.data(), 28), 1);
+  EXPECT_EQ(get_u32(out, 0), 500001u);
+  tarvik_msg_free(c, out);
+
+  ASSERT_EQ(tarvik_nhidx_delete_all(c), 0);
+  EXPECT_TRUE(kernel.nexthops().reserved().empty());
+  EXPECT_EQ(last_sent(kernel)[6], TLK_OP_DELETEALL);
+  EXPECT_EQ(tarvik_peek_pkt_len(tarvik_getsockfd(c)), -1) << "nothing answers a delete-all";
+  EXPECT_TRUE(os.stderr_lines.empty());
+}
+
+struct Nhack {
+  const char *what;
+  int block_to_fail;  // 0: none
+  int write_errno;
+  bool silent;  // the kernel doesn't answer
+  std::string line;
+};
+
+TEST_F(RnhTest, EveryReservedIndexFailureIsPrintedAndReturned) {
+  const Nhack rows[] = {
+      {"read buffer", 1, 0, false,
+       "NHACK: malloc for read buf fail. error = " + std::to_string(ENOMEM) + "\n"},
+      {"write buffer", 2, 0, false,
+       "NHACK: malloc for write buf fail. error = " + std::to_string(ENOMEM) + "\n"},
+      {"write", 0, ENOBUFS, false,
+       "NHACK: tarvik_write() fail. error = " + std::to_string(ENOBUFS) + "\n"},
+      {"read", 0, 0, true,
+       "NHACK: tarvik_msg_read() fail. error = " + std::to_string(EAGAIN) + "\n"},
+  };
+  for (const Nhack &row : rows) {
+    SCOPED_TRACE(row.what);
+    os.stderr_lines.clear();
+    if (row.block_to_fail != 0) fail_block(row.block_to_fail);
+    if (row.write_errno != 0) kernel.inject_write_errno(row.write_errno);
+    if (row.silent) kernel.on_raw(TLK_MSG_RESIDX, TLK_OP_GET, nullptr);
+    void *out = kPoison;
+    const int want = row.block_to_fail != 0 ? ENOMEM
+                     : row.write_errno != 0 ? row.write_errno
+                                            : EAGAIN;
+    EXPECT_EQ(tarvik_nhidx_get(c, &out, 1, 0), want);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(os.stderr_lines, std::vector<std::string>{row.line});
+  }
+  void *out = kPoison;
+  EXPECT_EQ(tarvik_nhidx_get(c, nullptr, 1, 0), EINVAL);
+  EXPECT_EQ(tarvik_nhidx_getnext(c, nullptr, 0), EINVAL);
+  (void)out;
+}
+
+// ---- Composites ----
+
+TEST_F(RnhTest, ACompositeReadTakesGetOrGetnextOnly) {
+  kernel.record(true);
+  for (uint32_t op : {0u, 1u, 2u, 3u, 6u, 7u, 8u, 9u}) {
+    SCOPED_TRACE(op);
+    void *out = kPoison, *mask = kPoison;
+    EXPECT_EQ(tarvik_rnh_comp_get_by_index(c, 1003, op, &out, &mask), EINVAL);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(mask, nullptr);
+  }
+  EXPECT_TRUE(kernel.recorded().empty());
+  void *out = nullptr;
+  ASSERT_EQ(tarvik_rnh_comp_get_by_index(c, 1003, TLK_OP_GET, &out, nullptr), 0);
+  const auto &m = *static_cast<const rnhc_msg *>(out);
+  EXPECT_EQ(std::vector<uint32_t>(m.children, m.children + m.child_count),
+            (std::vector<uint32_t>{1000, 1001}));
+  tarvik_msg_idl_release(c, out, nullptr);
+}
+
+TEST_F(RnhTest, AMadeCompositeIsReadBackWithItsChildren) {
+  const uint32_t kids[] = {1002, 1000};
+  const uint32_t idx = kernel.nexthops().make_composite(kids);
+  ASSERT_NE(idx, 0u);
+  void *out = nullptr;
+  ASSERT_EQ(tarvik_rnh_comp_get_by_index(c, idx, TLK_OP_GET, &out, nullptr), 0);
+  const auto &m = *static_cast<const rnhc_msg *>(out);
+  EXPECT_EQ(std::vector<uint32_t>(m.children, m.children + m.child_count),
+            (std::vector<uint32_t>{1002, 1000}));
+  tarvik_msg_idl_release(c, out, nullptr);
+  const uint32_t unknown[] = {4242};
+  EXPECT_EQ(kernel.nexthops().make_composite(unknown), 0u);
+}
+
+TEST_F(RnhTest, TheSessionFlagAsksANextHopReadForTheChildren) {
+  kernel.record(true);
+  for (uint32_t enable : {0u, 1u}) {
+    SCOPED_TRACE(enable);
+    ASSERT_EQ(tarvik_rnh_enable_comp_nh_retrieval(c, enable), 0);
+    void *out = nullptr;
+    ASSERT_EQ(tarvik_rnhm_get_by_index(c, 1003, kAf, TLK_OP_GET, &out, nullptr), 0);
+    EXPECT_EQ(last_request_as<rnh_msg>()->retrieve_mask, enable ? 1024u : 0u);
+    const rnh_info &info = rnh(out).rnh_info;
+    if (enable) {
+      ASSERT_EQ(info.rnhi_type, 10u);
+      const auto &list = info.rnhi_u.nh_idx_list_info;
+      EXPECT_EQ(std::vector<uint32_t>(list.nili_idx, list.nili_idx + list.nili_count),
+                (std::vector<uint32_t>{1000, 1001}));
+    } else {
+      EXPECT_EQ(info.rnhi_type, 0u);
+    }
+    tarvik_msg_idl_release(c, out, nullptr);
+  }
+}
+
+// ---- Notifications ----
+
+TEST_F(RnhTest, AnotherSessionHearsAnAdd) {
+  tarvik_cookie *other = open_session(8);
+  ASSERT_NE(other, nullptr);
+  ASSERT_EQ(tarvik_create_async_context(other), 0);
+  struct Heard {
+    std::vector<uint32_t> idx;
+  } heard;
+  ASSERT_EQ(tarvik_rnhm_async_register(other, &heard,
+                                       [](tarvik_cookie *cc, void *arg, void *msg, uintptr_t) {
+                                         static_cast<Heard *>(arg)->idx.push_back(rnh(msg).idx.idx);
+                                         tarvik_msg_idl_release(cc, msg, nullptr);
+                                         return 0;
+                                       }),
+            0);
+  const uint32_t ifls[] = {83};
+  void *out = nullptr;
+  ASSERT_EQ(tarvik_rnhm_subunit_nhadd(c, ifls, kAf, &out, nullptr), 0);
+  const uint32_t idx = rnh(out).idx.idx;
+  tarvik_msg_idl_release(c, out, nullptr);
+  drain(other);
+  EXPECT_EQ(heard.idx, std::vector<uint32_t>{idx});
+  tarvik_close(other);
+}
+
+// ---- EVPN trace texts ----
+
+struct EvpnText {
+  uint32_t type;
+  const char *text;
+};
+
+const EvpnText kEvpnTexts[] = {
+    {10, "indr for Control Plane learned MAC"}, {11, "indr for BUM traffic"},
+    {12, "indr for BUM Traffic with SH Label"}, {13, "Error: indr for Unknown TLV type =13"},
+    {0, "Error: indr for Unknown TLV type =0"},
+};
+
+TEST(RnhEvpn, EachLabelKindHasItsText) {
+  for (const EvpnText &row : kEvpnTexts) {
+    EXPECT_STREQ(get_indr_nh_evpn_tlv_str(row.type), row.text);
+  }
+}
+
+// An item of the opaque area: head (type, length), then the EVPN body.
+Bytes evpn_item(uint16_t type, uint16_t length, uint32_t rtb, uint16_t kind, uint8_t tag_kind,
+                uint32_t tag) {
+  Bytes b(4 + 29, 0);
+  b[0] = static_cast<uint8_t>(type);
+  b[1] = static_cast<uint8_t>(type >> 8);
+  b[2] = static_cast<uint8_t>(length);
+  b[3] = static_cast<uint8_t>(length >> 8);
+  uint8_t *body = &b[4];
+  memcpy(body, &rtb, 4);
+  memcpy(body + 4, &kind, 2);
+  const uint8_t peer[4] = {10, 0, 0, 1};
+  memcpy(body + 8, peer, 4);
+  for (int i = 0; i < 10; ++i) body[12 + i] = static_cast<uint8_t>(0x11 * i);
+  body[24] = tag_kind;
+  memcpy(body + 25, &tag, 4);  // little-endian host, as the target
+  b.resize((length + 3u) & ~3u, 0);
+  return b;
+}
+
+const char kEsi[] = "00:11:22:33:44:55:66:77:88:99";
+
+struct Opaque {
+  const char *what;
+  Bytes area;
+  uint32_t nh_type;
+  std::string want;  // empty: the buffer is left alone
+};
+
+TEST(RnhEvpn, TheOpaqueAreaDecoderKeepsTheLastEvpnItem) {
+  const Bytes one = evpn_item(10, 33, 7, 11, 2, 66051);
+  const std::string one_line = std::string("rpd-tlv: indr for BUM traffic, rtb-id 7, esi ") + kEsi +
+                               ", isid 66051, peer-id 10.0.0.1 ";
+  const Opaque rows[] = {
+      {"one item", one, 3, one_line},
+      {"the same under type 5", one, 5, one_line},
+      {"another next hop type", one, 2, ""},
+      {"two items, the last one wins", cat({one, evpn_item(12, 40, 9, 12, 1, 5)}), 3,
+       std::string("rpd-tlv: indr for BUM Traffic with SH Label, rtb-id 9, esi ") + kEsi +
+           ", vlan 5, peer-id 10.0.0.1 "},
+      {"an item of another type is skipped", cat({one, evpn_item(9, 36, 1, 10, 2, 1)}), 3,
+       one_line},
+      {"a length of 34 strides 36", cat({evpn_item(13, 34, 1, 10, 2, 1), one}), 3, one_line},
+      {"an unknown label kind", evpn_item(11, 33, 1, 99, 0, 2), 3,
+       std::string("rpd-tlv: Error: indr for Unknown TLV type =99, rtb-id 1, esi ") + kEsi +
+           ", vlan 2, peer-id 10.0.0.1 "},
+      {"an item cut short", Bytes(one.begin(), one.begin() + 20), 3, ""},
+      {"a head alone", Bytes(one.begin(), one.begin() + 3), 3, ""},
+      {"a zero length does not loop", Bytes{10, 0, 0, 0, 1, 2, 3, 4}, 3, ""},
+      {"an empty area", Bytes{}, 3, ""},
+  };
+  for (const Opaque &row : rows) {
+    SCOPED_TRACE(row.what);
+    // The area alone in its own block, so that a read past it is a read past the block.
+    std::vector<uint8_t> area(row.area);
+    std::vector<char> buffer(2048, '#');
+    buffer[0] = 0;
+    rnh_decode_opaque_tlv(area.empty() ? nullptr : area.data(), static_cast<uint32_t>(area.size()),
+                          buffer.data(), row.nh_type);
+    EXPECT_EQ(std::string(buffer.data()), row.want);
+  }
+}
+
+}  // namespace
+}  // namespace tlktest
