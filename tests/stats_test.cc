@@ -79,11 +79,11 @@ class StatsTest : public OneSessionTest {
 // ---- Next hop statistics ----
 
 TEST_F(StatsTest, NextHopCountersComeBackWithTheRequestsOwnFields) {
-  kernel.nh_stats().set(1, 1234, 56789);
-  ASSERT_EQ(nh_get(1, 2, kInet), 0);
+  kernel.nh_stats().set(1000, 1234, 56789);
+  ASSERT_EQ(nh_get(1000, 2, kInet), 0);
   EXPECT_EQ(got().packets, 1234u);
   EXPECT_EQ(got().bytes, 56789u);
-  EXPECT_EQ(got().idx.idx, 1u);
+  EXPECT_EQ(got().idx.idx, 1000u);
   EXPECT_EQ(got().ifidx.idx, 77u);
   EXPECT_EQ(got().filteridx, 9u);
   EXPECT_EQ(got().rnhs_kind, 5);
@@ -115,12 +115,12 @@ TEST_F(StatsTest, OnlyTheNextHopTypesWithStatisticsAreAsked) {
   for (const TypeRow &row : rows) {
     SCOPED_TRACE(row.nh_type);
     const uint64_t before = kernel.nh_stats().requests();
-    EXPECT_EQ(nh_get(1, row.nh_type), row.get);
+    EXPECT_EQ(nh_get(1000, row.nh_type), row.get);
     EXPECT_EQ(kernel.nh_stats().requests(), before + (row.get == 0 ? 1 : 0));
     tarvik_msg_idl_release(c, reply, mask);
     reply = mask = nullptr;
     void *out = &out, *m = &m;
-    EXPECT_EQ(tarvik_rnhsm_get_by_index(c, 1, 0, row.nh_type, 2, nullptr, nullptr, 0, TLK_OP_GET,
+    EXPECT_EQ(tarvik_rnhsm_get_by_index(c, 1000, 0, row.nh_type, 2, nullptr, nullptr, 0, TLK_OP_GET,
                                         &out, &m),
               row.by_index);
     EXPECT_EQ(out, nullptr);
@@ -130,7 +130,8 @@ TEST_F(StatsTest, OnlyTheNextHopTypesWithStatisticsAreAsked) {
 
 TEST_F(StatsTest, ByIndexReadsTheAnswerAndDropsItWithOneLine) {
   void *out = &out, *m = &m;
-  EXPECT_EQ(tarvik_rnhsm_get_by_index(c, 1, 0, 2, 2, nullptr, kInet, 0, TLK_OP_GET, &out, &m), 0);
+  EXPECT_EQ(tarvik_rnhsm_get_by_index(c, 1000, 0, 2, 2, nullptr, kInet, 0, TLK_OP_GET, &out, &m),
+            0);
   EXPECT_EQ(out, nullptr);
   EXPECT_EQ(m, nullptr);
   EXPECT_EQ(kernel.nh_stats().requests(), 1u);
@@ -154,9 +155,9 @@ TEST_F(StatsTest, ByIndexReportsAFailedWriteUnlessItIsNoMemoryOrUnsupported) {
     SCOPED_TRACE(row.err);
     os.stderr_lines.clear();
     kernel.inject_write_errno(row.err);
-    EXPECT_EQ(
-        tarvik_rnhsm_get_by_index(c, 1, 0, 2, 2, nullptr, nullptr, 0, TLK_OP_GET, nullptr, nullptr),
-        row.err);
+    EXPECT_EQ(tarvik_rnhsm_get_by_index(c, 1000, 0, 2, 2, nullptr, nullptr, 0, TLK_OP_GET, nullptr,
+                                        nullptr),
+              row.err);
     const std::string want = "NH stats tarvik_write failed [" + std::to_string(row.err) + " - " +
                              strerror(row.err) + "]\n";
     EXPECT_EQ(os.stderr_lines,
@@ -170,7 +171,7 @@ TEST_F(StatsTest, TheHalfSecondWaitsAreTheKernelsNotTheClocks) {
   const uint64_t waits = kernel.waits(fd());
   WaitSpy spy;
   const auto start = std::chrono::steady_clock::now();
-  ASSERT_EQ(nh_get(1, 2), 0);
+  ASSERT_EQ(nh_get(1000, 2), 0);
   const auto elapsed = std::chrono::steady_clock::now() - start;
   EXPECT_EQ(kernel.waits(fd()) - waits, 3u);
   EXPECT_EQ(spy.selects, 3);
@@ -198,7 +199,7 @@ TEST_F(StatsTest, ADescriptorBeyondAnFdSetSleepsInsteadOfSelecting) {
   WaitSpy spy;
   void *out = nullptr, *m = nullptr;
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(tarvik_rnhsm_get(high, 0, TLK_OP_GET, 2, 2, 2, 0, 0, nullptr, nullptr, nullptr, 0, 0,
+  EXPECT_EQ(tarvik_rnhsm_get(high, 0, TLK_OP_GET, 2, 2, 1001, 0, 0, nullptr, nullptr, nullptr, 0, 0,
                              &out, &m),
             0);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
@@ -211,7 +212,7 @@ TEST_F(StatsTest, ADescriptorBeyondAnFdSetSleepsInsteadOfSelecting) {
 }
 
 TEST_F(StatsTest, AGatewayOfLengthZeroIsLeftOutButItsRoomIsTaken) {
-  ASSERT_EQ(nh_get(1, 2, kEmptyAddr), 0);
+  ASSERT_EQ(nh_get(1000, 2, kEmptyAddr), 0);
   EXPECT_EQ(got().gateway_count, 0u);
   EXPECT_EQ(got().gateway, nullptr);
   tarvik_msg_idl_release(c, reply, mask);
@@ -225,14 +226,14 @@ TEST_F(StatsTest, AGatewayOfLengthZeroIsLeftOutButItsRoomIsTaken) {
   block.tg_sel = 1;
   block.tg_labels = many.data();
   block.tg_label_count = static_cast<uint32_t>(many.size());
-  EXPECT_EQ(nh_get(1, 2, nullptr, &block), 0);
+  EXPECT_EQ(nh_get(1000, 2, nullptr, &block), 0);
   ASSERT_NE(reply, nullptr);
   EXPECT_EQ(got().labels.tg_label_count, many.size());
   EXPECT_EQ(got().labels.tg_labels[many.size() - 1].tl8_label, many.size() - 1);
   tarvik_msg_idl_release(c, reply, mask);
   reply = mask = nullptr;
   const uint64_t before = kernel.nh_stats().requests();
-  EXPECT_EQ(nh_get(1, 2, kEmptyAddr, &block), EMSGSIZE);
+  EXPECT_EQ(nh_get(1000, 2, kEmptyAddr, &block), EMSGSIZE);
   EXPECT_EQ(kernel.nh_stats().requests(), before);
 }
 
@@ -255,7 +256,7 @@ TEST_F(StatsTest, ALabelBlockTravelsOnlyWithASelectorFromOneToFifteen) {
     block.tg_label_count = 2;
     block.tg_entries = entries;
     block.tg_entry_count = 1;
-    ASSERT_EQ(nh_get(1, 2, kInet, &block), 0);
+    ASSERT_EQ(nh_get(1000, 2, kInet, &block), 0);
     const tagp &l = got().labels;
     if (row.kept) {
       EXPECT_EQ(l.tg_sel, row.sel);

@@ -4,6 +4,7 @@
 
 #include "../family.h"
 #include "../session.h"
+#include "nexthops.h"
 #include "tarsim/nh_stats.hpp"
 
 namespace tarsim {
@@ -12,8 +13,9 @@ namespace internal {
 class NhStatsFamily final : public Family {
  public:
   explicit NhStatsFamily(Host &host) : host_(host) {
-    counters[1] = NhCounters{150, 9600};
-    counters[2] = NhCounters{};
+    // The seeded unicast next hops 1000 and 1001 have carried some traffic and none.
+    counters[1000] = NhCounters{150, 9600};
+    counters[1001] = NhCounters{};
     host.answer_frames(TLK_MSG_NHOPSTATS, [this](Session &s, const Frame &f) { answer(s, f); });
   }
 
@@ -33,13 +35,16 @@ void NhStatsFamily::answer(Session &s, const Frame &f) {
   auto it = counters.find(req.idx.idx);
   // The kernel takes its time: the answer waits for the session's next waits.
   if (hold_waits != 0) s.release_at = s.waits + hold_waits;
-  if (it == counters.end()) {
+  // A next hop of the store that no counter has moved for reads as zeros; an index that is
+  // neither counted nor held is the kernel's refusal.
+  if (it == counters.end() && !nexthop_exists(host_, req.idx.idx)) {
     host_.refuse_not_found(s, TLK_MSG_NHOPSTATS, hdr.tlkh_op, hdr.tlkh_seq, "rnhs_get");
     return;
   }
+  const NhCounters moved = it != counters.end() ? it->second : NhCounters{};
   rnhs_msg reply = req;  // its pointers still point into the decoded request, which lives on
-  reply.packets = it->second.packets;
-  reply.bytes = it->second.bytes;
+  reply.packets = moved.packets;
+  reply.bytes = moved.bytes;
   host_.reply(s, encode_frame(TLK_MSG_NHOPSTATS, &reply, f.tlv));
 }
 

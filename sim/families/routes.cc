@@ -10,6 +10,7 @@
 #include "../family.h"
 #include "../lpm.h"
 #include "../session.h"
+#include "nexthops.h"
 #include "tarsim/routes.hpp"
 
 namespace tarsim {
@@ -71,12 +72,8 @@ class RouteFamily final : public Family {
     Bytes opaque;
   };
 
-  // Whether the kernel holds next hop `idx`.  Every index is accepted until the next hop store
-  // is joined to this check.
-  bool next_hop_known(uint32_t idx) const {
-    (void)idx;
-    return true;
-  }
+  // Whether the kernel holds next hop `idx`: a forwarding table refuses a route to nowhere.
+  bool next_hop_known(uint32_t idx) const { return nexthop_exists(host_, idx); }
 
   void seed();
   void answer_route(Session &s, const Frame &f);
@@ -316,7 +313,7 @@ void RouteFamily::answer_route(Session &s, const Frame &f) {
   switch (h.tlkh_op) {
     case TLK_OP_ADD:
     case TLK_OP_ADD_GET: {
-      if (req.nhidx.idx != 0 && !next_hop_known(req.nhidx.idx)) {
+      if (req.nhidx.idx != tlk_platform_get()->null_nh_idx && !next_hop_known(req.nhidx.idx)) {
         host_.refuse_not_found(s, TLK_MSG_ROUTE, h.tlkh_op, h.tlkh_seq, kRefuser);
         return;
       }

@@ -252,7 +252,7 @@ int demo_routes(tarsim::Kernel &kernel, tarvik_cookie *reader) {
       m.af = TLK_AF_INET;
       m.type = kUser;
       m.nh_type = kUcst;
-      m.nhidx.idx = 1000 + k % 64;
+      m.nhidx.idx = 1000 + k % 2;  // the kernel's two unicast next hops
       m.plen = 24;
       m.prefix = b;
       m.prefix_len = 4;
@@ -265,7 +265,7 @@ int demo_routes(tarsim::Kernel &kernel, tarvik_cookie *reader) {
   tarvik_close(c);
   kernel.routes().add(tarsim::route_inet(kTid, 0x0C000000, 8));
   tarsim::Route wide = tarsim::route_inet(kTid, 0x0CC80000, 16);
-  wide.nhidx = 7;
+  wide.nhidx = 1001;
   kernel.routes().add(wide);
   printf(
       "  %u routes in bulk into table %u: %.3f s, %.0f routes/s, %u refused; the table holds "
