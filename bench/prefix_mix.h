@@ -21,10 +21,10 @@ inline std::vector<Prefix4> prefix_mix(uint32_t count, uint32_t seed = 20261123)
   std::uniform_int_distribution<uint32_t> pick(0, 999);
   auto length = [&]() -> uint8_t {
     const uint32_t p = pick(rng);
-    if (p < 600) return 24;                                            // 60 %
-    if (p < 800) return static_cast<uint8_t>(22 + (p & 1));            // 20 %
-    if (p < 950) return static_cast<uint8_t>(16 + (p % 6));            // 15 %
-    return static_cast<uint8_t>(25 + (p % 8));                         // 5 %
+    if (p < 600) return 24;                                  // 60 %
+    if (p < 800) return static_cast<uint8_t>(22 + (p & 1));  // 20 %
+    if (p < 950) return static_cast<uint8_t>(16 + (p % 6));  // 15 %
+    return static_cast<uint8_t>(25 + (p % 8));               // 5 %
   };
   std::vector<Prefix4> out;
   out.reserve(count);
@@ -36,8 +36,8 @@ inline std::vector<Prefix4> prefix_mix(uint32_t count, uint32_t seed = 20261123)
     uint32_t addr = 0x01000000u + rng() % (0xDF000000u);
     addr &= plen == 0 ? 0 : ~0u << (32 - plen);
     if (!seen.insert(uint64_t{addr} << 8 | plen).second) continue;
-    out.push_back(Prefix4{{uint8_t(addr >> 24), uint8_t(addr >> 16), uint8_t(addr >> 8), uint8_t(addr)},
-                          plen});
+    out.push_back(Prefix4{
+        {uint8_t(addr >> 24), uint8_t(addr >> 16), uint8_t(addr >> 8), uint8_t(addr)}, plen});
   }
   return out;
 }
