@@ -5,6 +5,7 @@
 #include <stdio.h>
 
 #include <span>
+#include <string>
 #include <vector>
 
 #include "tarlink.h"
@@ -91,6 +92,11 @@ int run_until_quiet(tarvik_cookie *cookie, const unsigned *heard);
 
 // One line per memory identifier with any activity: allocations, failures, frees, outstanding.
 void print_memory(FILE *out);
+// Prints rows of cells as a table: every column but the last padded to its widest cell, two
+// spaces between columns, column `right` (numbers), if given, aligned to the right.
+inline constexpr size_t kNoRightColumn = SIZE_MAX;
+void print_columns(const std::vector<std::vector<std::string>> &rows,
+                   size_t right = kNoRightColumn);
 // The fields of a raw message header on one line.
 void print_raw_header(FILE *out, std::span<const uint8_t> msg);
 // Diagnostics callback that prints each line indented, as the operator would see it in a log.

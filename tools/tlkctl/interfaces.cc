@@ -111,25 +111,6 @@ void read_addresses(tarvik_cookie *c, std::vector<Address> *addresses) {
   }
 }
 
-// Prints rows of cells with every column but the last padded to its widest cell; numbers (cells
-// of column `right`) to the right.
-void print_columns(const std::vector<std::vector<std::string>> &rows, size_t right) {
-  std::vector<size_t> w(rows[0].size(), 0);
-  for (const auto &r : rows)
-    for (size_t i = 0; i < r.size(); ++i) w[i] = std::max(w[i], r[i].size());
-  for (const auto &r : rows) {
-    std::string line;
-    for (size_t i = 0; i < r.size(); ++i) {
-      const bool last = i + 1 == r.size();
-      const std::string pad(last ? 0 : w[i] - r[i].size(), ' ');
-      line += i == right ? pad + r[i] : r[i] + pad;
-      if (!last) line += "  ";
-    }
-    while (!line.empty() && line.back() == ' ') line.pop_back();
-    printf("%s\n", line.c_str());
-  }
-}
-
 int with_session(int (*show)(tarvik_cookie *)) {
   tarsim::Kernel kernel;
   tarvik_cookie *c = tarvik_open_set_liberr(2, nullptr, print_diagnostic);

@@ -101,25 +101,6 @@ uint32_t ifl_index(tarvik_cookie *c, const char *text) {
   return index;
 }
 
-// Rows of cells, every column but the last padded to its widest cell; column `right` (numbers)
-// to the right.
-void print_columns(const std::vector<std::vector<std::string>> &rows, size_t right) {
-  std::vector<size_t> w(rows[0].size(), 0);
-  for (const auto &r : rows)
-    for (size_t i = 0; i < r.size(); ++i) w[i] = std::max(w[i], r[i].size());
-  for (const auto &r : rows) {
-    std::string line;
-    for (size_t i = 0; i < r.size(); ++i) {
-      const bool last = i + 1 == r.size();
-      const std::string pad(last ? 0 : w[i] - r[i].size(), ' ');
-      line += i == right ? pad + r[i] : r[i] + pad;
-      if (!last) line += "  ";
-    }
-    while (!line.empty() && line.back() == ' ') line.pop_back();
-    printf("%s\n", line.c_str());
-  }
-}
-
 void show(tarvik_cookie *c) {
   std::vector<std::vector<std::string>> table = {
       {"INDEX", "TYPE", "FAMILY", "INTERFACE", "FLAGS", "DETAIL"}};

@@ -1,5 +1,7 @@
 #include <string.h>
 
+#include <algorithm>
+
 #include <string>
 
 #include "commands.h"
@@ -70,6 +72,24 @@ void print_diagnostic(tarvik_cookie *, void *, int, const char *text) {
   std::string line(text);
   while (!line.empty() && line.back() == '\n') line.pop_back();
   printf("    | %s\n", line.c_str());
+}
+
+void print_columns(const std::vector<std::vector<std::string>> &rows, size_t right) {
+  if (rows.empty()) return;
+  std::vector<size_t> w(rows[0].size(), 0);
+  for (const auto &r : rows)
+    for (size_t i = 0; i < r.size() && i < w.size(); ++i) w[i] = std::max(w[i], r[i].size());
+  for (const auto &r : rows) {
+    std::string line;
+    for (size_t i = 0; i < r.size(); ++i) {
+      const bool last = i + 1 == r.size();
+      const std::string pad(last || i >= w.size() ? 0 : w[i] - r[i].size(), ' ');
+      line += i == right ? pad + r[i] : r[i] + pad;
+      if (!last) line += "  ";
+    }
+    while (!line.empty() && line.back() == ' ') line.pop_back();
+    printf("%s\n", line.c_str());
+  }
 }
 
 }  // namespace tlkctl

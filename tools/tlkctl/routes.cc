@@ -76,22 +76,6 @@ std::vector<std::string> route_cells(const rt_msg &r) {
           r.rtm_idx.idx != 0 ? std::to_string(r.rtm_idx.idx) : "-", hex(r.flags)};
 }
 
-// Prints rows with every column but the last padded to its widest cell.
-void print_rows(const std::vector<std::vector<std::string>> &rows) {
-  std::vector<size_t> w(rows[0].size(), 0);
-  for (const auto &r : rows)
-    for (size_t i = 0; i < r.size(); ++i) w[i] = std::max(w[i], r[i].size());
-  for (const auto &r : rows) {
-    std::string line;
-    for (size_t i = 0; i < r.size(); ++i) {
-      line += r[i];
-      if (i + 1 < r.size()) line += std::string(w[i] - r[i].size() + 2, ' ');
-    }
-    while (!line.empty() && line.back() == ' ') line.pop_back();
-    printf("%s\n", line.c_str());
-  }
-}
-
 const std::vector<std::string> kHeader = {"PREFIX", "TYPE", "NEXT HOP", "INTERFACE", "FLAGS"};
 
 // Every route of one table and family: the default route by a get, the rest by getnext.
@@ -141,7 +125,7 @@ int route_command(tarvik_cookie *c, const char *verb, const Prefix &p, uint32_t 
               ? tarvik_rtm_get(c, tid, p.af, p.bytes, p.plen, 0, 0, 0, 0, TLK_OP_GET, &m, nullptr)
               : tarvik_rtmatch_by_prefix(c, tid, p.af, 0, p.bytes, p.plen, &m, nullptr);
     if (err == 0) {
-      print_rows({kHeader, route_cells(*static_cast<rt_msg *>(m))});
+      print_columns({kHeader, route_cells(*static_cast<rt_msg *>(m))});
       tarvik_msg_idl_release(c, m, nullptr);
     }
   } else {
@@ -213,7 +197,7 @@ int run_show_routes(int argc, char **argv) {
   read_table(c, tid, TLK_AF_INET, &rows);
   read_table(c, tid, TLK_AF_INET6, &rows);
   tarvik_close(c);
-  print_rows(rows);
+  print_columns(rows);
   return 0;
 }
 
@@ -292,7 +276,7 @@ int demo_routes(tarsim::Kernel &kernel, tarvik_cookie *reader) {
     tarvik_msg_idl_release(reader, m, nullptr);
   }
   for (auto &row : rows) row[0] = "  " + row[0];
-  print_rows(rows);
+  print_columns(rows);
   return rc;
 }
 

@@ -28,24 +28,6 @@ std::vector<std::string> row_of(const rtb_msg &t) {
   return {std::to_string(t.tid), family_word(t.af), text_of(t.rtb_name), text_of(t.lrname), flags};
 }
 
-// Every column but the last padded to its widest cell; the first (the id) to the right.
-void print_columns(const std::vector<std::vector<std::string>> &rows) {
-  std::vector<size_t> w(rows[0].size(), 0);
-  for (const auto &r : rows)
-    for (size_t i = 0; i < r.size(); ++i) w[i] = std::max(w[i], r[i].size());
-  for (const auto &r : rows) {
-    std::string line;
-    for (size_t i = 0; i < r.size(); ++i) {
-      const bool last = i + 1 == r.size();
-      const std::string pad(last ? 0 : w[i] - r[i].size(), ' ');
-      line += i == 0 ? pad + r[i] : r[i] + pad;
-      if (!last) line += "  ";
-    }
-    while (!line.empty() && line.back() == ' ') line.pop_back();
-    printf("%s\n", line.c_str());
-  }
-}
-
 // The walk ends at the kernel's refusal of the key after the last table.
 void show_tables(tarvik_cookie *c) {
   std::vector<std::vector<std::string>> rows = {
@@ -59,7 +41,7 @@ void show_tables(tarvik_cookie *c) {
     af = t.af;
     tarvik_msg_idl_release(c, m, nullptr);
   }
-  print_columns(rows);
+  print_columns(rows, 0);
 }
 
 }  // namespace
