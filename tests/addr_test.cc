@@ -224,15 +224,6 @@ TEST_F(AddrTest, AFamilyWriteCopiesTheFilterAndSettlesItsVariableData) {
       << "without a filter nothing of one travels";
 }
 
-// Fails the n-th message block from now (1 is the next), then steps aside.
-int g_blocks_to_failure = 0;
-void *(*g_real_malloc)(unsigned, size_t) = nullptr;
-void *failing_malloc(unsigned memid, size_t size) {
-  if (memid != MEMID_TARVIK_MSG || --g_blocks_to_failure != 0) return g_real_malloc(memid, size);
-  tarvik_malloc = g_real_malloc;
-  return nullptr;
-}
-
 TEST_F(AddrTest, FamilyStatisticsAreARawReadThatTakesItsBlocksReplyFirst) {
   void *out = nullptr;
   const auto stats = [&](uint32_t index, uint8_t af, uint8_t type) {
@@ -258,14 +249,11 @@ TEST_F(AddrTest, FamilyStatisticsAreARawReadThatTakesItsBlocksReplyFirst) {
   tarvik_msg_free(c, out);
 
   kernel.clear_recorded();
-  g_real_malloc = tarvik_malloc;
   out = kPoison;
-  g_blocks_to_failure = 1;
-  tarvik_malloc = failing_malloc;
+  fail_msg_block(1);
   EXPECT_EQ(stats(80, TLK_AF_INET6, 0), ENOMEM);
   EXPECT_EQ(out, kPoison) << "no reply block: the caller's word stays";
-  g_blocks_to_failure = 2;
-  tarvik_malloc = failing_malloc;
+  fail_msg_block(2);
   EXPECT_EQ(stats(80, TLK_AF_INET6, 0), ENOMEM);
   EXPECT_EQ(out, nullptr) << "no request block: the reply block is freed too";
   EXPECT_EQ(sent_count(kernel), 0u);

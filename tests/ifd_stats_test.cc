@@ -1,9 +1,9 @@
 // Device statistics and alarms against the simulated kernel: the raw requests as they go out,
-// the replies, the clear, the asynchronous read and the product test of its registration.
+// the replies, the clear and the asynchronous read (the product test of its registration is a
+// table shared with the logical interface statistics, in ifl_test.cc).
 #include <errno.h>
 
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -116,35 +116,6 @@ TEST_F(IfdStatsTest, AlarmsByIndexAndByName) {
   void *reply = reinterpret_cast<void *>(1);
   EXPECT_EQ(tarvik_ifdalm_get_by_if_index(c, 130, TLK_OP_GET, &reply), -2);
   EXPECT_EQ(reply, nullptr);
-}
-
-TEST_F(IfdStatsTest, RegistrationDependsOnTheProduct) {
-  const struct {
-    std::optional<uint16_t> model;
-    bool variant;
-    int want;
-  } rows[] = {
-      // clang-format off
-      {2, false, 0}, {218, false, 0}, {7, false, 0}, {169, false, 0},
-      {1, false, EOPNOTSUPP}, {1, true, 0}, {std::nullopt, false, EINVAL},
-      // clang-format on
-  };
-  int h = 0;
-  auto handler = [](tarvik_cookie *k, void *, void *msg, uintptr_t) {
-    tarvik_msg_free(k, msg);
-    return 0;
-  };
-  EXPECT_EQ(tarvik_ifdsm_async_kernel_register(c, &h, handler), EINVAL);  // not asynchronous yet
-  for (auto &row : rows) {
-    SCOPED_TRACE(row.model ? *row.model : -1);
-    tarvik_cookie *a = open_session(9);
-    ASSERT_EQ(tarvik_set_async_info_nocontext(a, nullptr), 0);
-    kernel.devices().set_product_model(row.model);
-    kernel.devices().set_varn(row.variant);
-    EXPECT_EQ(tarvik_ifdsm_async_kernel_register(a, &h, handler), row.want);
-    EXPECT_EQ(tarvik_ifdsm_async_kernel_register(a, &h, nullptr), EINVAL);  // a handler is required
-    tarvik_close(a);
-  }
 }
 
 struct StatsEar {

@@ -146,6 +146,7 @@ TEST_F(LogicalIfTest, RefusalsSendNothing) {
       {tarvik_iflsetm_get_by_name(c, nullptr, TLK_OP_GET, &set), EINVAL},
       {tarvik_iflsetm_get_by_name(c, "voice", TLK_OP_GET, nullptr), EINVAL},
       {tarvik_iflsm_async_kernel_register(c, nullptr, hear_cookie), EINVAL},  // not async
+      {tarvik_ifdsm_async_kernel_register(c, nullptr, hear_cookie), EINVAL},
   };
   for (const auto &[got, want] : rows) EXPECT_EQ(got, want) << "row " << &got - &rows[0].first;
   EXPECT_EQ(c->seq, seq);
@@ -178,24 +179,32 @@ TEST_F(LogicalIfTest, StatisticsRequests) {
   EXPECT_EQ(tarvik_iflsm_cleanup(0x5A5A), 0x5A5Au);
 }
 
+// Which product models let a session take the kernel's statistics answers, for the logical
+// interface and the device entries.
 TEST_F(LogicalIfTest, RegistrationDependsOnTheProduct) {
-  const std::tuple<std::optional<uint16_t>, bool, int> rows[] = {
+  using Register = int (*)(tarvik_cookie *, void *, tarvik_async_handler_t);
+  const Register ifl = tarvik_iflsm_async_kernel_register;
+  const Register ifd = tarvik_ifdsm_async_kernel_register;
+  const std::tuple<Register, std::optional<uint16_t>, bool, int> rows[] = {
       // clang-format off
-      {2, false, 0}, {9, false, 0}, {10, false, EOPNOTSUPP}, {36, false, 0}, {46, false, 0},
-      {47, false, EOPNOTSUPP}, {111, false, 0}, {118, false, EOPNOTSUPP}, {169, false, 0},
-      {218, false, EOPNOTSUPP},  // the device statistics take this one
-      {10, true, 0}, {std::nullopt, false, EINVAL},
+      {ifl, 2, false, 0}, {ifl, 9, false, 0}, {ifl, 10, false, EOPNOTSUPP}, {ifl, 36, false, 0},
+      {ifl, 46, false, 0}, {ifl, 47, false, EOPNOTSUPP}, {ifl, 111, false, 0},
+      {ifl, 118, false, EOPNOTSUPP}, {ifl, 169, false, 0},
+      {ifl, 218, false, EOPNOTSUPP},  // the device statistics take this one
+      {ifl, 10, true, 0}, {ifl, std::nullopt, false, EINVAL},
+      {ifd, 2, false, 0}, {ifd, 218, false, 0}, {ifd, 7, false, 0}, {ifd, 169, false, 0},
+      {ifd, 1, false, EOPNOTSUPP}, {ifd, 1, true, 0}, {ifd, std::nullopt, false, EINVAL},
       // clang-format on
   };
   std::vector<uint64_t> ear;
-  for (const auto &[model, variant, want] : rows) {
-    SCOPED_TRACE(model ? *model : -1);
+  for (const auto &[entry, model, variant, want] : rows) {
+    SCOPED_TRACE(std::string(entry == ifl ? "ifl " : "ifd ") + std::to_string(model.value_or(0)));
     tarvik_cookie *a = open_session(9);
     ASSERT_EQ(tarvik_set_async_info_nocontext(a, nullptr), 0);
     kernel.devices().set_product_model(model);
     kernel.devices().set_varn(variant);
-    EXPECT_EQ(tarvik_iflsm_async_kernel_register(a, &ear, hear_cookie), want);
-    EXPECT_EQ(tarvik_iflsm_async_kernel_register(a, &ear, nullptr), EINVAL);
+    EXPECT_EQ(entry(a, &ear, hear_cookie), want);
+    EXPECT_EQ(entry(a, &ear, nullptr), EINVAL);  // a handler is required
     tarvik_close(a);
   }
 }

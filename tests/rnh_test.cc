@@ -24,20 +24,6 @@ uint32_t msg_allocs() {
   return tarvik_mem_record.cnts[MEMID_TARVIK_MSG].allocs;
 }
 
-// Fails the n-th message block from now (1 is the next), then steps aside.
-int g_blocks_to_failure = 0;
-void *(*g_real_malloc)(unsigned, size_t) = nullptr;
-void *failing_malloc(unsigned memid, size_t size) {
-  if (memid != MEMID_TARVIK_MSG || --g_blocks_to_failure != 0) return g_real_malloc(memid, size);
-  tarvik_malloc = g_real_malloc;
-  return nullptr;
-}
-void fail_block(int n) {
-  g_real_malloc = tarvik_malloc;
-  g_blocks_to_failure = n;
-  tarvik_malloc = failing_malloc;
-}
-
 class RnhTest : public OneSessionTest {
  protected:
   // A service add with everything but the list and its kind at a default.
@@ -323,7 +309,7 @@ TEST_F(RnhTest, EveryReservedIndexFailureIsPrintedAndReturned) {
   for (const Nhack &row : rows) {
     SCOPED_TRACE(row.what);
     os.stderr_lines.clear();
-    if (row.block_to_fail != 0) fail_block(row.block_to_fail);
+    if (row.block_to_fail != 0) fail_msg_block(row.block_to_fail);
     if (row.write_errno != 0) kernel.inject_write_errno(row.write_errno);
     if (row.silent) kernel.on_raw(TLK_MSG_RESIDX, TLK_OP_GET, nullptr);
     void *out = kPoison;

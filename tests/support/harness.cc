@@ -17,6 +17,14 @@ void capture_exit(int status) {
   g_capture->exits.push_back(status);
 }
 
+int g_blocks_to_failure = 0;
+void *(*g_real_malloc)(unsigned, size_t) = nullptr;
+void *failing_malloc(unsigned memid, size_t size) {
+  if (memid != MEMID_TARVIK_MSG || --g_blocks_to_failure != 0) return g_real_malloc(memid, size);
+  tarvik_malloc = g_real_malloc;
+  return nullptr;
+}
+
 }  // namespace
 
 Bytes cat(std::initializer_list<Bytes> parts) {
@@ -95,6 +103,12 @@ size_t sent_count(const tarsim::Kernel &kernel) {
 void drain(tarvik_cookie *session) {
   while (tarvik_async_event_process(session) == 0) {
   }
+}
+
+void fail_msg_block(int n) {
+  if (tarvik_malloc != failing_malloc) g_real_malloc = tarvik_malloc;
+  g_blocks_to_failure = n;
+  tarvik_malloc = failing_malloc;
 }
 
 OsCapture::OsCapture() : previous_(*tlk_platform_get()) {

@@ -43,6 +43,9 @@ Bytes last_sent(const tarsim::Kernel &kernel);
 size_t sent_count(const tarsim::Kernel &kernel);
 // Runs a session's event processing until its socket is empty.
 void drain(tarvik_cookie *session);
+// Fails the n-th message block (identifier 75) the library asks for from now, 1 being the next,
+// then steps aside.
+void fail_msg_block(int n);
 
 // Captures what the library sends to the system log, to stderr and to exit, through the seam.
 // While installed, a level 4 line does not end the process: the exit is recorded and the library
