@@ -176,20 +176,21 @@ bool fabric_replication(Text &t, const uint8_t *b, uint32_t, int) {
 struct Form {
   int family;
   bool (*print)(Text &t, const uint8_t *b, uint32_t bits, int mode);  // false: use the fallback
+  bool may_keep;  // may leave the destination as it was
 };
 constexpr Form kForms[] = {
-    {39, mpls},
-    {63, vpls},
-    {73, ethernet_switching},
-    {75, members},
-    {83, msti},
-    {85, dhcp_snooping},
-    {89, fibre_channel},
-    {91, members},
-    {93, fabric_multicast},
-    {95, fabric_replication},
-    {123, dhcpv6_snooping},
-    {127, vpls},
+    {39, mpls, false},
+    {63, vpls, false},
+    {73, ethernet_switching, false},
+    {75, members, true},
+    {83, msti, false},
+    {85, dhcp_snooping, false},
+    {89, fibre_channel, false},
+    {91, members, true},
+    {93, fabric_multicast, false},
+    {95, fabric_replication, false},
+    {123, dhcpv6_snooping, false},
+    {127, vpls, false},
 };
 
 // The families printed by inet_ntop in mode 0.
@@ -207,17 +208,21 @@ extern "C" TLK_EXPORT char *tarvik_format_prefix(char *dst, size_t size, const v
     t.clear();
     return dst;
   }
-  // The forms write from the start of the destination; one that writes nothing leaves it as it
-  // was, and one that declines has written nothing.
+  // A form that declines has written nothing, and the fallback follows.
   for (int f : kInetFamilies) {
     if (f != family) continue;
+    t.clear();
     if (mode == kModeNatural && inet_natural(t, b, bits, family)) return dst;
     fallback(t, b, bits, mode);
     return dst;
   }
   for (const Form &form : kForms) {
-    if (form.family == family && form.print(t, b, bits, mode)) return dst;
+    if (form.family != family) continue;
+    if (!form.may_keep) t.clear();
+    if (form.print(t, b, bits, mode)) return dst;
+    break;
   }
+  t.clear();
   fallback(t, b, bits, mode);
   return dst;
 }
