@@ -68,7 +68,8 @@ TLK_EXPORT const char *tarvik_format_context(unsigned context);
 TLK_EXPORT const char *tarvik_format_ppm_type(int type);
 /* Load balancing attribute of an MPLS label; "Unknown" above 8 and for 3 and 5 to 7. */
 TLK_EXPORT const char *tarvik_format_lb_attr(unsigned attr);
-/* Short program name of a sender identifier; "unknown" for 3, for 147 and above and below 0. */
+/* Short program name of a sender identifier: "self", "kernel", "user", "unknown" for 0 to 3,
+ * "sender-N" for the product's rows 4 to 146, and "unknown" for 147 and above and below 0. */
 TLK_EXPORT const char *tarvik_format_msg_sender_id(int sender);
 /* Clients of an interface state mask (bits 0 to 3, higher ones ignored): "None" for 0, "ALL"
  * for exactly 15, else the set bits' words joined by "/".  Static buffer: see above. */
@@ -83,9 +84,10 @@ TLK_EXPORT const char *tarvik_gencfg_format_ipsectype(int type);
 /* Layer 2 token type; "Invalid" outside 0 to 3. */
 TLK_EXPORT const char *tarvik_gencfg_format_l2token_type(int type);
 /* Major blob type: any type with bit 15 (0x8000) set is "SDK"; "Unknown" for 105 and above,
- * below 0 and for numbers without a word. */
+ * below 0 and for numbers without a word (the product's daemon rows among them). */
 TLK_EXPORT const char *tarvik_gencfg_format_majortype(int type);
-/* Name of a USP blob subtype; NULL for 159 and above and below 0. */
+/* Name of a USP blob subtype ("USP_N" for the rows the product names); NULL for 159 and above
+ * and below 0. */
 TLK_EXPORT const char *tarvik_gencfg_format_usptype(int subtype);
 /* Runs the printer of a USP subtype's row, if the row has one, with `dst` (257 bytes) and `msg`:
  * 1 if it ran, else 0 (also for a subtype outside the table). */
