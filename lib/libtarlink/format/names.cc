@@ -6,6 +6,7 @@
 #include <array>
 #include <string_view>
 
+#include "format/names.h"
 #include "format/usp_rows.h"
 #include "tarlink/format.h"
 
@@ -143,23 +144,6 @@ constexpr Named kFamilyPairs[] = {
     {141, "evpn-mcsnoop-v6"},
 };
 constexpr auto kFamilies = spread<142>(kFamilyPairs);
-
-// Index 15 is out of reach of tarvik_format_route_type, which caps at 14: the message formatter
-// reads the table itself and caps at 15.  The two differ on purpose.
-constexpr const char *kRouteTypes[] = {
-    "", "user", "ignr", "dynm", "",     "perm", "",     "intf",
-    "", "dest", "ifdn", "",     "iddn", "clon", "ifcl", "unknown",
-};
-
-// The last entry, for any value out of range, is NULL on purpose: callers print it through a
-// checked path or not at all.
-constexpr const char *kNexthopTypes[] = {
-    "dscd",    "rjct",    "ucst",    "ulst",    "idxd",    "indr",    "hold",    "rslv",
-    "locl",    "recv",    "mcrt",    "bcst",    "mcst",    "mgrp",    "mdsc",    "rtbl",
-    "deny",    "aggr",    "crypto",  "iflist",  "sample",  "flood",   "service", "mcrtc",
-    "comp",    "unknown", "unknown", "unknown", "unknown", "unknown", "unknown", "le",
-    "unknown", "unknown", "unknown", nullptr,
-};
 
 // The words as the forwarding plane's owners wrote them, misspellings included.
 constexpr const char *kCosTypes[] = {
@@ -426,6 +410,23 @@ constexpr std::array<UspRow, kUspRows> kUspTable = [] {
 
 }  // namespace
 
+// Index 15 is out of reach of tarvik_format_route_type, which caps at 14: the message formatter
+// reads the table itself and caps at 15.  The two differ on purpose.
+const char *const kRouteTypeWords[kRouteTypeRows] = {
+    "", "user", "ignr", "dynm", "",     "perm", "",     "intf",
+    "", "dest", "ifdn", "",     "iddn", "clon", "ifcl", "unknown",
+};
+
+// The last entry, for any value out of range, is NULL on purpose: callers print it through a
+// checked path or not at all.
+const char *const kNexthopTypeWords[kNexthopTypeRows] = {
+    "dscd",    "rjct",    "ucst",    "ulst",    "idxd",    "indr",    "hold",    "rslv",
+    "locl",    "recv",    "mcrt",    "bcst",    "mcst",    "mgrp",    "mdsc",    "rtbl",
+    "deny",    "aggr",    "crypto",  "iflist",  "sample",  "flood",   "service", "mcrtc",
+    "comp",    "unknown", "unknown", "unknown", "unknown", "unknown", "unknown", "le",
+    "unknown", "unknown", "unknown", nullptr,
+};
+
 const UspRow &usp_row(int subtype) {
   return kUspTable[subtype >= 0 && subtype < kUspRows - 1 ? subtype : kUspRows - 1];
 }
@@ -451,11 +452,11 @@ TLK_EXPORT const char *tarvik_format_rtm_type(int type) {
 }
 
 TLK_EXPORT const char *tarvik_format_route_type(int type) {
-  return tlk::format::kRouteTypes[type >= 0 && type < 14 ? type : 14];
+  return tlk::format::kRouteTypeWords[type >= 0 && type < 14 ? type : 14];
 }
 
 TLK_EXPORT const char *tarvik_format_nexthop_type(int type) {
-  return pick(tlk::format::kNexthopTypes, type);
+  return pick(tlk::format::kNexthopTypeWords, type);
 }
 
 TLK_EXPORT const char *tarvik_format_cos_type(int type) {
