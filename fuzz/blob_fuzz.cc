@@ -1,23 +1,79 @@
 // Fuzzes the decoders of blobs that arrive inside gencfg messages: the firewall filter head (both
-// its TLV and its legacy fixed form) and the filter state; and the trace decoder of a next hop's
-// opaque area.  Input: byte 0 picks the decoder (0xF0 and up: the opaque area, with the next hop
-// type 3, 5 or another one by its low bits), the rest is the blob.  Whatever the bytes, a decode either fails cleanly or gives a record whose
-// parts are released whole.
+// its TLV and its legacy fixed form) and the filter state; the trace decoder of a next hop's
+// opaque area; and the prefix and socket address formatters.  Input: byte 0 picks the decoder
+// (0xF0 and up: the opaque area, with the next hop type 3, 5 or another one by its low bits;
+// 0xE0 to 0xEF: the formatters, see format_case), the rest is the blob.  Whatever the bytes, a
+// decode either fails cleanly or gives a record whose parts are released whole.
+#include <netdb.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "tarlink.h"
+#include "tarlink_platform.h"
+
+namespace {
+
+// The formatters: low bit 0, tarvik_format_prefix with the family, mode and a 16-bit length from
+// bytes 1 to 4 over the rest, in a buffer of exactly the bytes that the length and the natural
+// forms may read; low bit 1, tarvik_format_sockaddr of the rest, exactly as long, into a buffer
+// whose size comes from byte 1.  Name lookups go to a seam that answers from the input, never to
+// the host's resolver.
+void format_case(uint8_t pick, const std::vector<uint8_t> &blob) {
+  static const bool seam_installed = [] {
+    tlk_platform table = *tlk_platform_get();
+    table.gethostbyaddr = [](const void *addr, socklen_t, int) -> struct hostent * {
+      static char name[] = "host.sub.example.org";
+      static struct hostent entry;
+      entry.h_name = name;
+      return (static_cast<const uint8_t *>(addr)[0] & 1) != 0 ? &entry : nullptr;
+    };
+    table.gethostname = [](char *name, size_t len) {
+      snprintf(name, len, "me.example.org");
+      return 0;
+    };
+    table.print_stderr = [](const char *) {};
+    tlk_platform_set(&table);
+    return true;
+  }();
+  (void)seam_installed;
+  if (blob.size() < 5) return;
+  if ((pick & 1) == 0) {
+    const int family = blob[0];
+    const int mode = blob[1] & 3;
+    const uint32_t bits = static_cast<uint32_t>(blob[2] | blob[3] << 8);
+    std::vector<uint8_t> data(std::max<size_t>(32, (bits + 7) / 8), 0);
+    std::copy(blob.begin() + 4, blob.begin() + 4 + std::min(blob.size() - 4, data.size()),
+              data.begin());
+    std::vector<char> text(257, '#');
+    tarvik_format_prefix(text.data(), text.size(), data.data(), bits, family, mode);
+    // A family that leaves the destination alone leaves the '#' bytes; any other text ends.
+    if (text[0] != '#' && memchr(text.data(), 0, text.size()) == nullptr) abort();
+  } else {
+    const size_t size = blob[0];
+    std::vector<uint8_t> address(blob.begin() + 1, blob.end());
+    std::vector<char> text(size + 1, '#');
+    tarvik_format_sockaddr(text.data(), size, address.data(), address.size(), blob[1] & 0x80);
+    if (text[size] != '#') abort();  // nothing past the size
+    if (size > 0 && memchr(text.data(), 0, size) == nullptr) abort();
+  }
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size < 1) return 0;
   const uint8_t pick = data[0];
   // A copy of exactly the blob's length, so that reading past it is caught.
   std::vector<uint8_t> blob(data + 1, data + size);
-  if (pick >= 0xF0) {
+  if (pick >= 0xE0 && pick < 0xF0) {
+    format_case(pick, blob);
+  } else if (pick >= 0xF0) {
     static const uint32_t kTypes[] = {3, 5, 2, 3};
     std::vector<char> text(2048, '#');
     text[0] = 0;

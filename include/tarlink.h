@@ -33,6 +33,7 @@
  *   tarlink/rnh_stats.h  next hop statistics
  *   tarlink/dfw_stats.h  firewall counters and the firewall log
  *   tarlink/unnum.h      unnumbered address donors
+ *   tarlink/format.h     value formatters and name tables for traces
  *
  * All of them compile as C99 and as C++.
  */
@@ -44,6 +45,7 @@
 #include "tarlink/bulk.h"
 #include "tarlink/dfw.h"
 #include "tarlink/dfw_stats.h"
+#include "tarlink/format.h"
 #include "tarlink/frame.h"
 #include "tarlink/gencfg.h"
 #include "tarlink/ifd.h"

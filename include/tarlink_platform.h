@@ -20,6 +20,8 @@
 extern "C" {
 #endif
 
+struct hostent;
+
 typedef struct tlk_platform {
   /* The routing socket and its I/O. */
   int (*socket)(int domain, int type, int protocol);
@@ -80,6 +82,16 @@ typedef struct tlk_platform {
    * interfaces may not name `null_ifl_idx`.  Both are 0 on the host. */
   uint32_t null_nh_idx;
   uint32_t null_ifl_idx;
+  /* The name of an address, for the socket address formatter: as gethostbyaddr(3), with the
+   * family in the library's numbering (2 inet, 28 inet6); NULL when nothing is found.  The host
+   * default may block in a name lookup. */
+  struct hostent *(*gethostbyaddr)(const void *addr, socklen_t len, int family);
+  /* This host's name, as gethostname(2): 0, or -1 with errno.  The socket address formatter
+   * takes its local domain from it once per process. */
+  int (*gethostname)(char *name, size_t len);
+  /* An address as text, as inet_ntop(3), with the family in the library's numbering: 2 inet,
+   * 28 inet6; the host default refuses any other with EAFNOSUPPORT.  NULL with errno on failure. */
+  const char *(*inet_ntop)(int family, const void *src, char *dst, socklen_t size);
 } tlk_platform;
 
 /* The table in force. */

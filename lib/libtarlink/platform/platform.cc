@@ -3,8 +3,10 @@
 
 #include "platform/eventlib.h"
 
+#include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <netdb.h>
 #ifdef TARLINK_HAVE_NETTLE
 #include <nettle/md5.h>
 #endif
@@ -108,6 +110,35 @@ void host_md5_cksum(const void *data, size_t length, size_t, uint8_t *digest, vo
 constexpr auto host_md5_cksum = nullptr;  // a build without nettle has no MD5 in its seam
 #endif
 
+// The library numbers address families as the target does; the host's numbers may differ.
+int host_family(int family) {
+  switch (family) {
+    case 2:
+      return AF_INET;
+    case 28:
+      return AF_INET6;
+    default:
+      return -1;
+  }
+}
+
+struct hostent *host_gethostbyaddr(const void *addr, socklen_t len, int family) {
+  const int af = host_family(family);
+  if (af < 0) return nullptr;
+  return ::gethostbyaddr(addr, len, af);
+}
+int host_gethostname(char *name, size_t len) {
+  return ::gethostname(name, len);
+}
+const char *host_inet_ntop(int family, const void *src, char *dst, socklen_t size) {
+  const int af = host_family(family);
+  if (af < 0) {
+    errno = EAFNOSUPPORT;
+    return nullptr;
+  }
+  return ::inet_ntop(af, src, dst, size);
+}
+
 // Entries by name, so that adding one touches no other.
 constexpr tlk_platform kHost = {
     .socket = host_socket,
@@ -141,6 +172,9 @@ constexpr tlk_platform kHost = {
     .md5_cksum = host_md5_cksum,
     .null_nh_idx = 0,
     .null_ifl_idx = 0,
+    .gethostbyaddr = host_gethostbyaddr,
+    .gethostname = host_gethostname,
+    .inet_ntop = host_inet_ntop,
 };
 
 }  // namespace
