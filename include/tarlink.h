@@ -24,7 +24,7 @@
  *   tarlink/ifd.h        devices, their statistics and alarms
  *   tarlink/ifl.h        logical interfaces
  *   tarlink/iff.h        protocol families and addresses of logical interfaces
- *   tarlink/rtm.h        routes and route match
+ *   tarlink/rtm.h        routes, route match and multicast groups
  *   tarlink/rnh.h        next hops, reserved next hop indexes, composites
  *   tarlink/gencfg.h     generic configuration blobs
  *   tarlink/rtb.h        route tables and named table classes

@@ -1,5 +1,5 @@
 /*
- * tarlink/rtm.h - routes ("route"), route match ("rtmatch").
+ * tarlink/rtm.h - routes ("route"), route match ("rtmatch"), multicast groups ("mgroup").
  *
  * A route lives in a table (tid) of one address family and is keyed by its prefix: a bit count
  * and the bytes, of which the request carries ((bits + 31) / 32) * 4, the first (bits + 7) / 8
@@ -79,6 +79,26 @@ TLK_EXPORT int tarvik_rtmatch_by_prefix(tarvik_cookie *cookie, uint32_t tid, uin
 TLK_EXPORT int tarvik_rtmatch_fwding_nh_ifindex(tarvik_cookie *cookie, uint32_t tid, uint32_t af,
                                                 uint32_t type, const uint8_t *prefix, uint32_t plen,
                                                 void **out, void **mask);
+
+/*
+ * Multicast groups ("mgroup", type 13, mgr_msg).  A table (tid) of one address family holds its
+ * multicast groups keyed by the group prefix; a get reads one, a getnext the one after it in
+ * group order.  The group travels as ((group_bits + 31) / 32) * 4 bytes read from `group`, which
+ * must hold that many; group_bits 0 sends no group (the start of a walk).  The reply is one
+ * mgr_msg, released with tarvik_msg_idl_release.
+ *
+ *   const uint8_t grp[4] = {224, 1, 1, 1};
+ *   void *m = NULL;
+ *   if (tarvik_mgrm_get(c, 0, TLK_AF_INET, grp, 32, TLK_OP_GET, &m, NULL) == 0) {
+ *     printf("next hop %u\n", ((const mgr_msg *)m)->mgr_nhidx.idx);
+ *     tarvik_msg_idl_release(c, m, NULL);
+ *   }
+ */
+/* Sends a multicast group request of any op (version 'c'); get and getnext read one mgr_msg into
+ * *out, which is NULL after a failure. */
+TLK_EXPORT int tarvik_mgrm_get(tarvik_cookie *cookie, uint32_t tid, uint32_t af,
+                               const uint8_t *group, uint32_t group_bits, uint32_t op, void **out,
+                               void **mask);
 
 #ifdef __cplusplus
 }
