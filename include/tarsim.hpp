@@ -9,6 +9,7 @@
 //   kernel.dfw()       tarsim/dfw.hpp       firewall filter programs and heads
 //   kernel.dfw_counters()  tarsim/dfw_stats.hpp  firewall counters and the firewall log
 //   kernel.route_tables()  tarsim/rtb.hpp  route tables and named table classes
+//   kernel.multicast_groups()  tarsim/mgroup.hpp  multicast groups of the route tables
 // The C face is tarsim.h.
 #pragma once
 
@@ -21,6 +22,7 @@
 #include "tarsim/ifa.hpp"
 #include "tarsim/iff.hpp"
 #include "tarsim/ifl.hpp"
+#include "tarsim/mgroup.hpp"
 #include "tarsim/nh_stats.hpp"
 #include "tarsim/rnh.hpp"
 #include "tarsim/routes.hpp"

@@ -85,6 +85,7 @@ class Nexthops;  // tarsim/rnh.hpp
 class DfwCounters;
 // tarsim/rtb.hpp
 class RouteTables;
+class MulticastGroups;  // tarsim/mgroup.hpp
 namespace internal {
 class Core;
 }
@@ -145,6 +146,9 @@ class TARSIM_EXPORT Kernel {
   // Route tables and named table classes.
   RouteTables route_tables();
   const RouteTables route_tables() const;
+  // Multicast groups of the route tables.
+  MulticastGroups multicast_groups();
+  const MulticastGroups multicast_groups() const;
 
   // Statistics values kept beside the generic configuration blobs.
   GencfgStats gencfg_stats();
