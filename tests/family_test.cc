@@ -83,6 +83,24 @@ const rnhc_msg &rnhc(const void *m) {
   return *static_cast<const rnhc_msg *>(m);
 }
 
+// A multicast group's walk key: table, family, length, then its (bits + 7) / 8 bytes, one byte a
+// word.
+Key group_key(uint16_t tid, uint8_t af, uint16_t bits, const uint8_t *bytes) {
+  Key k{tid, af, bits};
+  for (size_t i = 0; i < (bits + 7u) / 8; ++i) k.push_back(bytes[i]);
+  return k;
+}
+
+int group_by_key(tarvik_cookie *c, const Key &k, uint32_t op, void **out) {
+  uint8_t bytes[16] = {};
+  for (size_t i = 3; i < k.size() && i < 3 + sizeof bytes; ++i)
+    bytes[i - 3] = static_cast<uint8_t>(k[i]);
+  return tarvik_mgrm_get(c, k.at(0), k.at(1), bytes, k.at(2), op, out, nullptr);
+}
+const mgr_msg &mgr(const void *m) {
+  return *static_cast<const mgr_msg *>(m);
+}
+
 // An address's walk key: index, family, the two prefix lengths, then the destination's bytes and
 // the local prefix's, one byte a word.
 Key address_key(uint32_t iflidx, uint8_t af, uint16_t dest_plen, const uint8_t *dest,
@@ -105,6 +123,7 @@ int address_by_key(tarvik_cookie *c, const Key &k, uint32_t op, void **out) {
 
 const uint8_t kNet[] = {10, 0, 0, 0}, kHost[] = {10, 0, 0, 1}, kElsewhere[] = {192, 168, 1, 1};
 const uint8_t kInNet[] = {10, 0, 0, 7};
+const uint8_t kGroup[] = {224, 1, 1, 1}, kNoGroup[] = {239, 9, 9, 9};
 
 const Family kFamilies[] = {
     {
@@ -339,6 +358,28 @@ const Family kFamilies[] = {
           std::vector<Key> keys;
           for (const auto &n : k.nexthops().list()) {
             if (n.type == tarsim::kNhComposite) keys.push_back({n.index});
+          }
+          return keys;
+        },
+    },
+    {
+        "multicast groups",
+        group_key(0, TLK_AF_INET, 32, kGroup),
+        group_key(0, TLK_AF_INET, 32, kNoGroup),
+        {{"table, family and group",
+          [](auto *c, uint32_t op, void **o, void **m) {
+            return tarvik_mgrm_get(c, 0, TLK_AF_INET, kGroup, 32, op, o, m);
+          }}},
+        group_by_key,
+        [](const void *m) {
+          return group_key(mgr(m).tid, mgr(m).af, mgr(m).group.plen, mgr(m).group.prefix);
+        },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          const tarsim::MulticastGroups groups = k.multicast_groups();
+          for (size_t i = 0; i < groups.size(); ++i) {
+            const tarsim::MulticastGroup *g = groups.at(i);
+            keys.push_back(group_key(g->tid, g->af, g->bits, g->group));
           }
           return keys;
         },

@@ -209,6 +209,8 @@ const Row kRows[] = {
         false),
     ROW(tarvik_rtmatch_fwding_nh_ifindex(nullptr, 0, TLK_AF_INET, 0, nullptr, 0, nullptr, nullptr),
         EINVAL, false),
+    ROW(tarvik_mgrm_get(nullptr, 0, TLK_AF_INET, nullptr, 0, TLK_OP_GET, nullptr, nullptr), EINVAL,
+        false),
     ROW(tarvik_ifa_pointchange(nullptr, 1, TLK_AF_INET, nullptr, 0, nullptr, 0), EINVAL, false),
     // Generic configuration.
     ROW(tarvik_gencfg_op_export(nullptr, nullptr, TLK_OP_GET, nullptr, nullptr, nullptr, nullptr,

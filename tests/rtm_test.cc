@@ -219,6 +219,31 @@ TEST_F(RtmTest, GetsReadOnlyForGetAndGetnext) {
   tarvik_msg_idl_release(c, m, nullptr);
 }
 
+// A multicast group goes out in whole words, its byte length masked to 14 bits and its bit count
+// cut to 16; a count of 0 sends no group.  The record is version 'c' of type 13.
+TEST_F(RtmTest, AMulticastGroupGoesInWholeWordsWithItsLengthMasked) {
+  const uint8_t group[16] = {0xff, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x01, 0, 0x03};
+  const struct {
+    uint32_t bits;
+    uint16_t plen;
+    uint32_t len;
+  } rows[] = {{0, 0, 0},      {1, 1, 4},       {32, 32, 4}, {33, 33, 8},
+              {128, 128, 16}, {0x20020, 32, 4}};  // ((0x20020 + 31) / 8) & 0x3FFC: 0x4007 & 0x3FFC
+  for (const auto &r : rows) {
+    SCOPED_TRACE(r.bits);
+    void *m = kPoison;
+    (void)tarvik_mgrm_get(c, 0, TLK_AF_INET6, group, r.bits, TLK_OP_GET, &m, nullptr);
+    if (m != nullptr) tarvik_msg_idl_release(c, m, nullptr);
+    auto req = last_request_as<mgr_msg>();
+    ASSERT_NE(req, nullptr);
+    EXPECT_EQ(req->mgr_hdr.tlkh_version, 'c');
+    EXPECT_EQ(req->mgr_hdr.tlkh_type, TLK_MSG_MGROUP);
+    EXPECT_EQ(req->group.plen, r.plen);
+    EXPECT_EQ(Bytes(req->group.prefix, req->group.prefix + req->group.prefix_len),
+              Bytes(group, group + r.len));
+  }
+}
+
 // A route match whose route has no next hop gives -1 and leaves the reply with the caller.
 TEST_F(RtmTest, TheForwardingInterfaceOfARouteWithoutNextHopIsMinusOne) {
   const uint8_t dst[] = {10, 1, 0, 9};
