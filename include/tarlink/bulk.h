@@ -59,7 +59,9 @@ TLK_EXPORT int tarvik_set_io_min_elapse(tarvik_cookie *cookie, uint32_t value, i
 /* Sends `count` requests in as few writes as the send buffer allows and reads their replies.
  * `masks` (may be NULL) holds one word per entry: 0 for IDR, else the address of the entry's TLV
  * mask; it receives the masks of TLV replies.  EINVAL for a NULL cookie, else 0: the outcome of
- * each entry is in the entry. */
+ * each entry is in the entry.  Size the vector so that its requests fit one write (the bulk
+ * buffer, 512 KiB by default) whenever an entry expects a reply: a write cut short just before
+ * an entry that expects one still waits for that reply, and reads until the session fails. */
 TLK_EXPORT int tarvik_msg_writev_idl(tarvik_cookie *cookie, uint32_t count, tarvik_msg_iov_t *iov,
                                      uintptr_t *masks);
 /* Stores an entry's write (is_write non-zero) or read error: `value`, or errno when it is 0. */
