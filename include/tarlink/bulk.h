@@ -61,7 +61,7 @@ TLK_EXPORT int tarvik_set_io_min_elapse(tarvik_cookie *cookie, uint32_t value, i
  * mask; it receives the masks of TLV replies.  EINVAL for a NULL cookie, else 0: the outcome of
  * each entry is in the entry.  Size the vector so that its requests fit one write (the bulk
  * buffer, 512 KiB by default) whenever an entry expects a reply: a write cut short just before
- * an entry that expects one still waits for that reply, and reads until the session fails. */
+ * an entry that expects one still counts that reply, and reads for it without end. */
 TLK_EXPORT int tarvik_msg_writev_idl(tarvik_cookie *cookie, uint32_t count, tarvik_msg_iov_t *iov,
                                      uintptr_t *masks);
 /* Stores an entry's write (is_write non-zero) or read error: `value`, or errno when it is 0. */
