@@ -58,38 +58,76 @@ void Lpm::release(uint32_t n) {
 void Lpm::clear() {
   nodes_.clear();
   free_.clear();
-  root_ = kNil;
+  roots_.clear();
+  occupied_.clear();
   size_ = 0;
 }
 
+void Lpm::set_root(uint32_t r, uint32_t node) {
+  if (roots_.empty()) {
+    roots_.assign(kRoots, kNil);
+    occupied_.assign(kShort / 64, 0);
+  }
+  roots_[r] = node;
+  if (r == kShort) return;
+  const uint64_t b = uint64_t{1} << (r % 64);
+  if (node == kNil)
+    occupied_[r / 64] &= ~b;
+  else
+    occupied_[r / 64] |= b;
+}
+
+uint32_t Lpm::next_root(uint32_t t) const {
+  if (occupied_.empty()) return kShort;
+  for (uint32_t w = t / 64; w < occupied_.size(); ++w) {
+    uint64_t bits = occupied_[w];
+    if (w == t / 64) bits &= ~uint64_t{0} << (t % 64);
+    if (bits != 0) return w * 64 + static_cast<uint32_t>(__builtin_ctzll(bits));
+  }
+  return kShort;
+}
+
 bool Lpm::insert(const uint8_t *in, unsigned bits, uint32_t value) {
+  return put(in, bits, value, true) == kNone;
+}
+
+uint32_t Lpm::emplace(const uint8_t *in, unsigned bits, uint32_t value) {
+  return put(in, bits, value, false);
+}
+
+uint32_t Lpm::put(const uint8_t *in, unsigned bits, uint32_t value, bool replace) {
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
+  const uint32_t r = root_of(k, bits);
   uint32_t parent = kNil;
   unsigned side = 0;
   auto link = [&](uint32_t to) {
     if (parent == kNil)
-      root_ = to;
+      set_root(r, to);
     else
       nodes_[parent].child[side] = to;
   };
-  uint32_t n = root_;
+  uint32_t n = root(r);
   for (;;) {
     if (n == kNil) {
       link(make(k, bits, true, value));
       ++size_;
-      return true;
+      return kNone;
     }
     const unsigned nl = nodes_[n].len_lo;
     const unsigned c = common(nodes_[n].key, k, std::min(nl, bits));
     if (c == nl && c == bits) {
       Node &nd = nodes_[n];
-      const bool fresh = nd.has == 0;
+      if (nd.has != 0) {
+        const uint32_t old = nd.value;
+        if (replace) nd.value = value;
+        return old;
+      }
       nd.has = 1;
       nd.value = value;
-      if (fresh) ++size_;
-      return fresh;
+      ++size_;
+      return kNone;
     }
     if (c == nl) {  // the node's prefix covers the key: go down
       parent = n;
@@ -109,7 +147,7 @@ bool Lpm::insert(const uint8_t *in, unsigned bits, uint32_t value) {
       link(g);
     }
     ++size_;
-    return true;
+    return kNone;
   }
 }
 
@@ -117,7 +155,8 @@ uint32_t Lpm::erase(const uint8_t *in, unsigned bits) {
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
-  uint32_t gp = kNil, p = kNil, n = root_;
+  const uint32_t r = root_of(k, bits);
+  uint32_t gp = kNil, p = kNil, n = root(r);
   unsigned gpside = 0, pside = 0;
   while (n != kNil) {
     const unsigned nl = nodes_[n].len_lo;
@@ -132,7 +171,7 @@ uint32_t Lpm::erase(const uint8_t *in, unsigned bits) {
   if (n == kNil || nodes_[n].has == 0) return kNone;
   auto link = [&](uint32_t parent, unsigned side, uint32_t to) {
     if (parent == kNil)
-      root_ = to;
+      set_root(r, to);
     else
       nodes_[parent].child[side] = to;
   };
@@ -162,7 +201,7 @@ uint32_t Lpm::find(const uint8_t *in, unsigned bits) const {
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
-  for (uint32_t n = root_; n != kNil;) {
+  for (uint32_t n = root(root_of(k, bits)); n != kNil;) {
     const Node &nd = nodes_[n];
     const unsigned nl = nd.len_lo;
     if (nl > bits || common(nd.key, k, nl) < nl) return kNone;
@@ -176,45 +215,53 @@ uint32_t Lpm::longest_match(const uint8_t *in, unsigned bits) const {
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
-  uint32_t best = kNone;
-  for (uint32_t n = root_; n != kNil;) {
-    const Node &nd = nodes_[n];
-    const unsigned nl = nd.len_lo;
-    if (nl > bits || common(nd.key, k, nl) < nl) break;
-    if (nd.has) best = nd.value;
-    if (nl == bits) break;
-    n = nd.child[bit(k, nl)];
+  auto in_root = [&](uint32_t n) {
+    uint32_t best = kNone;
+    while (n != kNil) {
+      const Node &nd = nodes_[n];
+      const unsigned nl = nd.len_lo;
+      if (nl > bits || common(nd.key, k, nl) < nl) break;
+      if (nd.has) best = nd.value;
+      if (nl == bits) break;
+      n = nd.child[bit(k, nl)];
+    }
+    return best;
+  };
+  // Any match under a long root is longer than every short prefix.
+  if (bits >= kStride) {
+    const uint32_t best = in_root(root(root_of(k, bits)));
+    if (best != kNone) return best;
   }
-  return best;
+  return in_root(root(kShort));
 }
 
 uint32_t Lpm::first_in(uint32_t n) const {
   while (n != kNil) {
     const Node &nd = nodes_[n];
-    if (nd.has) return nd.value;
+    if (nd.has) return n;
     // A branching node has both children; the 0 side holds the first prefix.
     n = nd.child[0] != kNil ? nd.child[0] : nd.child[1];
   }
-  return kNone;
+  return kNil;
 }
 
 uint32_t Lpm::next_in(uint32_t n, const uint8_t *k, unsigned bits) const {
-  if (n == kNil) return kNone;
+  if (n == kNil) return kNil;
   const Node &nd = nodes_[n];
   const unsigned nl = nd.len_lo;
   const unsigned c = common(nd.key, k, std::min(nl, bits));
   if (c < nl && c < bits) {  // they part at bit c: the whole subtree lies on one side
-    return bit(nd.key, c) > bit(k, c) ? first_in(n) : kNone;
+    return bit(nd.key, c) > bit(k, c) ? first_in(n) : kNil;
   }
   if (c == bits && bits < nl) return first_in(n);  // the key covers the whole subtree
   // The node's prefix covers the key (or is it): the node itself comes before the key.
   if (nl == bits) {
     const uint32_t r = first_in(nd.child[0]);
-    return r != kNone ? r : first_in(nd.child[1]);
+    return r != kNil ? r : first_in(nd.child[1]);
   }
   const unsigned b = bit(k, nl);
   const uint32_t r = next_in(nd.child[b], k, bits);
-  if (r != kNone || b == 1) return r;
+  if (r != kNil || b == 1) return r;
   return first_in(nd.child[1]);
 }
 
@@ -222,12 +269,34 @@ uint32_t Lpm::next(const uint8_t *in, unsigned bits) const {
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
-  return next_in(root_, k, bits);
+  const uint32_t short_next = next_in(root(kShort), k, bits);
+  // Under the long roots: the rest of the key's own root, then the roots after it.  A short key
+  // comes before all of its root, as its 16 bits are those of its root's first prefixes.
+  uint32_t long_next = kNil;
+  uint32_t t = uint32_t{k[0]} << 8 | k[1];
+  if (bits >= kStride) {
+    long_next = next_in(root(t), k, bits);
+    ++t;
+  }
+  while (long_next == kNil && t < kShort) {
+    t = next_root(t);
+    if (t == kShort) break;
+    long_next = first_in(roots_[t]);
+    ++t;
+  }
+  if (short_next == kNil || long_next == kNil) {
+    const uint32_t n = short_next != kNil ? short_next : long_next;
+    return n == kNil ? kNone : nodes_[n].value;
+  }
+  const Node &a = nodes_[short_next], &b = nodes_[long_next];
+  const int order = memcmp(a.key, b.key, sizeof a.key);
+  const bool short_first = order < 0 || (order == 0 && a.len_lo < b.len_lo);
+  return short_first ? a.value : b.value;
 }
 
-void Lpm::walk(void (*fn)(uint32_t value, void *arg), void *arg) const {
-  std::vector<uint32_t> stack;
-  if (root_ != kNil) stack.push_back(root_);
+void Lpm::walk_root(uint32_t n, void (*fn)(uint32_t value, void *arg), void *arg,
+                    std::vector<uint32_t> &stack) const {
+  if (n != kNil) stack.push_back(n);
   while (!stack.empty()) {
     const Node &nd = nodes_[stack.back()];
     stack.pop_back();
@@ -235,6 +304,27 @@ void Lpm::walk(void (*fn)(uint32_t value, void *arg), void *arg) const {
     if (nd.child[1] != kNil) stack.push_back(nd.child[1]);
     if (nd.child[0] != kNil) stack.push_back(nd.child[0]);
   }
+}
+
+void Lpm::walk(void (*fn)(uint32_t value, void *arg), void *arg) const {
+  if (roots_.empty()) return;
+  std::vector<uint32_t> stack;
+  uint32_t t = next_root(0);
+  // The short prefixes in order, each after the long roots that come before it.
+  if (roots_[kShort] != kNil) stack.push_back(roots_[kShort]);
+  while (!stack.empty()) {
+    const Node &nd = nodes_[stack.back()];
+    stack.pop_back();
+    if (nd.has) {
+      const uint32_t first16 = uint32_t{nd.key[0]} << 8 | nd.key[1];
+      std::vector<uint32_t> inner;
+      for (; t < first16; t = next_root(t + 1)) walk_root(roots_[t], fn, arg, inner);
+      fn(nd.value, arg);
+    }
+    if (nd.child[1] != kNil) stack.push_back(nd.child[1]);
+    if (nd.child[0] != kNil) stack.push_back(nd.child[0]);
+  }
+  for (; t < kShort; t = next_root(t + 1)) walk_root(roots_[t], fn, arg, stack);
 }
 
 }  // namespace tarsim::internal
