@@ -1,6 +1,7 @@
 // The route store's trie; see lpm.h.
 #include "lpm.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -55,36 +56,63 @@ void Lpm::release(uint32_t n) {
   free_.push_back(n);
 }
 
+Lpm::~Lpm() {
+  for (Tier &t : tiers_) free(t.roots);
+}
+
 void Lpm::clear() {
   nodes_.clear();
   free_.clear();
-  roots_.clear();
-  occupied_.clear();
+  for (Tier &t : tiers_) {
+    free(t.roots);
+    t.roots = nullptr;
+    t.occupied.clear();
+  }
   size_ = 0;
 }
 
-void Lpm::set_root(uint32_t r, uint32_t node) {
-  if (roots_.empty()) {
-    roots_.assign(kRoots, kNil);
-    occupied_.assign(kShort / 64, 0);
-  }
-  roots_[r] = node;
-  if (r == kShort) return;
-  const uint64_t b = uint64_t{1} << (r % 64);
-  if (node == kNil)
-    occupied_[r / 64] &= ~b;
-  else
-    occupied_[r / 64] |= b;
+unsigned Lpm::tier_of(unsigned bits) {
+  return bits >= 20 ? 0 : bits >= 16 ? 1 : 2;
 }
 
-uint32_t Lpm::next_root(uint32_t t) const {
-  if (occupied_.empty()) return kShort;
-  for (uint32_t w = t / 64; w < occupied_.size(); ++w) {
-    uint64_t bits = occupied_[w];
-    if (w == t / 64) bits &= ~uint64_t{0} << (t % 64);
+Lpm::RootRef Lpm::root_of(const uint8_t *key, unsigned bits) const {
+  const unsigned t = tier_of(bits);
+  const unsigned stride = tiers_[t].stride;
+  if (stride == 0) return {t, 0};
+  const uint32_t first24 = uint32_t{key[0]} << 16 | uint32_t{key[1]} << 8 | key[2];
+  return {t, first24 >> (24 - stride)};
+}
+
+uint32_t Lpm::root(RootRef r) const {
+  const uint32_t *roots = tiers_[r.tier].roots;
+  return roots == nullptr ? kNil : roots[r.index] - 1;
+}
+
+void Lpm::set_root(RootRef r, uint32_t node) {
+  Tier &t = tiers_[r.tier];
+  if (t.roots == nullptr) {
+    // Zero pages from the system: a table that never uses most roots never touches them.
+    const size_t n = size_t{1} << t.stride;
+    t.roots = static_cast<uint32_t *>(calloc(n, sizeof(uint32_t)));
+    if (t.roots == nullptr) abort();
+    t.occupied.assign((n + 63) / 64, 0);
+  }
+  t.roots[r.index] = node + 1;
+  const uint64_t b = uint64_t{1} << (r.index % 64);
+  if (node == kNil)
+    t.occupied[r.index / 64] &= ~b;
+  else
+    t.occupied[r.index / 64] |= b;
+}
+
+uint32_t Lpm::next_root(unsigned tier, uint32_t index) const {
+  const Tier &t = tiers_[tier];
+  for (uint32_t w = index / 64; w < t.occupied.size(); ++w) {
+    uint64_t bits = t.occupied[w];
+    if (w == index / 64) bits &= ~uint64_t{0} << (index % 64);
     if (bits != 0) return w * 64 + static_cast<uint32_t>(__builtin_ctzll(bits));
   }
-  return kShort;
+  return UINT32_MAX;
 }
 
 bool Lpm::insert(const uint8_t *in, unsigned bits, uint32_t value) {
@@ -99,7 +127,7 @@ uint32_t Lpm::put(const uint8_t *in, unsigned bits, uint32_t value, bool replace
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
-  const uint32_t r = root_of(k, bits);
+  const RootRef r = root_of(k, bits);
   uint32_t parent = kNil;
   unsigned side = 0;
   auto link = [&](uint32_t to) {
@@ -155,7 +183,7 @@ uint32_t Lpm::erase(const uint8_t *in, unsigned bits) {
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
-  const uint32_t r = root_of(k, bits);
+  const RootRef r = root_of(k, bits);
   uint32_t gp = kNil, p = kNil, n = root(r);
   unsigned gpside = 0, pside = 0;
   while (n != kNil) {
@@ -227,12 +255,12 @@ uint32_t Lpm::longest_match(const uint8_t *in, unsigned bits) const {
     }
     return best;
   };
-  // Any match under a long root is longer than every short prefix.
-  if (bits >= kStride) {
-    const uint32_t best = in_root(root(root_of(k, bits)));
+  // A match in a tier of longer prefixes is longer than any in the tiers after it.
+  for (unsigned t = tier_of(bits); t < kTiers; ++t) {
+    const uint32_t best = in_root(root(root_of(k, tiers_[t].stride)));
     if (best != kNone) return best;
   }
-  return in_root(root(kShort));
+  return kNone;
 }
 
 uint32_t Lpm::first_in(uint32_t n) const {
@@ -265,66 +293,57 @@ uint32_t Lpm::next_in(uint32_t n, const uint8_t *k, unsigned bits) const {
   return first_in(nd.child[1]);
 }
 
+uint32_t Lpm::next_node(const uint8_t *k, unsigned bits) const {
+  // Each tier's first prefix after the key, the least of them wins.  Within a tier: the rest of
+  // the key's own root, when the key is long enough to have one, then the roots after it; a key
+  // shorter than the stride precedes the whole of the root of its first bits.
+  uint32_t best = kNil;
+  for (unsigned t = 0; t < kTiers; ++t) {
+    const Tier &tier = tiers_[t];
+    uint32_t n = kNil;
+    const RootRef own = root_of(k, tier.stride);
+    uint32_t from = own.index;
+    if (bits >= tier.stride) {
+      n = next_in(root(own), k, bits);
+      ++from;
+    }
+    while (n == kNil) {
+      if (tier.stride == 0) break;
+      from = next_root(t, from);
+      if (from == UINT32_MAX) break;
+      n = first_in(root({t, from}));
+      ++from;
+    }
+    if (n == kNil) continue;
+    if (best == kNil) {
+      best = n;
+      continue;
+    }
+    const Node &a = nodes_[n], &b = nodes_[best];
+    const int order = memcmp(a.key, b.key, sizeof a.key);
+    if (order < 0 || (order == 0 && a.len_lo < b.len_lo)) best = n;
+  }
+  return best;
+}
+
 uint32_t Lpm::next(const uint8_t *in, unsigned bits) const {
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
-  const uint32_t short_next = next_in(root(kShort), k, bits);
-  // Under the long roots: the rest of the key's own root, then the roots after it.  A short key
-  // comes before all of its root, as its 16 bits are those of its root's first prefixes.
-  uint32_t long_next = kNil;
-  uint32_t t = uint32_t{k[0]} << 8 | k[1];
-  if (bits >= kStride) {
-    long_next = next_in(root(t), k, bits);
-    ++t;
-  }
-  while (long_next == kNil && t < kShort) {
-    t = next_root(t);
-    if (t == kShort) break;
-    long_next = first_in(roots_[t]);
-    ++t;
-  }
-  if (short_next == kNil || long_next == kNil) {
-    const uint32_t n = short_next != kNil ? short_next : long_next;
-    return n == kNil ? kNone : nodes_[n].value;
-  }
-  const Node &a = nodes_[short_next], &b = nodes_[long_next];
-  const int order = memcmp(a.key, b.key, sizeof a.key);
-  const bool short_first = order < 0 || (order == 0 && a.len_lo < b.len_lo);
-  return short_first ? a.value : b.value;
-}
-
-void Lpm::walk_root(uint32_t n, void (*fn)(uint32_t value, void *arg), void *arg,
-                    std::vector<uint32_t> &stack) const {
-  if (n != kNil) stack.push_back(n);
-  while (!stack.empty()) {
-    const Node &nd = nodes_[stack.back()];
-    stack.pop_back();
-    if (nd.has) fn(nd.value, arg);
-    if (nd.child[1] != kNil) stack.push_back(nd.child[1]);
-    if (nd.child[0] != kNil) stack.push_back(nd.child[0]);
-  }
+  const uint32_t n = next_node(k, bits);
+  return n == kNil ? kNone : nodes_[n].value;
 }
 
 void Lpm::walk(void (*fn)(uint32_t value, void *arg), void *arg) const {
-  if (roots_.empty()) return;
-  std::vector<uint32_t> stack;
-  uint32_t t = next_root(0);
-  // The short prefixes in order, each after the long roots that come before it.
-  if (roots_[kShort] != kNil) stack.push_back(roots_[kShort]);
-  while (!stack.empty()) {
-    const Node &nd = nodes_[stack.back()];
-    stack.pop_back();
-    if (nd.has) {
-      const uint32_t first16 = uint32_t{nd.key[0]} << 8 | nd.key[1];
-      std::vector<uint32_t> inner;
-      for (; t < first16; t = next_root(t + 1)) walk_root(roots_[t], fn, arg, inner);
-      fn(nd.value, arg);
-    }
-    if (nd.child[1] != kNil) stack.push_back(nd.child[1]);
-    if (nd.child[0] != kNil) stack.push_back(nd.child[0]);
+  // Successor by successor: the default route, if any, comes first.
+  const uint8_t zero[16] = {};
+  const uint32_t first = find(zero, 0);
+  if (first != kNone) fn(first, arg);
+  for (uint32_t n = next_node(zero, 0); n != kNil;) {
+    const Node &nd = nodes_[n];
+    fn(nd.value, arg);
+    n = next_node(nd.key, nd.len_lo);
   }
-  for (; t < kShort; t = next_root(t + 1)) walk_root(roots_[t], fn, arg, stack);
 }
 
 }  // namespace tarsim::internal

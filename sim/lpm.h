@@ -8,10 +8,12 @@
 // order.  Nodes sit in one vector and name their children by position, 32 bytes each.
 //
 // A table of a million routes is deeper than the caches hold, and every level of a binary walk
-// is a miss.  So the prefixes of 16 bits or more hang from 65,536 roots, one per value of their
-// first 16 bits, and the shorter ones from a root of their own: a walk starts some 16 levels
-// down.  Prefix order across roots: the whole of root t follows a short prefix whose first 16
-// bits (the rest being zero) are at most t, and precedes it otherwise.
+// is a miss.  So the trie is cut into tiers by prefix length: prefixes of 20 bits or more hang
+// from 2^20 roots, one per value of their first 20 bits; those of 16 to 19 bits from 2^16 roots
+// by their first 16; the shorter ones from one root.  A walk starts 16 or 20 levels down, and a
+// full table's /24s share a root with about one other prefix.  Prefix order across tiers: a
+// prefix shorter than a tier's stride s precedes the whole of every root of that tier whose
+// index is at least the prefix's first s bits (the rest being zero), and follows the others.
 #pragma once
 
 #include <stddef.h>
@@ -44,6 +46,11 @@ class Lpm {
   size_t size() const { return size_; }
   void clear();
 
+  Lpm() = default;
+  Lpm(const Lpm &) = delete;
+  Lpm &operator=(const Lpm &) = delete;
+  ~Lpm();
+
  private:
   static constexpr uint32_t kNil = UINT32_MAX;
   struct Node {
@@ -54,31 +61,34 @@ class Lpm {
     uint32_t value;
   };
 
-  static constexpr unsigned kStride = 16;            // bits that pick a root
-  static constexpr uint32_t kShort = 1u << kStride;  // the root of shorter prefixes
-  static constexpr uint32_t kRoots = kShort + 1;
+  struct Tier {
+    unsigned stride;  // bits that pick a root; a tier holds prefixes of at least that
+    uint32_t *roots;  // 2^stride entries, node + 1 (0 for none), calloc'ed on first use
+    std::vector<uint64_t> occupied;  // one bit per root that holds anything
+  };
+  static constexpr unsigned kTiers = 3;
+  struct RootRef {
+    unsigned tier;
+    uint32_t index;
+  };
 
   uint32_t put(const uint8_t *key, unsigned bits, uint32_t value, bool replace);
   uint32_t make(const uint8_t *key, unsigned bits, bool has, uint32_t value);
   void release(uint32_t n);
-  // The root a masked key of `bits` bits hangs from.
-  static uint32_t root_of(const uint8_t *key, unsigned bits) {
-    return bits >= kStride ? uint32_t{key[0]} << 8 | key[1] : kShort;
-  }
-  uint32_t root(uint32_t r) const { return roots_.empty() ? kNil : roots_[r]; }
-  void set_root(uint32_t r, uint32_t node);
-  // The first long root at or after `t` that holds anything, or kShort.
-  uint32_t next_root(uint32_t t) const;
+  static unsigned tier_of(unsigned bits);
+  RootRef root_of(const uint8_t *key, unsigned bits) const;
+  uint32_t root(RootRef r) const;
+  void set_root(RootRef r, uint32_t node);
+  // The first root of tier `t` at or after `index` that holds anything, or UINT32_MAX.
+  uint32_t next_root(unsigned t, uint32_t index) const;
   // Node positions, not values.
   uint32_t next_in(uint32_t n, const uint8_t *key, unsigned bits) const;
   uint32_t first_in(uint32_t n) const;
-  void walk_root(uint32_t n, void (*fn)(uint32_t value, void *arg), void *arg,
-                 std::vector<uint32_t> &stack) const;
+  uint32_t next_node(const uint8_t *key, unsigned bits) const;
 
   std::vector<Node> nodes_;
   std::vector<uint32_t> free_;
-  std::vector<uint32_t> roots_;     // kRoots entries once anything is stored
-  std::vector<uint64_t> occupied_;  // one bit per long root that holds anything
+  Tier tiers_[kTiers] = {{20, nullptr, {}}, {16, nullptr, {}}, {0, nullptr, {}}};
   size_t size_ = 0;
 };
 
