@@ -70,9 +70,27 @@ uint32_t idr_encode(const Record &r, const void *rec, uint8_t *buf, uint32_t len
     }
   }
   uint64_t off = 0;
+  // Host-form scalars are their memory bytes on the wire; with room for the widest and its pad
+  // they are copied straight, without the size-only bookkeeping of the general path.
+  const bool host_form = !r.net && buf != nullptr;
   for (uint16_t i = 0; i < r.nfields; ++i) {
     const Field &f = r.fields[i];
     const uint8_t *p = bytes(rec, f.offset);
+    if (host_form && off + 11 <= length) {
+      unsigned width = 0;
+      if (f.kind == Kind::kScalar || (f.kind == Kind::kGrow64 && f.width == 8))
+        width = f.width;
+      else if (f.kind == Kind::kAf)
+        width = 1;
+      if (width != 0) {
+        const unsigned a = width >= 4 ? 4u : width;
+        const uint64_t at = align_up(off, a);
+        if (at != off) std::memset(buf + off, 0, static_cast<size_t>(at - off));
+        copy_small(buf + at, p, width);
+        off = at + width;
+        continue;
+      }
+    }
     switch (f.kind) {
       case Kind::kScalar:
         off = put_scalar(w, off, f.width, load(p, f.width), r.net);
@@ -182,6 +200,19 @@ int32_t idr_decode(const Record &r, void *rec, const uint8_t *data, uint32_t len
   for (uint16_t i = 0; i < r.nfields; ++i) {
     const Field &f = r.fields[i];
     uint8_t *p = bytes(rec, f.offset);
+    if (!r.net && off + 11 <= length) {  // as in the encoder: host-form scalars are copies
+      unsigned width = 0;
+      if (f.kind == Kind::kScalar || (f.kind == Kind::kGrow64 && f.width == 8))
+        width = f.width;
+      else if (f.kind == Kind::kAf)
+        width = 1;
+      if (width != 0) {
+        off = align_up(off, width >= 4 ? 4u : width);
+        copy_small(p, data + off, width);
+        off += width;
+        continue;
+      }
+    }
     switch (f.kind) {
       case Kind::kScalar:
       case Kind::kGrow64:
