@@ -132,7 +132,8 @@ std::atomic<const RunPlan *> g_plans[kPlanSlots];
 
 const RunPlan *runs_of(const Record &r) {
   if (r.net || r.flat != nullptr || r.choice != nullptr || r.hooks != nullptr) return nullptr;
-  size_t h = (reinterpret_cast<uintptr_t>(&r) >> 3) * 0x9E3779B97F4A7C15ull >> 52;
+  size_t h = static_cast<size_t>(
+      (uint64_t{reinterpret_cast<uintptr_t>(&r)} >> 3) * 0x9E3779B97F4A7C15ull >> 52);
   for (size_t probe = 0; probe < 64; ++probe, h = (h + 1) % kPlanSlots) {
     const Record *key = g_plan_keys[h].load(std::memory_order_acquire);
     if (key == &r) return g_plans[h].load(std::memory_order_acquire);
