@@ -33,7 +33,7 @@ inline std::vector<Prefix4> prefix_mix(uint32_t count, uint32_t seed = 20261123)
   while (out.size() < count) {
     const uint8_t plen = length();
     // Unicast space 1.0.0.0 - 223.255.255.255, host bits cleared.
-    uint32_t addr = 0x01000000u + rng() % (0xDF000000u);
+    uint32_t addr = 0x01000000u + static_cast<uint32_t>(rng() % 0xDF000000u);
     addr &= plen == 0 ? 0 : ~0u << (32 - plen);
     if (!seen.insert(uint64_t{addr} << 8 | plen).second) continue;
     out.push_back(Prefix4{

@@ -32,15 +32,16 @@ Bytes encode_frame(uint8_t type, const void *record, bool tlv) {
   tlk_msg out{};
   out.tlkm_type = type;
   out.tlkm_msg = const_cast<void *>(record);  // the encoders only read through it
-  const uint32_t need = tlv ? tlv_encode_tlk_msg_0(&out, nullptr, nullptr, 0)
-                            : idr_encode_tlk_msg_0(&out, nullptr, 0);
-  Bytes bytes(need);
-  if (tlv) {
-    (void)tlv_encode_tlk_msg_0(&out, nullptr, bytes.data(), need);
-  } else {
-    (void)idr_encode_tlk_msg_0(&out, bytes.data(), need);
+  // One pass into room kept between frames; the encoder's exact size decides whether a second,
+  // into more room, is needed.
+  static thread_local Bytes room(4096);
+  for (;;) {
+    const auto len = static_cast<uint32_t>(room.size());
+    const uint32_t need = tlv ? tlv_encode_tlk_msg_0(&out, nullptr, room.data(), len)
+                              : idr_encode_tlk_msg_0(&out, room.data(), len);
+    if (need <= len) return Bytes(room.begin(), room.begin() + need);
+    room.resize(need);
   }
-  return bytes;
 }
 
 }  // namespace tarsim::internal

@@ -1,6 +1,7 @@
 // The route store's trie; see lpm.h.
 #include "lpm.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -55,41 +56,106 @@ void Lpm::release(uint32_t n) {
   free_.push_back(n);
 }
 
+Lpm::~Lpm() {
+  for (Tier &t : tiers_) free(t.roots);
+}
+
 void Lpm::clear() {
   nodes_.clear();
   free_.clear();
-  root_ = kNil;
+  for (Tier &t : tiers_) {
+    free(t.roots);
+    t.roots = nullptr;
+    t.occupied.clear();
+  }
   size_ = 0;
 }
 
+unsigned Lpm::tier_of(unsigned bits) {
+  return bits >= 20 ? 0 : bits >= 16 ? 1 : 2;
+}
+
+Lpm::RootRef Lpm::root_of(const uint8_t *key, unsigned bits) const {
+  const unsigned t = tier_of(bits);
+  const unsigned stride = tiers_[t].stride;
+  if (stride == 0) return {t, 0};
+  const uint32_t first24 = uint32_t{key[0]} << 16 | uint32_t{key[1]} << 8 | key[2];
+  return {t, first24 >> (24 - stride)};
+}
+
+uint32_t Lpm::root(RootRef r) const {
+  const uint32_t *roots = tiers_[r.tier].roots;
+  return roots == nullptr ? kNil : roots[r.index] - 1;
+}
+
+void Lpm::set_root(RootRef r, uint32_t node) {
+  Tier &t = tiers_[r.tier];
+  if (t.roots == nullptr) {
+    // Zero pages from the system: a table that never uses most roots never touches them.
+    const size_t n = size_t{1} << t.stride;
+    t.roots = static_cast<uint32_t *>(calloc(n, sizeof(uint32_t)));
+    if (t.roots == nullptr) abort();
+    t.occupied.assign((n + 63) / 64, 0);
+  }
+  t.roots[r.index] = node + 1;
+  const uint64_t b = uint64_t{1} << (r.index % 64);
+  if (node == kNil)
+    t.occupied[r.index / 64] &= ~b;
+  else
+    t.occupied[r.index / 64] |= b;
+}
+
+uint32_t Lpm::next_root(unsigned tier, uint32_t index) const {
+  const Tier &t = tiers_[tier];
+  for (uint32_t w = index / 64; w < t.occupied.size(); ++w) {
+    uint64_t bits = t.occupied[w];
+    if (w == index / 64) bits &= ~uint64_t{0} << (index % 64);
+    if (bits != 0) return w * 64 + static_cast<uint32_t>(__builtin_ctzll(bits));
+  }
+  return UINT32_MAX;
+}
+
 bool Lpm::insert(const uint8_t *in, unsigned bits, uint32_t value) {
+  return put(in, bits, value, true) == kNone;
+}
+
+uint32_t Lpm::emplace(const uint8_t *in, unsigned bits, uint32_t value) {
+  return put(in, bits, value, false);
+}
+
+uint32_t Lpm::put(const uint8_t *in, unsigned bits, uint32_t value, bool replace) {
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
+  const RootRef r = root_of(k, bits);
   uint32_t parent = kNil;
   unsigned side = 0;
   auto link = [&](uint32_t to) {
     if (parent == kNil)
-      root_ = to;
+      set_root(r, to);
     else
       nodes_[parent].child[side] = to;
   };
-  uint32_t n = root_;
+  uint32_t n = root(r);
   for (;;) {
     if (n == kNil) {
       link(make(k, bits, true, value));
       ++size_;
-      return true;
+      return kNone;
     }
     const unsigned nl = nodes_[n].len_lo;
     const unsigned c = common(nodes_[n].key, k, std::min(nl, bits));
     if (c == nl && c == bits) {
       Node &nd = nodes_[n];
-      const bool fresh = nd.has == 0;
+      if (nd.has != 0) {
+        const uint32_t old = nd.value;
+        if (replace) nd.value = value;
+        return old;
+      }
       nd.has = 1;
       nd.value = value;
-      if (fresh) ++size_;
-      return fresh;
+      ++size_;
+      return kNone;
     }
     if (c == nl) {  // the node's prefix covers the key: go down
       parent = n;
@@ -109,7 +175,7 @@ bool Lpm::insert(const uint8_t *in, unsigned bits, uint32_t value) {
       link(g);
     }
     ++size_;
-    return true;
+    return kNone;
   }
 }
 
@@ -117,7 +183,8 @@ uint32_t Lpm::erase(const uint8_t *in, unsigned bits) {
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
-  uint32_t gp = kNil, p = kNil, n = root_;
+  const RootRef r = root_of(k, bits);
+  uint32_t gp = kNil, p = kNil, n = root(r);
   unsigned gpside = 0, pside = 0;
   while (n != kNil) {
     const unsigned nl = nodes_[n].len_lo;
@@ -132,7 +199,7 @@ uint32_t Lpm::erase(const uint8_t *in, unsigned bits) {
   if (n == kNil || nodes_[n].has == 0) return kNone;
   auto link = [&](uint32_t parent, unsigned side, uint32_t to) {
     if (parent == kNil)
-      root_ = to;
+      set_root(r, to);
     else
       nodes_[parent].child[side] = to;
   };
@@ -162,7 +229,7 @@ uint32_t Lpm::find(const uint8_t *in, unsigned bits) const {
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
-  for (uint32_t n = root_; n != kNil;) {
+  for (uint32_t n = root(root_of(k, bits)); n != kNil;) {
     const Node &nd = nodes_[n];
     const unsigned nl = nd.len_lo;
     if (nl > bits || common(nd.key, k, nl) < nl) return kNone;
@@ -176,64 +243,106 @@ uint32_t Lpm::longest_match(const uint8_t *in, unsigned bits) const {
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
-  uint32_t best = kNone;
-  for (uint32_t n = root_; n != kNil;) {
-    const Node &nd = nodes_[n];
-    const unsigned nl = nd.len_lo;
-    if (nl > bits || common(nd.key, k, nl) < nl) break;
-    if (nd.has) best = nd.value;
-    if (nl == bits) break;
-    n = nd.child[bit(k, nl)];
+  auto in_root = [&](uint32_t n) {
+    uint32_t best = kNone;
+    while (n != kNil) {
+      const Node &nd = nodes_[n];
+      const unsigned nl = nd.len_lo;
+      if (nl > bits || common(nd.key, k, nl) < nl) break;
+      if (nd.has) best = nd.value;
+      if (nl == bits) break;
+      n = nd.child[bit(k, nl)];
+    }
+    return best;
+  };
+  // A match in a tier of longer prefixes is longer than any in the tiers after it.
+  for (unsigned t = tier_of(bits); t < kTiers; ++t) {
+    const uint32_t best = in_root(root(root_of(k, tiers_[t].stride)));
+    if (best != kNone) return best;
   }
-  return best;
+  return kNone;
 }
 
 uint32_t Lpm::first_in(uint32_t n) const {
   while (n != kNil) {
     const Node &nd = nodes_[n];
-    if (nd.has) return nd.value;
+    if (nd.has) return n;
     // A branching node has both children; the 0 side holds the first prefix.
     n = nd.child[0] != kNil ? nd.child[0] : nd.child[1];
   }
-  return kNone;
+  return kNil;
 }
 
 uint32_t Lpm::next_in(uint32_t n, const uint8_t *k, unsigned bits) const {
-  if (n == kNil) return kNone;
+  if (n == kNil) return kNil;
   const Node &nd = nodes_[n];
   const unsigned nl = nd.len_lo;
   const unsigned c = common(nd.key, k, std::min(nl, bits));
   if (c < nl && c < bits) {  // they part at bit c: the whole subtree lies on one side
-    return bit(nd.key, c) > bit(k, c) ? first_in(n) : kNone;
+    return bit(nd.key, c) > bit(k, c) ? first_in(n) : kNil;
   }
   if (c == bits && bits < nl) return first_in(n);  // the key covers the whole subtree
   // The node's prefix covers the key (or is it): the node itself comes before the key.
   if (nl == bits) {
     const uint32_t r = first_in(nd.child[0]);
-    return r != kNone ? r : first_in(nd.child[1]);
+    return r != kNil ? r : first_in(nd.child[1]);
   }
   const unsigned b = bit(k, nl);
   const uint32_t r = next_in(nd.child[b], k, bits);
-  if (r != kNone || b == 1) return r;
+  if (r != kNil || b == 1) return r;
   return first_in(nd.child[1]);
+}
+
+uint32_t Lpm::next_node(const uint8_t *k, unsigned bits) const {
+  // Each tier's first prefix after the key, the least of them wins.  Within a tier: the rest of
+  // the key's own root, when the key is long enough to have one, then the roots after it; a key
+  // shorter than the stride precedes the whole of the root of its first bits.
+  uint32_t best = kNil;
+  for (unsigned t = 0; t < kTiers; ++t) {
+    const Tier &tier = tiers_[t];
+    uint32_t n = kNil;
+    const RootRef own = root_of(k, tier.stride);
+    uint32_t from = own.index;
+    if (bits >= tier.stride) {
+      n = next_in(root(own), k, bits);
+      ++from;
+    }
+    while (n == kNil) {
+      if (tier.stride == 0) break;
+      from = next_root(t, from);
+      if (from == UINT32_MAX) break;
+      n = first_in(root({t, from}));
+      ++from;
+    }
+    if (n == kNil) continue;
+    if (best == kNil) {
+      best = n;
+      continue;
+    }
+    const Node &a = nodes_[n], &b = nodes_[best];
+    const int order = memcmp(a.key, b.key, sizeof a.key);
+    if (order < 0 || (order == 0 && a.len_lo < b.len_lo)) best = n;
+  }
+  return best;
 }
 
 uint32_t Lpm::next(const uint8_t *in, unsigned bits) const {
   uint8_t k[16];
   bits = std::min(bits, kMaxBits);
   masked(k, in, bits);
-  return next_in(root_, k, bits);
+  const uint32_t n = next_node(k, bits);
+  return n == kNil ? kNone : nodes_[n].value;
 }
 
 void Lpm::walk(void (*fn)(uint32_t value, void *arg), void *arg) const {
-  std::vector<uint32_t> stack;
-  if (root_ != kNil) stack.push_back(root_);
-  while (!stack.empty()) {
-    const Node &nd = nodes_[stack.back()];
-    stack.pop_back();
-    if (nd.has) fn(nd.value, arg);
-    if (nd.child[1] != kNil) stack.push_back(nd.child[1]);
-    if (nd.child[0] != kNil) stack.push_back(nd.child[0]);
+  // Successor by successor: the default route, if any, comes first.
+  const uint8_t zero[16] = {};
+  const uint32_t first = find(zero, 0);
+  if (first != kNone) fn(first, arg);
+  for (uint32_t n = next_node(zero, 0); n != kNil;) {
+    const Node &nd = nodes_[n];
+    fn(nd.value, arg);
+    n = next_node(nd.key, nd.len_lo);
   }
 }
 

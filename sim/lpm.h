@@ -6,6 +6,14 @@
 // Prefix order is that of (bytes with the bits past the length cleared, then length): a prefix
 // comes before every longer prefix within it, and a trie's pre-order walk (0 side first) is that
 // order.  Nodes sit in one vector and name their children by position, 32 bytes each.
+//
+// A table of a million routes is deeper than the caches hold, and every level of a binary walk
+// is a miss.  So the trie is cut into tiers by prefix length: prefixes of 20 bits or more hang
+// from 2^20 roots, one per value of their first 20 bits; those of 16 to 19 bits from 2^16 roots
+// by their first 16; the shorter ones from one root.  A walk starts 16 or 20 levels down, and a
+// full table's /24s share a root with about one other prefix.  Prefix order across tiers: a
+// prefix shorter than a tier's stride s precedes the whole of every root of that tier whose
+// index is at least the prefix's first s bits (the rest being zero), and follows the others.
 #pragma once
 
 #include <stddef.h>
@@ -22,6 +30,9 @@ class Lpm {
 
   // Stores `value` under the prefix; false if the prefix was there (its value is replaced).
   bool insert(const uint8_t *key, unsigned bits, uint32_t value);
+  // Stores `value` under the prefix if it is not there and gives kNone; else gives the value
+  // there, unchanged.  One walk where find and insert would take two.
+  uint32_t emplace(const uint8_t *key, unsigned bits, uint32_t value);
   // Removes the prefix; its value, or kNone if it was not there.
   uint32_t erase(const uint8_t *key, unsigned bits);
   // The value of exactly this prefix, or kNone.
@@ -35,6 +46,11 @@ class Lpm {
   size_t size() const { return size_; }
   void clear();
 
+  Lpm() = default;
+  Lpm(const Lpm &) = delete;
+  Lpm &operator=(const Lpm &) = delete;
+  ~Lpm();
+
  private:
   static constexpr uint32_t kNil = UINT32_MAX;
   struct Node {
@@ -45,14 +61,34 @@ class Lpm {
     uint32_t value;
   };
 
+  struct Tier {
+    unsigned stride;  // bits that pick a root; a tier holds prefixes of at least that
+    uint32_t *roots;  // 2^stride entries, node + 1 (0 for none), calloc'ed on first use
+    std::vector<uint64_t> occupied;  // one bit per root that holds anything
+  };
+  static constexpr unsigned kTiers = 3;
+  struct RootRef {
+    unsigned tier;
+    uint32_t index;
+  };
+
+  uint32_t put(const uint8_t *key, unsigned bits, uint32_t value, bool replace);
   uint32_t make(const uint8_t *key, unsigned bits, bool has, uint32_t value);
   void release(uint32_t n);
+  static unsigned tier_of(unsigned bits);
+  RootRef root_of(const uint8_t *key, unsigned bits) const;
+  uint32_t root(RootRef r) const;
+  void set_root(RootRef r, uint32_t node);
+  // The first root of tier `t` at or after `index` that holds anything, or UINT32_MAX.
+  uint32_t next_root(unsigned t, uint32_t index) const;
+  // Node positions, not values.
   uint32_t next_in(uint32_t n, const uint8_t *key, unsigned bits) const;
   uint32_t first_in(uint32_t n) const;
+  uint32_t next_node(const uint8_t *key, unsigned bits) const;
 
   std::vector<Node> nodes_;
   std::vector<uint32_t> free_;
-  uint32_t root_ = kNil;
+  Tier tiers_[kTiers] = {{20, nullptr, {}}, {16, nullptr, {}}, {0, nullptr, {}}};
   size_t size_ = 0;
 };
 

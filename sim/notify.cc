@@ -72,6 +72,8 @@ bool Core::notify_session(Session &s, std::span<const uint8_t> bytes) {
 }
 
 bool Core::has_listener(uint8_t type, int except_fd) const {
+  // No session has asked for anything: the common case of a bulk load, asked once per change.
+  if (notify_state.empty()) return false;
   uint32_t want_low = 0, want_high = 0;
   if (tlk_async_listen_bits(type, &want_low, &want_high) != 0) return false;
   for (const auto &entry : notify_state) {

@@ -67,6 +67,31 @@ TEST_F(RtmTest, PrefixesArePackedInWholeWordsAtEveryLength) {
   EXPECT_EQ(kernel.routes().count(kTid, TLK_AF_INET6), 129u) << "one route per length";
 }
 
+// A route match packs its destination the same way, up to 128 bits in a record of its own and
+// beyond that (a caller's odd length) in a message block: the bytes, the length, the fixed part.
+TEST_F(RtmTest, MatchRequestsPackTheirPrefixAtEveryLength) {
+  uint8_t given[20];
+  for (size_t i = 0; i < sizeof given; ++i) given[i] = static_cast<uint8_t>(0xA1 + i);
+  for (uint32_t plen = 0; plen <= 160; ++plen) {
+    SCOPED_TRACE(plen);
+    Bytes want(given, given + (plen + 7) / 8);
+    want.resize((plen + 31) / 32 * 4, 0);
+    void *m = kPoison;
+    (void)tarvik_rtmatch_by_prefix(c, kTid, TLK_AF_INET6, 0, given, plen, &m, nullptr);
+    if (m != nullptr) tarvik_msg_idl_release(c, m, nullptr);
+    auto req = last_request_as<rtm_msg>();
+    ASSERT_NE(req, nullptr);
+    EXPECT_EQ(req->rtm_hdr.tlkh_op, TLK_OP_GET);
+    EXPECT_EQ(req->tid, kTid);
+    EXPECT_EQ(req->prefix.plen, plen);
+    EXPECT_EQ(req->prefix.prefix
+                  ? Bytes(req->prefix.prefix, req->prefix.prefix + req->prefix.prefix_len)
+                  : Bytes{},
+              want);
+    EXPECT_EQ(req->rtm_hdr.tlkh_fixedlen, sizeof(rtm_msg));
+  }
+}
+
 // What an add fills besides the prefix, and the gateway and opaque block behind it.
 TEST_F(RtmTest, AnAddCarriesItsFieldsGatewayAndOpaqueBlock) {
   const uint8_t net[] = {10, 9, 0, 0};

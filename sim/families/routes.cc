@@ -147,20 +147,20 @@ bool RouteFamily::put(const Route &in, const Route **stored) {
   r.plen = clean.plen;
   memcpy(r.prefix, clean.prefix, sizeof r.prefix);
   Lpm &trie = tables_[table_key(r.tid, r.af)];
-  uint32_t slot = trie.find(r.prefix, r.plen);
-  const bool fresh = slot == Lpm::kNone;
+  // The slot a new route would take, offered to the trie in the same walk that looks for the
+  // prefix.
+  uint32_t slot = free_.empty() ? static_cast<uint32_t>(routes_.size()) : free_.back();
+  const uint32_t there = trie.emplace(r.prefix, r.plen, slot);
+  const bool fresh = there == Lpm::kNone;
   if (fresh) {
-    if (!free_.empty()) {
-      slot = free_.back();
+    if (!free_.empty())
       free_.pop_back();
-    } else {
-      slot = static_cast<uint32_t>(routes_.size());
+    else
       routes_.emplace_back();
-    }
     if (++next_index_ == 0) next_index_ = 1;
     r.index = next_index_;
-    (void)trie.insert(r.prefix, r.plen, slot);
   } else {
+    slot = there;
     r.index = routes_[slot].index;
   }
   r.gateway = nullptr;

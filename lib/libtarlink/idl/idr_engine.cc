@@ -5,7 +5,9 @@
 // not at all.  A blob or array is its u32 count and then the bytes, unpadded; a list is its count
 // and then the records back to back; a choice is the 12-byte head and the arm.  Every record ends
 // with zero bytes up to a multiple of 4.  Byte order is the record's wire form.
+#include <atomic>
 #include <cstring>
+#include <vector>
 
 #include "idl/engine.h"
 
@@ -32,6 +34,119 @@ uint64_t put_scalar(const Writer &w, uint64_t off, unsigned width, uint64_t v, b
   off = pad_to(w, off, scalar_align(width));
   if (w.fits(off, width)) to_wire(w.buf + off, width, v, net);
   return off + width;
+}
+
+// Runs of plain fields.  In a host-form record that is not flat as a whole, consecutive scalars,
+// address families, byte arrays and flat nested records still have a fixed image relative to
+// the run's start, provided the run starts on a 4-byte boundary (every pad inside then falls in
+// the same place).  Such a run is encoded as one zero fill and a few copies, and decoded as the
+// copies, instead of one interpreted field at a time; where the run does not start aligned or
+// does not fit, its fields take the general path one by one, with the same result.
+//
+// The plans are built on first use and kept for the life of the process, in a table that
+// threads fill without a lock: a record whose slot another thread is still filling simply takes
+// the general path that time.
+struct Run {
+  uint16_t nfields = 0;  // fields in the run starting at this field; 0 where none starts
+  uint32_t wire_len = 0;
+  uint32_t first_seg = 0;
+  uint32_t nsegs = 0;
+};
+
+struct RunPlan {
+  std::vector<Run> at;  // by field index
+  std::vector<Segment> segs;
+};
+
+// The IDR image of one plain field relative to a run start at `off`; false if the field is not
+// plain.
+bool plain_image(const Field &f, uint32_t &off, std::vector<Segment> &segs) {
+  auto add = [&](uint32_t mem, uint32_t len, unsigned align) {
+    off = static_cast<uint32_t>(align_up(off, align));
+    if (!segs.empty() && segs.back().mem_off + segs.back().len == mem &&
+        segs.back().wire_off + segs.back().len == off) {
+      segs.back().len += len;
+    } else {
+      segs.push_back({mem, off, len});
+    }
+    off += len;
+  };
+  switch (f.kind) {
+    case Kind::kScalar:
+      add(f.offset, f.width, scalar_align(f.width));
+      return true;
+    case Kind::kGrow64:
+      if (f.width != 8) return false;
+      add(f.offset, 8, 4);
+      return true;
+    case Kind::kAf:
+      add(f.offset, 1, 1);
+      return true;
+    case Kind::kBytes:
+      if (f.aux == 0) return true;
+      add(f.offset, f.aux, 1);
+      return true;
+    case Kind::kNested: {
+      const Record *sub = f.sub;
+      if (sub == nullptr || sub->flat == nullptr || sub->net || sub->hooks != nullptr ||
+          sub->choice != nullptr)
+        return false;
+      off = static_cast<uint32_t>(align_up(off, 4));
+      const uint32_t base = off;
+      for (uint32_t i = 0; i < sub->flat->idr_count; ++i) {
+        const Segment &sg = sub->flat->idr[i];
+        uint32_t at = base + sg.wire_off;
+        off = at;
+        add(f.offset + sg.mem_off, sg.len, 1);
+      }
+      off = base + sub->flat->idr_size;
+      return true;
+    }
+    default:
+      return false;
+  }
+}
+
+RunPlan *build_runs(const Record &r) {
+  auto *plan = new RunPlan;
+  plan->at.resize(r.nfields);
+  for (uint16_t i = 0; i < r.nfields;) {
+    uint32_t off = 0;
+    const uint32_t first_seg = static_cast<uint32_t>(plan->segs.size());
+    uint16_t n = 0;
+    while (i + n < r.nfields && plain_image(r.fields[i + n], off, plan->segs)) ++n;
+    if (n >= 2) {
+      plan->at[i] = Run{n, off, first_seg, static_cast<uint32_t>(plan->segs.size()) - first_seg};
+      i = static_cast<uint16_t>(i + n);
+    } else {
+      plan->segs.resize(first_seg);
+      i = static_cast<uint16_t>(i + (n == 0 ? 1 : n));
+    }
+  }
+  return plan;
+}
+
+constexpr size_t kPlanSlots = 4096;
+std::atomic<const Record *> g_plan_keys[kPlanSlots];
+std::atomic<const RunPlan *> g_plans[kPlanSlots];
+
+const RunPlan *runs_of(const Record &r) {
+  if (r.net || r.flat != nullptr || r.choice != nullptr || r.hooks != nullptr) return nullptr;
+  size_t h = static_cast<size_t>(
+      (uint64_t{reinterpret_cast<uintptr_t>(&r)} >> 3) * 0x9E3779B97F4A7C15ull >> 52);
+  for (size_t probe = 0; probe < 64; ++probe, h = (h + 1) % kPlanSlots) {
+    const Record *key = g_plan_keys[h].load(std::memory_order_acquire);
+    if (key == &r) return g_plans[h].load(std::memory_order_acquire);
+    if (key != nullptr) continue;
+    const Record *expected = nullptr;
+    if (g_plan_keys[h].compare_exchange_strong(expected, &r, std::memory_order_acq_rel)) {
+      const RunPlan *plan = build_runs(r);
+      g_plans[h].store(plan, std::memory_order_release);
+      return plan;
+    }
+    if (expected == &r) return g_plans[h].load(std::memory_order_acquire);
+  }
+  return nullptr;
 }
 
 uint32_t encode_choice(const Record &r, const void *rec, const Writer &w) {
@@ -70,9 +185,40 @@ uint32_t idr_encode(const Record &r, const void *rec, uint8_t *buf, uint32_t len
     }
   }
   uint64_t off = 0;
+  // Host-form scalars are their memory bytes on the wire; with room for the widest and its pad
+  // they are copied straight, without the size-only bookkeeping of the general path.
+  const bool host_form = !r.net && buf != nullptr;
+  const RunPlan *runs = host_form ? runs_of(r) : nullptr;
   for (uint16_t i = 0; i < r.nfields; ++i) {
     const Field &f = r.fields[i];
     const uint8_t *p = bytes(rec, f.offset);
+    if (runs != nullptr && runs->at[i].nfields != 0 && off % 4 == 0 &&
+        off + runs->at[i].wire_len <= length) {
+      const Run &run = runs->at[i];
+      std::memset(buf + off, 0, run.wire_len);
+      for (uint32_t k = 0; k < run.nsegs; ++k) {
+        const Segment &sg = runs->segs[run.first_seg + k];
+        copy_small(buf + off + sg.wire_off, bytes(rec, sg.mem_off), sg.len);
+      }
+      off += run.wire_len;
+      i = static_cast<uint16_t>(i + run.nfields - 1);
+      continue;
+    }
+    if (host_form && off + 11 <= length) {
+      unsigned width = 0;
+      if (f.kind == Kind::kScalar || (f.kind == Kind::kGrow64 && f.width == 8))
+        width = f.width;
+      else if (f.kind == Kind::kAf)
+        width = 1;
+      if (width != 0) {
+        const unsigned a = width >= 4 ? 4u : width;
+        const uint64_t at = align_up(off, a);
+        if (at != off) std::memset(buf + off, 0, static_cast<size_t>(at - off));
+        copy_small(buf + at, p, width);
+        off = at + width;
+        continue;
+      }
+    }
     switch (f.kind) {
       case Kind::kScalar:
         off = put_scalar(w, off, f.width, load(p, f.width), r.net);
@@ -179,9 +325,35 @@ int32_t idr_decode(const Record &r, void *rec, const uint8_t *data, uint32_t len
     if (off > length) return -1;
     return 0;
   };
+  const RunPlan *runs = runs_of(r);
   for (uint16_t i = 0; i < r.nfields; ++i) {
     const Field &f = r.fields[i];
     uint8_t *p = bytes(rec, f.offset);
+    if (runs != nullptr && runs->at[i].nfields != 0 && off % 4 == 0 &&
+        off + runs->at[i].wire_len <= length) {
+      // The record was zeroed above, so a flat nested record needs its copies only.
+      const Run &run = runs->at[i];
+      for (uint32_t k = 0; k < run.nsegs; ++k) {
+        const Segment &sg = runs->segs[run.first_seg + k];
+        copy_small(bytes(rec, sg.mem_off), data + off + sg.wire_off, sg.len);
+      }
+      off += run.wire_len;
+      i = static_cast<uint16_t>(i + run.nfields - 1);
+      continue;
+    }
+    if (!r.net && off + 11 <= length) {  // as in the encoder: host-form scalars are copies
+      unsigned width = 0;
+      if (f.kind == Kind::kScalar || (f.kind == Kind::kGrow64 && f.width == 8))
+        width = f.width;
+      else if (f.kind == Kind::kAf)
+        width = 1;
+      if (width != 0) {
+        off = align_up(off, width >= 4 ? 4u : width);
+        copy_small(p, data + off, width);
+        off += width;
+        continue;
+      }
+    }
     switch (f.kind) {
       case Kind::kScalar:
       case Kind::kGrow64:

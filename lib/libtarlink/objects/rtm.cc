@@ -125,6 +125,22 @@ int get_with_msg(tarvik_cookie *cookie, rt_msg *msg, uint32_t op, void **out, vo
   return err;
 }
 
+constexpr uint32_t kLocalPrefix = 16;  // the prefix room of a match built on the stack
+
+// A route match request for a prefix, packed at `at` behind the record.
+void fill_match(rtm_msg &m, uint8_t *at, uint32_t tid, uint32_t af, uint32_t type,
+                const uint8_t *pfx, uint32_t plen) {
+  m.tid = static_cast<uint16_t>(tid);
+  m.af = static_cast<uint8_t>(af);
+  m.type = static_cast<uint8_t>(type);
+  if (plen != 0) {
+    m.prefix.plen = static_cast<uint16_t>(plen);
+    m.prefix.prefix = at;
+    m.prefix.prefix_len = pack_prefix(at, pfx, plen);
+  }
+  m.rtm_hdr.tlkh_msglen = sizeof(rtm_msg) + m.prefix.prefix_len;
+}
+
 // The next hop get of a route match, kept to what the match needs: the record by index.
 int nexthop_get(tarvik_cookie *cookie, uint32_t nhidx, uint8_t af, void **out) {
   Request<rnh_msg> req(cookie, TLK_MSG_NEXTHOP, TLK_OP_GET, Seq::kDraw);
@@ -244,19 +260,27 @@ TLK_EXPORT int tarvik_rtmatch_by_prefix(tarvik_cookie *cookie, uint32_t tid, uin
                                         void **out, void **mask) {
   clear_outs(out, mask);
   if (cookie == nullptr || out == nullptr) return EINVAL;
+  plen &= 0xFFFF;
+  // A match of up to 128 bits is a request of fixed small size: a local record and its prefix,
+  // zeroed by their own size, spare it the zero fill of a whole message block.  Longer prefixes
+  // (a caller's odd plen) take the block.
+  if (packed_len(plen) <= kLocalPrefix) {
+    struct {
+      rtm_msg m;
+      uint8_t prefix[kLocalPrefix];
+    } local;
+    memset(&local, 0, sizeof local);
+    tlk::request::fill_header(local.m.rtm_hdr, TLK_MSG_RTMATCH, TLK_OP_GET, sizeof(rtm_msg),
+                              sizeof(rtm_msg), next_seq(cookie));
+    fill_match(local.m, local.prefix, tid, af, type, pfx, plen);
+    Status status = write_framed(cookie, &local.m);
+    if (status.ok()) status = read_framed(cookie, out, mask);
+    if (!status.ok()) clear_outs(out, mask);
+    return status.code();
+  }
   Request<rtm_msg> req(cookie, TLK_MSG_RTMATCH, TLK_OP_GET, Seq::kDraw);
   if (!req) return ENOMEM;
-  rtm_msg &m = *req;
-  m.tid = static_cast<uint16_t>(tid);
-  m.af = static_cast<uint8_t>(af);
-  m.type = static_cast<uint8_t>(type);
-  plen &= 0xFFFF;
-  if (plen != 0) {
-    m.prefix.plen = static_cast<uint16_t>(plen);
-    m.prefix.prefix = req.variable_area();
-    m.prefix.prefix_len = pack_prefix(req.variable_area(), pfx, plen);
-  }
-  req.header().tlkh_msglen = sizeof(rtm_msg) + m.prefix.prefix_len;
+  fill_match(*req, req.variable_area(), tid, af, type, pfx, plen);
   return exchange(req, out, mask).code();
 }
 
