@@ -172,6 +172,9 @@ TARSIM_API int tarsim_recorded(tarsim_kernel *kernel, size_t index, int *session
                                const void **bytes, size_t *length);
 /* Forgets what was recorded. */
 TARSIM_API int tarsim_clear_recorded(tarsim_kernel *kernel);
+/* Saves the record as a capture file (tarsim/capture.h, which reads it back): 0, or -1 for a
+ * null handle or path, or the errno of a failed write. */
+TARSIM_API int tarsim_save_record(tarsim_kernel *kernel, const char *path);
 
 #ifdef __cplusplus
 }

@@ -308,4 +308,9 @@ int tarsim_clear_recorded(tarsim_kernel *kernel) {
   return 0;
 }
 
+int tarsim_save_record(tarsim_kernel *kernel, const char *path) {
+  if (kernel == nullptr || path == nullptr) return -1;
+  return kernel->kernel.save_record(path);
+}
+
 }  // extern "C"

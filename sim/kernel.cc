@@ -14,6 +14,7 @@
 #include <string>
 
 #include "core.h"
+#include "tarsim/capture.h"
 #include "wire.h"
 
 namespace tarsim {
@@ -819,6 +820,20 @@ const std::vector<Recorded> &Kernel::recorded() const {
 }
 void Kernel::clear_recorded() {
   impl_->recorded.clear();
+}
+int Kernel::save_record(const char *path) const {
+  const std::vector<Recorded> &all = impl_->recorded;
+  tarsim_capture_writer w;
+  const int err =
+      tarsim_capture_writer_open(&w, path, all.empty() ? internal::now_ns() : all.front().when_ns);
+  if (err != 0) return err;
+  for (const Recorded &r : all) {
+    if (tarsim_capture_write(&w,
+                             r.to_kernel ? TARSIM_CAPTURE_TO_KERNEL : TARSIM_CAPTURE_FROM_KERNEL,
+                             r.session, r.when_ns, r.bytes.data(), r.bytes.size()) != 0)
+      break;
+  }
+  return tarsim_capture_writer_close(&w);
 }
 
 }  // namespace tarsim

@@ -355,6 +355,10 @@ class TARSIM_EXPORT Kernel {
   void record(bool on);
   const std::vector<Recorded> &recorded() const;
   void clear_recorded();
+  // Saves the record as a capture file (tarsim/capture.h), its start the time of the first
+  // message (of the save, when nothing was recorded): 0, or the errno of the failure.
+  int save_record(const char *path) const;
+  int save_record(const std::string &path) const { return save_record(path.c_str()); }
 
  private:
   internal::Core *impl_;

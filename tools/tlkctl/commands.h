@@ -23,6 +23,9 @@ struct Command {
   const char *args;  // what follows the name in the usage text
   const char *help;
   int (*run)(int argc, char **argv);
+  // Whether `run` answers "--help" (given as its only argument) with a usage of its own; for
+  // the others main prints the row.
+  bool own_help = false;
 };
 // A step of `tlkctl demo` that a family contributes: its title and what it shows, 0 if it went
 // as it should.  `c` is the demo's first session.
@@ -33,8 +36,11 @@ struct DemoStep {
 
 // ---- Commands, one row each in main.cc ----
 int run_demo(int argc, char **argv);
-// tlkctl monitor [--demo N] [--bulk]: prints notifications as they arrive.
+// tlkctl monitor [--demo N] [--bulk] [--timestamp] [--save FILE]: prints notifications as they
+// arrive, as trace lines.
 int run_monitor(int argc, char **argv);
+// tlkctl decode FILE [--full]: every message of a capture file as a trace line.
+int run_decode(int argc, char **argv);
 // tlkctl gencfg add|get|walk|delete ...: configuration blobs in the embedded kernel's store.
 int run_gencfg(int argc, char **argv);
 // tlkctl firewall add|show|counters ...: filters, their heads and counters.
@@ -57,6 +63,33 @@ int run_show_routes(int argc, char **argv);
 int run_show_nexthops(int argc, char **argv);
 // tlkctl nexthop add service|add interface|delete ...: one change, then the table.
 int run_nexthop(int argc, char **argv);
+
+// Misuse of command `name`: its usage line from the table on stderr; returns 2.
+int usage_error(const char *name);
+
+// ---- Trace lines and capture files (trace.cc, decode.cc) ----
+// The trace line of one message: a frame is decoded through the library's envelope and shown by
+// its record, anything else by its raw header; `full` adds the header's other fields and the
+// bytes, on lines of their own.  `bytes` may be a raw record in memory (then `len` is at least
+// the 24-byte header).
+std::string trace_line(const uint8_t *bytes, size_t len, bool full);
+
+struct DecodeOptions {
+  bool full = false;
+  uint64_t max_lines = UINT64_MAX;  // messages printed; the rest are only counted
+};
+struct DecodeResult {
+  uint64_t records = 0;   // capture records read
+  uint64_t messages = 0;  // messages in them (a packed read holds several)
+  std::string error;      // the reader's one line when the capture is damaged or not one
+};
+// Decodes a capture held in memory, one line per message to `out`: the time since the capture's
+// start, the session, the direction ("->" to the kernel, "<-" from it) and the trace line.  On
+// damage, the messages before it are printed and `error` says what is wrong.
+DecodeResult decode_capture(const uint8_t *data, size_t size, const DecodeOptions &options,
+                            FILE *out);
+// The whole file at `path`; false with `error` set ("strerror" text) when it can't be read.
+bool read_whole_file(const char *path, std::vector<uint8_t> *bytes, std::string *error);
 
 // ---- Demo steps of the families, one row each in demo.cc ----
 // A second session hears a change that a first one makes; a third doesn't.

@@ -11,16 +11,23 @@ constexpr tlkctl::Command kCommands[] = {
      "open a session, negotiate versions, exchange requests and replies, hear\n"
      "notifications, store blobs, batch, show the memory accounting, close in order",
      tlkctl::run_demo},
-    {"monitor", "[--demo N] [--bulk]",
-     "print notifications as they arrive; --demo N: a second session makes N changes",
+    {"monitor", "[--demo N] [--bulk] [--timestamp] [--save FILE]",
+     "print notifications as they arrive, one trace line each behind the session's label;\n"
+     "--demo N: a second session makes N changes; --timestamp: each line starts with the time\n"
+     "it was heard; --save FILE: also write what is heard to a capture file",
      tlkctl::run_monitor},
+    {"decode", "FILE [--full]",
+     "print every message of a capture file (from 'monitor --save' or the simulated kernel's\n"
+     "record) as a trace line: time since the start, session, direction; --full adds the\n"
+     "header's fields and the bytes",
+     tlkctl::run_decode},
     {"gencfg", "add|get|walk|delete ...",
      "configuration blobs (zlib with --compress); 'tlkctl gencfg --help' for the details",
-     tlkctl::run_gencfg},
+     tlkctl::run_gencfg, true},
     {"firewall", "add FILE|show|counters [FILTER] [--clear] [-- ...]",
      "firewall filters: program one from a text file, list them with their hash, read or\n"
      "clear counters; 'tlkctl firewall --help' for the details",
-     tlkctl::run_firewall},
+     tlkctl::run_firewall, true},
     {"show devices", "", "list the simulated chassis: name, index, flags, media kind, addresses",
      tlkctl::run_show_devices},
     {"show interfaces", "",
@@ -46,22 +53,36 @@ constexpr tlkctl::Command kCommands[] = {
      tlkctl::run_nexthop},
 };
 
+// A command's row: its name and arguments, then its help text indented a line at a time.
+void describe(FILE *out, const tlkctl::Command &c, const char *indent) {
+  fprintf(out, "%s%s%s\n", c.name, *c.args ? " " : "", c.args);
+  for (const char *line = c.help; *line != '\0';) {
+    const char *end = strchr(line, '\n');
+    const int n = end ? static_cast<int>(end - line) : static_cast<int>(strlen(line));
+    fprintf(out, "%s%.*s\n", indent, n, line);
+    line += n + (end ? 1 : 0);
+  }
+}
+
 void usage(FILE *out) {
   fputs(
       "usage: tlkctl <command> [arguments]\n\n"
       "Commands (all run against the embedded simulated kernel):\n",
       out);
   for (const tlkctl::Command &c : kCommands) {
-    fprintf(out, "  %s%s%s\n", c.name, *c.args ? " " : "", c.args);
-    // The help text, indented, a line at a time.
-    for (const char *line = c.help; *line != '\0';) {
-      const char *end = strchr(line, '\n');
-      const int n = end ? static_cast<int>(end - line) : static_cast<int>(strlen(line));
-      fprintf(out, "      %.*s\n", n, line);
-      line += n + (end ? 1 : 0);
-    }
+    fputs("  ", out);
+    describe(out, c, "      ");
   }
-  fputs("  help\n      this text (also -h, --help)\n", out);
+  fputs("  help\n      this text (also -h, --help; '<command> --help' for one command)\n", out);
+}
+
+void command_usage(FILE *out, const tlkctl::Command &c) {
+  fputs("usage: tlkctl ", out);
+  describe(out, c, "  ");
+}
+
+bool is_help(const char *arg) {
+  return strcmp(arg, "--help") == 0 || strcmp(arg, "-h") == 0;
 }
 
 // Whether the command line names `c`: its one word, or its two words in the first two arguments.
@@ -74,6 +95,13 @@ bool names(const tlkctl::Command &c, int argc, char **argv) {
 }
 
 }  // namespace
+
+int tlkctl::usage_error(const char *name) {
+  for (const tlkctl::Command &c : kCommands) {
+    if (strcmp(c.name, name) == 0) command_usage(stderr, c);
+  }
+  return 2;
+}
 
 int main(int argc, char **argv) {
   if (argc < 2) {
@@ -88,9 +116,27 @@ int main(int argc, char **argv) {
   for (const tlkctl::Command &c : kCommands) {
     if (!names(c, argc, argv)) continue;
     const int words = strchr(c.name, ' ') ? 2 : 1;
+    // Every command answers --help, anywhere among its arguments, on stdout.
+    for (int i = words + 1; i < argc; ++i) {
+      if (!is_help(argv[i])) continue;
+      if (c.own_help) {
+        char help[] = "--help";
+        char *own[] = {argv[words], help, nullptr};
+        return c.run(2, own);
+      }
+      command_usage(stdout, c);
+      return 0;
+    }
+    // A command that takes no arguments given some.
+    if (*c.args == '\0' && argc > words + 1) {
+      command_usage(stderr, c);
+      return 2;
+    }
     return c.run(argc - words, argv + words);
   }
-  // A first word of two-word commands without (or with an unknown) second word.
+  // A first word of two-word commands without (or with an unknown) second word; with --help,
+  // the usage of each of them.
+  const bool help = argc > 2 && is_help(argv[2]);
   bool listed = false;
   for (const tlkctl::Command &c : kCommands) {
     const char *space = strchr(c.name, ' ');
@@ -98,10 +144,16 @@ int main(int argc, char **argv) {
         name[space - c.name] != '\0') {
       continue;
     }
+    if (help) {
+      command_usage(stdout, c);
+      listed = true;
+      continue;
+    }
     if (!listed) fprintf(stderr, "tlkctl: '%s' takes one of:", name);
     fprintf(stderr, " %s", space + 1);
     listed = true;
   }
+  if (listed && help) return 0;
   if (listed) {
     fputc('\n', stderr);
   } else {

@@ -5,10 +5,13 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <time.h>
+
 #include <vector>
 
 #include "commands.h"
 #include "tarsim.hpp"
+#include "tarsim/capture.h"
 
 namespace tlkctl {
 
@@ -30,25 +33,53 @@ int write_change(tarvik_cookie *writer, uint8_t type, uint8_t op, uint8_t tag) {
 namespace {
 
 struct Monitor {
+  tarsim::Kernel *kernel = nullptr;
   tarvik_cookie *cookie = nullptr;
+  int fd = -1;  // the session's descriptor: its label, and its messages in the kernel's record
   unsigned heard = 0;
+  bool timestamp = false;
+  tarsim_capture_writer *save = nullptr;
 };
 
-int print_handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
-  auto *m = static_cast<Monitor *>(arg);
-  print_notification(stdout, msg);
-  tarvik_msg_free(cookie, msg);
-  ++m->heard;
-  return 0;
+uint64_t realtime_ns() {
+  timespec ts{};
+  clock_gettime(CLOCK_REALTIME, &ts);
+  return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
 }
 
-// Routes: the notification line, then the route itself when the message is a route record.
-int route_handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
-  const auto &h = *static_cast<const tlk_hdr *>(msg);
-  print_notification(stdout, msg);
-  if (h.tlkh_fixedlen == tlv_rtti_sizeof_rt_msg_0) print_route(stdout, msg);
+// What the kernel queued to the monitor's session since the last call, to the capture file: the
+// bytes as they crossed the socket (a packed read whole), not the decoded records.
+void save_heard(Monitor &m) {
+  if (m.save == nullptr) return;
+  for (const tarsim::Recorded &r : m.kernel->recorded()) {
+    if (r.session == m.fd && !r.to_kernel) {
+      tarsim_capture_write(m.save, TARSIM_CAPTURE_FROM_KERNEL, r.session, r.when_ns, r.bytes.data(),
+                           r.bytes.size());
+    }
+  }
+  m.kernel->clear_recorded();
+}
+
+// One notification: "[time] " with --timestamp, the session's label, the trace line.
+int print_handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
+  auto &m = *static_cast<Monitor *>(arg);
+  save_heard(m);
+  char stamp[64] = "";
+  if (m.timestamp) {
+    const uint64_t now = realtime_ns();
+    const time_t secs = static_cast<time_t>(now / 1000000000u);
+    tm local{};
+    localtime_r(&secs, &local);
+    char date[32];
+    strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &local);
+    snprintf(stamp, sizeof stamp, "[%s.%06u] ", date,
+             static_cast<unsigned>(now % 1000000000u / 1000u));
+  }
+  // The handler has the record in memory, not the frame: its header is what the line reads.
+  const std::string line = trace_line(static_cast<const uint8_t *>(msg), TLK_RAW_HDR_LEN, false);
+  printf("%s[session %d] %s\n", stamp, m.fd, line.c_str());
   tarvik_msg_free(cookie, msg);
-  ++static_cast<Monitor *>(arg)->heard;
+  ++m.heard;
   return 0;
 }
 
@@ -97,7 +128,7 @@ int listen_all(tarvik_cookie *c, Monitor *m) {
   if (!err) err = tarvik_iffm_async_register(c, 5, m, print_handler);
   if (!err) err = tarvik_ifam_async_register(c, 5, m, print_handler);
   if (!err) err = tarvik_rtbm_async_register(c, m, print_handler);
-  if (!err) err = tarvik_rtm_async_register(c, m, route_handler);
+  if (!err) err = tarvik_rtm_async_register(c, m, print_handler);
   if (!err) err = tarvik_rnhm_async_register(c, m, print_handler);
   if (!err) err = tarvik_dfwm_async_register(c, m, print_handler);
   return err;
@@ -116,24 +147,41 @@ int run_until_quiet(tarvik_cookie *cookie, const unsigned *heard) {
 int run_monitor(int argc, char **argv) {
   long changes = -1;
   bool bulk = false;
+  Monitor m;
+  const char *save_path = nullptr;
   for (int i = 1; i < argc; ++i) {
     if (strcmp(argv[i], "--demo") == 0 && i + 1 < argc) {
       changes = strtol(argv[++i], nullptr, 10);
     } else if (strcmp(argv[i], "--bulk") == 0) {
       bulk = true;
+    } else if (strcmp(argv[i], "--timestamp") == 0) {
+      m.timestamp = true;
+    } else if (strcmp(argv[i], "--save") == 0 && i + 1 < argc) {
+      save_path = argv[++i];
     } else {
-      fprintf(stderr, "usage: tlkctl monitor [--demo N] [--bulk]\n");
-      return 2;
+      return usage_error("monitor");
     }
   }
   tarsim::Kernel kernel;
-  Monitor m;
+  m.kernel = &kernel;
+  tarsim_capture_writer capture;
+  if (save_path != nullptr) {
+    const int err = tarsim_capture_writer_open(&capture, save_path, realtime_ns());
+    if (err != 0) {
+      fprintf(stderr, "tlkctl monitor: %s: %s\n", save_path, strerror(err));
+      return 1;
+    }
+    m.save = &capture;
+    kernel.record(true);
+  }
   m.cookie = tarvik_open_set_liberr(9, nullptr, print_diagnostic);
+  m.fd = tarvik_getsockfd(m.cookie);
   if (m.cookie == nullptr || tarvik_create_async_context(m.cookie) != 0 ||
       (bulk && tarvik_set_async_mode(m.cookie, TLK_ASYNC_BULK) != 0) ||
       listen_all(m.cookie, &m) != 0) {
     fprintf(stderr, "tlkctl monitor: cannot listen\n");
     tarvik_close(m.cookie);
+    if (m.save != nullptr) tarsim_capture_writer_close(m.save);
     return 1;
   }
   int result = 0;
@@ -160,6 +208,14 @@ int run_monitor(int argc, char **argv) {
     result = tarvik_async_event_loop_sighdl(m.cookie);
   }
   tarvik_close(m.cookie);
+  if (m.save != nullptr) {
+    save_heard(m);
+    const int err = tarsim_capture_writer_close(m.save);
+    if (err != 0) {
+      fprintf(stderr, "tlkctl monitor: %s: %s\n", save_path, strerror(err));
+      result = 1;
+    }
+  }
   return result == 0 ? 0 : 1;
 }
 

@@ -1,0 +1,113 @@
+// The trace line of one message, the one text that `tlkctl monitor` and `tlkctl decode` print
+// for a message.  A frame is decoded through the library's envelope first, so that the line shows
+// the record the daemon would get; anything else is read as a raw message and its header.
+#include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <string>
+
+#include "commands.h"
+
+namespace tlkctl {
+namespace {
+
+void quiet(tarvik_cookie *, void *, int, const char *) {}
+
+// A session of no socket, for the decoder's diagnostics (dropped: the line says what failed).
+tarvik_cookie *decoder_session() {
+  static tarvik_cookie *cookie = [] {
+    tarvik_cookie *c = tarvik_cookie_create();
+    tarvik_lib_error_register(c, nullptr, quiet);
+    return c;
+  }();
+  return cookie;
+}
+
+uint32_t load_u32(const uint8_t *p) {
+  uint32_t v;
+  memcpy(&v, p, 4);
+  return v;
+}
+
+__attribute__((format(printf, 2, 3))) void append(std::string &out, const char *format, ...) {
+  char buf[256];
+  va_list ap;
+  va_start(ap, format);
+  const int n = vsnprintf(buf, sizeof buf, format, ap);
+  va_end(ap);
+  if (n > 0)
+    out.append(buf, static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1);
+}
+
+// Type, operation, sequence number, sender and the record's length, from a header in memory.
+void append_header(std::string &out, const tlk_hdr &h) {
+  append(out, "%s(%u) %s seq=%u sender=%u len=%u", tarvik_msg_type_name(h.tlkh_type), h.tlkh_type,
+         rtm_ops[h.tlkh_op < 10 ? h.tlkh_op : 10], h.tlkh_seq, h.tlkh_id, h.tlkh_msglen);
+}
+
+void append_full_header(std::string &out, const tlk_hdr &h) {
+  append(out, "\n    version 0x%02x flags 0x%02x fixedlen %u aux1 %u aux2 %u attachments %u",
+         h.tlkh_version, h.tlkh_flags, h.tlkh_fixedlen, h.tlkh_aux1, h.tlkh_aux2, h.tlkh_info_len);
+}
+
+// The bytes as they crossed the socket, 16 a line.
+void append_hex(std::string &out, const uint8_t *bytes, size_t len) {
+  static const char kDigits[] = "0123456789abcdef";
+  for (size_t off = 0; off < len; off += 16) {
+    append(out, "\n    %04zx ", off);
+    for (size_t i = off; i < len && i < off + 16; ++i) {
+      out += ' ';
+      out += kDigits[bytes[i] >> 4];
+      out += kDigits[bytes[i] & 15];
+    }
+  }
+}
+
+}  // namespace
+
+std::string trace_line(const uint8_t *bytes, size_t len, bool full) {
+  std::string out;
+  out.reserve(full ? 128 + len * 4 : 96);
+  const uint32_t magic = len >= 4 ? load_u32(bytes) : 0;
+  if (len >= 12 && (magic == TLK_MAGIC_TLV || magic == TLK_MAGIC_IDR)) {
+    const char *encoding = magic == TLK_MAGIC_TLV ? "TLV" : "IDR";
+    // Most records fit this area; the decoder that allocates takes the rest.
+    alignas(16) static thread_local uint8_t area[64 * 1024];
+    tarvik_cookie *c = decoder_session();
+    void *msg = nullptr, *mask = nullptr;
+    bool own = false;
+    int err = tarvik_msg_idl_decode_pa(c, bytes, len, &msg, &mask, area, sizeof area);
+    if (err != 0 || msg == nullptr) {
+      msg = mask = nullptr;
+      err = tarvik_msg_idl_decode(c, bytes, len, &msg, &mask);
+      own = err == 0 && msg != nullptr;
+    }
+    if (msg == nullptr) {
+      append(out, "%s frame of type %s(%u), %zu bytes: not decodable (%s)", encoding,
+             tarvik_msg_type_name(load_u32(bytes + 8)), load_u32(bytes + 8), len,
+             strerror(err != 0 ? err : EINVAL));
+    } else {
+      const tlk_hdr &h = *static_cast<const tlk_hdr *>(msg);
+      append_header(out, h);
+      append(out, " %s=%zu", encoding, len);
+      if (full) append_full_header(out, h);
+    }
+    if (own) tarvik_msg_idl_release(c, msg, mask);
+  } else if (len < TLK_RAW_HDR_LEN) {
+    append(out, "short message of %zu bytes", len);
+  } else {
+    // The raw header's fields at their wire offsets (the record in memory starts the same way).
+    tlk_hdr h{};
+    memcpy(&h, bytes, TLK_RAW_HDR_LEN);
+    h.tlkh_info = nullptr;
+    h.tlkh_info_len = 0;
+    append_header(out, h);
+    if (full) append_full_header(out, h);
+  }
+  if (full) append_hex(out, bytes, len);
+  return out;
+}
+
+}  // namespace tlkctl
