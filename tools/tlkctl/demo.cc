@@ -1,6 +1,8 @@
 // tlkctl demo: the library's main path from open to close, against the embedded simulated kernel.
 #include <errno.h>
+#include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <vector>
 
@@ -113,6 +115,36 @@ int read_logical_interfaces(tarvik_cookie *c) {
   return 0;
 }
 
+// The kernel's record of the run saved as a capture file and decoded as `tlkctl decode` would:
+// the first lines, and how many messages there were.
+int decode_own_capture(const tarsim::Kernel &kernel) {
+  char path[] = "/tmp/tlkctl-demo-XXXXXX";
+  const int fd = mkstemp(path);
+  if (fd < 0) {
+    printf("  no temporary file: %s\n", strerror(errno));
+    return 1;
+  }
+  close(fd);
+  int err = kernel.save_record(path);
+  std::vector<uint8_t> bytes;
+  std::string error;
+  if (err == 0 && !read_whole_file(path, &bytes, &error)) err = EIO;
+  unlink(path);
+  if (err != 0) {
+    printf("  saving the capture failed: %s\n", strerror(err));
+    return 1;
+  }
+  printf("  %zu messages recorded, saved as a capture of %zu bytes; its first lines:\n",
+         kernel.recorded().size(), bytes.size());
+  DecodeOptions options;
+  options.max_lines = 6;
+  const DecodeResult r = decode_capture(bytes.data(), bytes.size(), options, stdout);
+  printf("  ... %llu messages in %llu records decoded%s%s\n",
+         static_cast<unsigned long long>(r.messages), static_cast<unsigned long long>(r.records),
+         r.error.empty() ? "" : "; error: ", r.error.c_str());
+  return r.error.empty() && r.records == kernel.recorded().size() ? 0 : 1;
+}
+
 }  // namespace
 
 int run_demo(int, char **) {
@@ -169,7 +201,10 @@ int run_demo(int, char **) {
          outstanding == 0 ? " (none)" : " (LEAK)");
   if (donors != 0)
     printf("  donor records that the unnumbered teardown leaves by design: %d\n", donors);
-  return outstanding == 0 ? 0 : 1;
+
+  section(step + 1, "The run's traffic, saved as a capture file and decoded");
+  const int decoded = decode_own_capture(kernel);
+  return outstanding == 0 && decoded == 0 ? 0 : 1;
 }
 
 }  // namespace tlkctl

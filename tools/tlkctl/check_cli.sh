@@ -1,0 +1,54 @@
+#!/bin/sh
+# Runs the built tlkctl and checks exit codes and where usage goes.  Usage: check_cli.sh TLKCTL
+tlkctl=${1:?usage: check_cli.sh path/to/tlkctl}
+dir=$(mktemp -d)
+trap 'rm -rf "$dir"' EXIT
+checks=0
+failed=0
+
+# expect CODE STREAM PATTERN -- ARGS: runs tlkctl ARGS; its exit code must be CODE and STREAM
+# (stdout or stderr) must match PATTERN (grep -E).
+expect() {
+  code=$1 stream=$2 pattern=$3
+  shift 4
+  "$tlkctl" "$@" >"$dir/out" 2>"$dir/err"
+  got=$?
+  checks=$((checks + 1))
+  file="$dir/out"
+  [ "$stream" = stderr ] && file="$dir/err"
+  if [ "$got" -ne "$code" ] || ! grep -Eq -- "$pattern" "$file"; then
+    failed=$((failed + 1))
+    echo "FAIL: tlkctl $* gave $got (want $code), $stream:"
+    cat "$file"
+  fi
+}
+
+for cmd in demo monitor decode gencfg firewall table route nexthop "show devices" \
+           "show interfaces" "show addresses" "show tables" "show routes" "show nexthops"; do
+  # shellcheck disable=SC2086
+  expect 0 stdout "^usage: tlkctl" -- $cmd --help
+done
+expect 0 stdout "^usage: tlkctl show devices" -- show --help
+expect 0 stdout "^usage: tlkctl <command>" -- --help
+expect 2 stderr "^usage: tlkctl monitor" -- monitor --bogus
+expect 2 stderr "^usage: tlkctl decode" -- decode
+expect 2 stderr "^usage: tlkctl show devices" -- show devices extra
+expect 2 stderr "unknown command" -- frobnicate
+
+expect 0 stdout "^8 notifications" -- monitor --demo 8 --save "$dir/heard.tlkc"
+expect 0 stdout "\[session [0-9]+\] <- route\(2\) add " -- decode "$dir/heard.tlkc"
+[ "$(wc -l <"$dir/out")" -eq 8 ] || { failed=$((failed + 1)); echo "FAIL: decode gave $(wc -l <"$dir/out") lines, want 8"; }
+expect 0 stdout "^    0000  " -- decode "$dir/heard.tlkc" --full
+printf 'not a capture at all\n' >"$dir/text"
+expect 1 stderr "^tlkctl decode: .*: not a capture file" -- decode "$dir/text"
+[ "$(wc -l <"$dir/err")" -eq 1 ] || { failed=$((failed + 1)); echo "FAIL: more than one error line"; }
+head -c 50 "$dir/heard.tlkc" >"$dir/cut"
+expect 1 stderr "truncated record head|runs past the end" -- decode "$dir/cut"
+expect 1 stderr "No such file" -- decode "$dir/missing"
+
+if [ "$failed" -eq 0 ]; then
+  echo "tlkctl_cli: all $checks checks passed"
+else
+  echo "tlkctl_cli: $failed failed"
+  exit 1
+fi
