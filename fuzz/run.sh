@@ -6,7 +6,7 @@ secs=${1:-60}
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz -j2 --target fuzz_codec fuzz_envelope fuzz_blob fuzz_corpus
+cmake --build --preset fuzz -j2 --target fuzz_codec fuzz_envelope fuzz_blob fuzz_capture fuzz_corpus
 out=build/fuzz/fuzz
 mkdir -p "$out/findings"
 # Seeds of the blob target: a legacy filter head (first byte picks the head decoder), the
@@ -16,7 +16,14 @@ mkdir -p "$out/corpus/blob"
 printf '\000\000\000\000\002' >"$out/corpus/blob/tlv-head"
 # A next hop's opaque area of one EVPN item (type 10, length 33) for the trace decoder.
 { printf '\360\012\000\041\000'; head -c 29 /dev/zero | tr '\0' '\2'; } >"$out/corpus/blob/opaque-evpn"
-for pair in fuzz_codec:codec fuzz_envelope:envelope fuzz_blob:blob; do
+# A capture of two records, one each way, and a bare header.
+mkdir -p "$out/corpus/capture"
+{ printf 'TLKC\001\000\020\000'; head -c 8 /dev/zero
+  printf '\001\000\000\000\004\000\000\000'; head -c 8 /dev/zero; printf '\004\000\000\000abcd'
+  printf '\002\000\000\000\004\000\000\000\020\000\000\000\000\000\000\000\000\000\000\000'
+} >"$out/corpus/capture/two-records"
+{ printf 'TLKC\001\000\020\000'; head -c 8 /dev/zero; } >"$out/corpus/capture/header"
+for pair in fuzz_codec:codec fuzz_envelope:envelope fuzz_blob:blob fuzz_capture:capture; do
   target=${pair%%:*}
   seeds=${pair#*:}
   mkdir -p "$out/corpus/run-$seeds" "$out/corpus/$seeds"
