@@ -64,7 +64,7 @@ void rttable(Out &out, const rtb_msg &m) {
   // The table's filter pairs travel in no field of the record: they print as 0 and the implicit
   // list as empty.
   out.add(
-      " %s name=%s tid=%d lrname=%s lrid=%d tenant=%d prflags 0x%x i-ftf [%d,%d] o-ftf "
+      "%s name=%s tid=%d lrname=%s lrid=%d tenant=%d prflags 0x%x i-ftf [%d,%d] o-ftf "
       "[%d,%d] impl-i-ftf [",
       tarvik_format_af(m.af), name.s, m.tid, lr.s, m.lrid, m.tenant,
       static_cast<unsigned>(m.prflags), 0, 0, 0, 0);
@@ -92,7 +92,7 @@ void route(Out &out, const rt_msg &m) {
     snprintf(rpf, sizeof rpf, "rpf:len=%d idx=%d", static_cast<int>(rpf_len),
              static_cast<int>(m.rt_nhiflist.idx));
   out.add(
-      " %s %s tid=%d plen=%d type=%s flags=0x%x nh=%s nhflags=0x%x nhidx=%d rt_nhiflist = %d "
+      "%s %s tid=%d plen=%d type=%s flags=0x%x nh=%s nhflags=0x%x nhidx=%d rt_nhiflist = %d "
       "altfwdnhidx=%d filtidx=%d lr_id = %d featureid=%d %s %s rt_mcast_nhiflist=%d dflags "
       "0x%x",
       tarvik_format_af(m.af), pfx.s, m.tid, m.plen,
@@ -115,7 +115,7 @@ void ifdev(Out &out, const ifdev_msg &m) {
   const ifmedia &me = md != nullptr ? *md : none;
   // The media record has no "use max queues" flag: it prints as 0.
   out.add(
-      " %s mtu=%d dflags=0x%x flags=0x%x sflags=0x%x idx=%d, gen=%d, i2c-id=%d, ifm-hw-qs=%d, "
+      "%s mtu=%d dflags=0x%x flags=0x%x sflags=0x%x idx=%d, gen=%d, i2c-id=%d, ifm-hw-qs=%d, "
       "ifm-use-max-qs=%d, ifm-flags=%d, linkflags %x, priv_flags %x  snmpid=%u, "
       "hier-levels=%d, l2-count=%d, l3-count=%d",
       name.s, static_cast<int>(me.ifm_mtu), m.ifdm_devflags, m.ifdm_flags, m.ifdm_sflags,
@@ -146,7 +146,7 @@ void ifl(Out &out, const ifl_msg &m) {
   const Name name(m.iflm_name, m.iflm_name_len);
   const char *kind = (m.iflm_flags & 0x80000) ? "L2" : (m.iflm_flags & 0x100000) ? "L3" : "default";
   out.add(
-      " %s.%u flags=0x%x idx=%u, gen=%d lr=%d, pifd=%u, uidx=%u, privf=0x%x snmpid=%u, "
+      "%s.%u flags=0x%x idx=%u, gen=%d lr=%d, pifd=%u, uidx=%u, privf=0x%x snmpid=%u, "
       "iflsetidx=%d, ifl_type=%s tenant=%d",
       name.s, m.iflm_unit, m.iflm_flags, m.iflm_index.idx, static_cast<int>(m.iflm_generation),
       m.iflm_lr, m.iflm_pifd, m.iflm_uidx.idx, static_cast<unsigned>(m.iflm_privflags),
@@ -156,7 +156,7 @@ void ifl(Out &out, const ifl_msg &m) {
 void iffamily(Out &out, const iff_msg &m) {
   // The record carries neither the family's MTU, its table nor a type byte: MTU and table print
   // as 0 and the type as "default".
-  out.add(" %s mtu=%d ", tarvik_format_af(m.iffm_af), 0);
+  out.add("%s mtu=%d ", tarvik_format_af(m.iffm_af), 0);
   out.add("flags=0x%llx iflidx=%u subunit=%u, gen=%d tbl=%d , iff_type=%s ",
           static_cast<unsigned long long>(m.iffm_flags), m.iffm_iflidx.idx, m.iffm_unit,
           static_cast<int>(m.iffm_generation), 0, "default");
@@ -165,12 +165,12 @@ void iffamily(Out &out, const iff_msg &m) {
 void ifaddr(Out &out, const ifa_msg &m) {
   const Prefix local(m.ifam_local.prefix, m.ifam_local.prefix_len, m.ifam_local.plen, m.ifam_af);
   const Prefix dest(m.ifam_dest.prefix, m.ifam_dest.prefix_len, m.ifam_dest.plen, m.ifam_af);
-  out.add(" %s local=%s dest=%s idx=%u, gen=%d, flag=0x%x", tarvik_format_af(m.ifam_af), local.s,
+  out.add("%s local=%s dest=%s idx=%u, gen=%d, flag=0x%x", tarvik_format_af(m.ifam_af), local.s,
           dest.s, m.ifam_iflidx.idx, static_cast<int>(m.ifam_generation), m.ifam_flags);
 }
 
 void nexthop(Out &out, int mode, const rnh_msg &m) {
-  out.add(" %s", tarvik_format_af(m.af));
+  out.add("%s", tarvik_format_af(m.af));
   if (m.rnh_f18 != nullptr && m.rnh_f18_count != 0 && m.rnh_f18[0].sai_addr != nullptr) {
     char addr[kScratch];
     const uint8_t *sa = m.rnh_f18[0].sai_addr;
