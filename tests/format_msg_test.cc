@@ -380,6 +380,20 @@ TEST_F(FormatMsg, RouteAttachmentsRpfAndUnknownTypes) {
   EXPECT_NE(out(&r.rt).find("dflags 0x20 sgid = 77\n\n"), std::string::npos);
 }
 
+TEST_F(FormatMsg, RouteTableRpfOption) {
+  Records r;
+  rttable_tlvs options[2] = {};
+  options[0].rtbt_type = 3;  // another option: no text
+  options[1].rtbt_type = 30;
+  options[1].rtbt_u.rtb_rpf_info = {1, 2, 300};
+  r.rtb.rtb_tlvs = options;
+  r.rtb.rtb_tlvs_count = 2;
+  const std::string line = out(&r.rtb);
+  const std::string tail = "impl-i-ftf [none] RPF:[rpf_chk 1 mode 2 fltrid 300]\n";
+  ASSERT_GT(line.size(), tail.size());
+  EXPECT_EQ(line.substr(line.size() - tail.size()), tail);
+}
+
 TEST_F(FormatMsg, RoutePrefixFromTheMessageWhenTheRecordHasNone) {
   // A raw route: its prefix bytes stand behind the fixed part.
   struct {

@@ -22,6 +22,22 @@ void Out::vadd(const char *format, va_list ap) {
     pos = nullptr;
 }
 
+void Out::put(const char *text) {
+  if (pos == nullptr) return;
+  const size_t n = strlen(text);
+  if (left > 0) {
+    const size_t room = static_cast<size_t>(left) - 1;
+    const size_t k = n < room ? n : room;
+    memcpy(pos, text, k);
+    pos[k] = 0;
+  }
+  left -= static_cast<int>(n);
+  if (left >= 0)
+    pos += n;
+  else
+    pos = nullptr;
+}
+
 void Out::add(const char *format, ...) {
   va_list ap;
   va_start(ap, format);
@@ -192,7 +208,7 @@ TLK_EXPORT int tarvik_format_output(tarvik_cookie *cookie, char *buf, size_t siz
     return -1;
   }
   if (type >= 1 && type <= kLastTypeWithText) append_type_text(out, type, mode, message);
-  out.add("\n");
+  out.put("\n");
   if (out.overflowed()) {
     tarvik_err(cookie, TLK_LEVEL_WARNING, kBriefTooSmall);
     return -1;

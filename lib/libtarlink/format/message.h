@@ -4,6 +4,7 @@
 
 #include <stdarg.h>
 #include <stdint.h>
+#include <string.h>
 
 #include "tarlink/base.h"
 
@@ -18,6 +19,8 @@ struct Out {
 
   TLK_PRINTF(2, 3) void add(const char *format, ...);
   void vadd(const char *format, va_list ap);
+  // add("%s", text) without the printf machinery, for the fixed words of a line.
+  void put(const char *text);
   bool overflowed() const { return pos == nullptr; }
 };
 

@@ -11,6 +11,7 @@ namespace {
 
 constexpr size_t kScratch = 257;  // one per address or prefix a line can hold
 constexpr uint32_t kSelectorMask = 0xFFFFFF;
+constexpr uint32_t kRpfOption = 30;  // the route table's RPF check option
 
 // A counted name as a C string, cut to the scratch size.
 struct Name {
@@ -68,8 +69,14 @@ void rttable(Out &out, const rtb_msg &m) {
       "[%d,%d] impl-i-ftf [",
       tarvik_format_af(m.af), name.s, m.tid, lr.s, m.lrid, m.tenant,
       static_cast<unsigned>(m.prflags), 0, 0, 0, 0);
-  out.add("none");
-  out.add("]");
+  out.put("none");
+  out.put("]");
+  for (uint32_t i = 0; m.rtb_tlvs != nullptr && i < m.rtb_tlvs_count; ++i) {
+    const rttable_tlvs &t = m.rtb_tlvs[i];
+    if (t.rtbt_type != kRpfOption) continue;
+    const rtb_rpf_info &rpf = t.rtbt_u.rtb_rpf_info;
+    out.add(" RPF:[rpf_chk %u mode %u fltrid %u]", rpf.rtbr_type, rpf.rtbr_flags, rpf.rtbr_index);
+  }
 }
 
 void route(Out &out, const rt_msg &m) {
