@@ -2,7 +2,8 @@
 // its TLV and its legacy fixed form) and the filter state; the trace decoder of a next hop's
 // opaque area; and the prefix and socket address formatters.  Input: byte 0 picks the decoder
 // (0xF0 and up: the opaque area, with the next hop type 3, 5 or another one by its low bits;
-// 0xE0 to 0xEF: the formatters, see format_case), the rest is the blob.  Whatever the bytes, a
+// 0xE0 to 0xEF: the formatters, see format_case; 0xD0 to 0xDF: a statistics message through the
+// trace line and its full form, see stats_case), the rest is the blob.  Whatever the bytes, a
 // decode either fails cleanly or gives a record whose parts are released whole.
 #include <netdb.h>
 #include <stddef.h>
@@ -64,6 +65,38 @@ void format_case(uint8_t pick, const std::vector<uint8_t> &blob) {
   }
 }
 
+// A statistics message (type 26) of exactly the blob's bytes, its length word saying so: the
+// trace line (low bit 0, into a buffer whose size comes from byte 4) or the full form (low bit
+// 1).  The counters lie where the message's own fixed length says; nothing may be read past the
+// message or written past the buffer.
+void stats_case(uint8_t pick, std::vector<uint8_t> &blob) {
+  // A line that does not fit is reported at level 2: to a quiet seam, not the host's log.
+  static const bool quiet = [] {
+    tlk_platform table = *tlk_platform_get();
+    table.syslog = [](int, const char *) {};
+    tlk_platform_set(&table);
+    return true;
+  }();
+  (void)quiet;
+  if (blob.size() < 28) return;
+  blob[5] = 26;
+  const uint32_t len = static_cast<uint32_t>(blob.size());
+  memcpy(&blob[8], &len, sizeof len);
+  if ((pick & 1) == 0) {
+    const size_t size = blob[4];
+    std::vector<char> text(size + 1, '#');
+    const int rc = tarvik_format_output(nullptr, text.data(), size, 0, blob.data());
+    if (text[size] != '#') abort();
+    if (rc != 0 && rc != -1) abort();
+  } else {
+    std::vector<char> text(2049, '#');
+    const int rc = tarvik_tlkm_format_full_output(nullptr, text.data(), blob.data());
+    // Text, if any was written, ends within the 2048 bytes.
+    if (rc == 0 && text[0] != '#' && memchr(text.data(), 0, 2048) == nullptr) abort();
+    if (text[2048] != '#') abort();
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -71,7 +104,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const uint8_t pick = data[0];
   // A copy of exactly the blob's length, so that reading past it is caught.
   std::vector<uint8_t> blob(data + 1, data + size);
-  if (pick >= 0xE0 && pick < 0xF0) {
+  if (pick >= 0xD0 && pick < 0xE0) {
+    stats_case(pick, blob);
+  } else if (pick >= 0xE0 && pick < 0xF0) {
     format_case(pick, blob);
   } else if (pick >= 0xF0) {
     static const uint32_t kTypes[] = {3, 5, 2, 3};

@@ -407,6 +407,12 @@ const Row kRows[] = {
     ROW(tarvik_async_event_loop_sighdl(nullptr), EINVAL, false),
     ROW(tarvik_async_subtype_handler(nullptr, nullptr, nullptr, 0), EINVAL, false),
     ROW(tarvik_async_opaque_handle(nullptr, TLK_OP_GET, nullptr, 0, nullptr, 0, 0), EINVAL, false),
+    // The formatters take the session for their diagnostics only: no buffer or message, -1.
+    ROW(tarvik_format_output(nullptr, nullptr, 0, 0, nullptr), -1, false),
+    ROW(tarvik_format_brief_output(nullptr, nullptr, nullptr), -1, false),
+    VOID_ROW(tarvik_print_msg_to_file(nullptr, nullptr, 0, nullptr), false),
+    ROW(tarvik_ifdm_format_full_output(nullptr, nullptr, 0, nullptr), -1, false),
+    ROW(tarvik_tlkm_format_full_output(nullptr, nullptr, nullptr), -1, false),
 };
 
 // The entry's name: the call text up to its parenthesis.

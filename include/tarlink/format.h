@@ -25,6 +25,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 
 #include "tarlink/base.h"
 
@@ -33,6 +34,7 @@ extern "C" {
 #endif
 
 struct gencfg_msg;
+struct ifdev_msg;
 
 /* ======================================================================================== */
 /* Name tables                                                                               */
@@ -111,6 +113,35 @@ TLK_EXPORT char *tarvik_format_prefix(char *dst, size_t size, const void *data, 
  * `size` goes).  Other families without a form of their own print " af=N" and hex bytes. */
 TLK_EXPORT char *tarvik_format_sockaddr(char *dst, size_t size, const void *address, size_t length,
                                         int numeric);
+
+/* ======================================================================================== */
+/* Message trace lines                                                                       */
+/* ======================================================================================== */
+
+/* Mode bit of the message formatters: numeric addresses, no name lookups. */
+#define TARVIK_FORMAT_NUMERIC 0x4
+
+/* printf of `format` at `pos` into the `*left` bytes behind it: takes the printed length (cut or
+ * not) off `*left`, and gives `pos` moved on, or NULL once `*left` went negative; NULL in, NULL out. */
+TLK_EXPORT char *tarvik_fill_format_buf(char *pos, int *left, const char *format, ...)
+    TLK_PRINTF(3, 4);
+/* One trace line of a raw or decoded message into `buf` (zeroed first): 0, or -1 (and a level 2
+ * diagnostic) when it did not fit.  Type 26 gives its statistics rows instead, with no line feed. */
+TLK_EXPORT int tarvik_format_output(tarvik_cookie *cookie, char *buf, size_t size, int mode,
+                                    const void *message);
+/* tarvik_format_output into a 128-byte `buf` with mode 1. */
+TLK_EXPORT int tarvik_format_brief_output(tarvik_cookie *cookie, char *buf, const void *message);
+/* The title above the columns of a trace line (a static string). */
+TLK_EXPORT const char *tarvik_brief_output_header(void);
+/* Writes the trace line of `message` to `stream` (used as a printf format) and flushes it. */
+TLK_EXPORT void tarvik_print_msg_to_file(tarvik_cookie *cookie, FILE *stream, int mode,
+                                         const void *message);
+/* A device message field by field into a 2048-byte `buf`: 0, or -1 when it did not fit. */
+TLK_EXPORT int tarvik_ifdm_format_full_output(tarvik_cookie *cookie, char *buf, int mode,
+                                              const struct ifdev_msg *message);
+/* A statistics message (type 26) op by op into a 2048-byte `buf`: 0, or -1 when it did not fit. */
+TLK_EXPORT int tarvik_tlkm_format_full_output(tarvik_cookie *cookie, char *buf,
+                                              const void *message);
 
 #ifdef __cplusplus
 }

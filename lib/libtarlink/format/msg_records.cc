@@ -1,0 +1,259 @@
+// The per-type texts of the trace line, read from the decoded records.  A field that a record
+// does not carry prints as 0, so that every line keeps the same words in the same places.
+#include <string.h>
+
+#include "format/message.h"
+#include "format/names.h"
+#include "tarlink.h"
+
+namespace tlk::format {
+namespace {
+
+constexpr size_t kScratch = 257;  // one per address or prefix a line can hold
+constexpr uint32_t kSelectorMask = 0xFFFFFF;
+constexpr uint32_t kRpfOption = 30;  // the route table's RPF check option
+
+// A counted name as a C string, cut to the scratch size.
+struct Name {
+  char s[kScratch];
+  Name(const uint8_t *data, uint32_t len) {
+    const size_t n = data != nullptr ? strnlen(reinterpret_cast<const char *>(data),
+                                               len < kScratch - 1 ? len : kScratch - 1)
+                                     : 0;
+    if (n != 0) memcpy(s, data, n);
+    s[n] = 0;
+  }
+};
+
+// A prefix as tarvik_format_prefix prints it in mode 0; its bytes are copied into room that
+// holds at least the 32 bytes some forms read.
+struct Prefix {
+  char s[kScratch];
+  Prefix(const uint8_t *data, uint32_t len, uint32_t bits, int af) {
+    uint8_t bytes[kScratch] = {};
+    const uint32_t n = len < sizeof bytes ? len : sizeof bytes;
+    if (data != nullptr && n != 0) memcpy(bytes, data, n);
+    const uint32_t max_bits = static_cast<uint32_t>(sizeof bytes) * 8;
+    s[0] = 0;
+    tarvik_format_prefix(s, sizeof s, data != nullptr ? bytes : nullptr,
+                         bits < max_bits ? bits : max_bits, af, 0);
+  }
+};
+
+const char *nexthop_word(unsigned nh) {
+  // The table's last entry, for anything out of range, is no word at all; the C library prints
+  // it as "(null)", and so do we without handing a null to printf.
+  const char *w = kNexthopTypeWords[nh < kNexthopTypeRows - 1 ? nh : kNexthopTypeRows - 1];
+  return w != nullptr ? w : "(null)";
+}
+
+// Calls `fn(selector, value)` for each attachment, the value being the first word of its body.
+template <typename Fn>
+void each_attachment(const tlk_hdr &h, Fn fn) {
+  if (h.tlkh_info == nullptr) return;
+  for (uint32_t i = 0; i < h.tlkh_info_len; ++i) {
+    const tlk_msg_info *a = h.tlkh_info[i];
+    if (a == nullptr) continue;
+    uint32_t value;
+    memcpy(&value, &a->tlkmi_u, sizeof value);
+    fn(a->tlkmi_type & kSelectorMask, value, a);
+  }
+}
+
+void rttable(Out &out, const rtb_msg &m) {
+  const Name name(m.rtb_name, m.rtb_name_len), lr(m.lrname, m.lrname_len);
+  // The table's filter pairs travel in no field of the record: they print as 0 and the implicit
+  // list as empty.
+  out.add(
+      "%s name=%s tid=%d lrname=%s lrid=%d tenant=%d prflags 0x%x i-ftf [%d,%d] o-ftf "
+      "[%d,%d] impl-i-ftf [",
+      tarvik_format_af(m.af), name.s, m.tid, lr.s, m.lrid, m.tenant,
+      static_cast<unsigned>(m.prflags), 0, 0, 0, 0);
+  out.put("none");
+  out.put("]");
+  for (uint32_t i = 0; m.rtb_tlvs != nullptr && i < m.rtb_tlvs_count; ++i) {
+    const rttable_tlvs &t = m.rtb_tlvs[i];
+    if (t.rtbt_type != kRpfOption) continue;
+    const rtb_rpf_info &rpf = t.rtbt_u.rtb_rpf_info;
+    out.add(" RPF:[rpf_chk %u mode %u fltrid %u]", rpf.rtbr_type, rpf.rtbr_flags, rpf.rtbr_index);
+  }
+}
+
+void route(Out &out, const rt_msg &m) {
+  const tlk_hdr &h = m.rt_hdr;
+  const uint8_t *bytes = m.prefix;
+  uint32_t len = m.prefix_len;
+  if (bytes == nullptr) {
+    bytes = reinterpret_cast<const uint8_t *>(&m) + h.tlkh_fixedlen;
+    len = h.tlkh_msglen > h.tlkh_fixedlen ? h.tlkh_msglen - h.tlkh_fixedlen : 0;
+    if (len > (m.plen + 7u) / 8) len = (m.plen + 7u) / 8;
+  }
+  const Prefix pfx(bytes, len, m.plen, m.af);
+  const unsigned nh = m.nh_type;
+  const bool known_nh = nh < kNexthopTypeRows;
+  // The RPF list's length is the element count of a multicast RPF next hop info.
+  const uint32_t rpf_len =
+      m.rnh_info.rnhi_type == 16 ? m.rnh_info.rnhi_u.mcast_rpf_element_list.mrel_count : 0;
+  char rpf[64] = "";
+  if (rpf_len != 0 || m.rt_nhiflist.idx != 0)
+    snprintf(rpf, sizeof rpf, "rpf:len=%d idx=%d", static_cast<int>(rpf_len),
+             static_cast<int>(m.rt_nhiflist.idx));
+  out.add(
+      "%s %s tid=%d plen=%d type=%s flags=0x%x nh=%s nhflags=0x%x nhidx=%d rt_nhiflist = %d "
+      "altfwdnhidx=%d filtidx=%d lr_id = %d featureid=%d %s %s rt_mcast_nhiflist=%d dflags "
+      "0x%x",
+      tarvik_format_af(m.af), pfx.s, m.tid, m.plen,
+      kRouteTypeWords[m.type < kRouteTypeRows - 1 ? m.type : kRouteTypeRows - 1],
+      static_cast<unsigned>(m.flags), nexthop_word(nh),
+      known_nh ? static_cast<unsigned>(m.nhflags) : 0u, static_cast<int>(m.nhidx.idx),
+      static_cast<int>(m.rt_nhiflist.idx), static_cast<int>(m.altfwdnhidx.idx),
+      known_nh ? m.filtidx : 0, m.lr_id, m.featureid, (h.tlkh_flags & 2) ? " req_ack" : "", rpf,
+      static_cast<int>(m.rt_mcast_nhiflist.idx), m.dflags);
+  each_attachment(h, [&](uint32_t sel, uint32_t value, const tlk_msg_info *) {
+    if (sel == 10) out.add(" sgid = %u\n", value);
+    if (sel == 8 && value != 0) out.add(" oam-id %u\n", value);
+  });
+}
+
+void ifdev(Out &out, const ifdev_msg &m) {
+  const Name name(m.ifdm_name, m.ifdm_name_len);
+  const ifmedia *md = m.ifdm_media_len != 0 ? m.ifdm_media : nullptr;
+  const ifmedia none{};
+  const ifmedia &me = md != nullptr ? *md : none;
+  // The media record has no "use max queues" flag: it prints as 0.
+  out.add(
+      "%s mtu=%d dflags=0x%x flags=0x%x sflags=0x%x idx=%d, gen=%d, i2c-id=%d, ifm-hw-qs=%d, "
+      "ifm-use-max-qs=%d, ifm-flags=%d, linkflags %x, priv_flags %x  snmpid=%u, "
+      "hier-levels=%d, l2-count=%d, l3-count=%d",
+      name.s, static_cast<int>(me.ifm_mtu), m.ifdm_devflags, m.ifdm_flags, m.ifdm_sflags,
+      m.ifdm_index, static_cast<int>(m.ifdm_generation), me.ifm_i2c_id, me.ifm_cos.ifdc_queues, 0,
+      me.ifm_cos.ifdc_flags, me.ifm_linkflags, me.ifm_priv_flags, m.ifdm_snmp_id.idx,
+      me.ifm_hier_levels, static_cast<int>(me.ifm_l2_count), me.ifm_l3_count);
+  each_attachment(m.ifdm_hdr, [&](uint32_t sel, uint32_t value, const tlk_msg_info *a) {
+    switch (sel) {
+      case 378:
+        out.add(" fpc_i2c_id_type 0x%x", value);
+        break;
+      case 379:
+        out.add(" is_ready 0x%x", a->tlkmi_u.ifd_vcp_resync_ready.ivrr_enable);
+        break;
+      case 427:
+        out.add(" fib-ready %u", a->tlkmi_u.pfe_fib_ready.pfr_enable);
+        break;
+      case 428:
+        out.add(" cis_flags 0x%x", a->tlkmi_u.if_core_isolation_state.icis_value);
+        break;
+      default:
+        break;
+    }
+  });
+}
+
+void ifl(Out &out, const ifl_msg &m) {
+  const Name name(m.iflm_name, m.iflm_name_len);
+  const char *kind = (m.iflm_flags & 0x80000) ? "L2" : (m.iflm_flags & 0x100000) ? "L3" : "default";
+  out.add(
+      "%s.%u flags=0x%x idx=%u, gen=%d lr=%d, pifd=%u, uidx=%u, privf=0x%x snmpid=%u, "
+      "iflsetidx=%d, ifl_type=%s tenant=%d",
+      name.s, m.iflm_unit, m.iflm_flags, m.iflm_index.idx, static_cast<int>(m.iflm_generation),
+      m.iflm_lr, m.iflm_pifd, m.iflm_uidx.idx, static_cast<unsigned>(m.iflm_privflags),
+      m.iflm_snmp_id.idx, static_cast<int>(m.iflm_iflsetidx.idx), kind, m.iflm_tenant);
+}
+
+void iffamily(Out &out, const iff_msg &m) {
+  // The record carries neither the family's MTU, its table nor a type byte: MTU and table print
+  // as 0 and the type as "default".
+  out.add("%s mtu=%d ", tarvik_format_af(m.iffm_af), 0);
+  out.add("flags=0x%llx iflidx=%u subunit=%u, gen=%d tbl=%d , iff_type=%s ",
+          static_cast<unsigned long long>(m.iffm_flags), m.iffm_iflidx.idx, m.iffm_unit,
+          static_cast<int>(m.iffm_generation), 0, "default");
+}
+
+void ifaddr(Out &out, const ifa_msg &m) {
+  const Prefix local(m.ifam_local.prefix, m.ifam_local.prefix_len, m.ifam_local.plen, m.ifam_af);
+  const Prefix dest(m.ifam_dest.prefix, m.ifam_dest.prefix_len, m.ifam_dest.plen, m.ifam_af);
+  out.add("%s local=%s dest=%s idx=%u, gen=%d, flag=0x%x", tarvik_format_af(m.ifam_af), local.s,
+          dest.s, m.ifam_iflidx.idx, static_cast<int>(m.ifam_generation), m.ifam_flags);
+}
+
+void nexthop(Out &out, int mode, const rnh_msg &m) {
+  out.add("%s", tarvik_format_af(m.af));
+  if (m.rnh_f18 != nullptr && m.rnh_f18_count != 0 && m.rnh_f18[0].sai_addr != nullptr) {
+    char addr[kScratch];
+    const uint8_t *sa = m.rnh_f18[0].sai_addr;
+    tarvik_format_sockaddr(addr, sizeof addr, sa, sa[0], (mode & 4) != 0 ? 1 : 0);
+    out.add(" addr=%s", addr);
+  }
+  // The next hop record has no logical router: lr_id prints as 0.
+  out.add(" nh=%s flags=0x%x uflags=0x%x idx=%u ifidx=%u filteridx=%d tid=%u lr_id=%d %s %s",
+          nexthop_word(m.nh), static_cast<unsigned>(m.flags), static_cast<unsigned>(m.uflags),
+          m.idx.idx, m.ifidx.idx, static_cast<int>(m.filteridx), m.tid, 0,
+          (m.rnh_hdr.tlkh_flags & 2) ? " req_ack" : "", "");
+}
+
+void mgroup(Out &out, const mgr_msg &m) {
+  const Prefix group(m.group.prefix, m.group.prefix_len, m.group.plen, m.af);
+  out.add("af %d tid %d group %s nhidx %d", m.af, m.tid, group.s,
+          static_cast<int>(m.mgr_nhidx.idx));
+}
+
+void firewall(Out &out, const dfw_msg &m) {
+  // The filter record carries its index and total length, not its name.
+  out.add("name=%s af=%d idx=%d fulllen=%d", "", m.af, static_cast<int>(m.filter),
+          static_cast<int>(m.dfw_total));
+}
+
+void rt_class(Out &out, const ntbl_msg &m) {
+  const Name name(m.ntbl_name, m.ntbl_name_len);
+  out.add("name=%s table_id=%d class_id=%d flags=%d", name.s, 0, m.idx, 0);
+}
+
+void composite(Out &out, const rnhc_msg &m) {
+  out.add("nh=%s idx=%d refcnt=%u, af=%s, tid=%u hw_token=%u subnh=%u ", nexthop_word(m.nh),
+          static_cast<int>(m.idx.idx), 0u, tarvik_format_af(m.af), 0u, 0u, m.child_count);
+}
+
+void marker(Out &out, const tlk_marker_msg &m) {
+  out.add("cookie=0x%x seq-no=0x%x alias_seq-no=0x%x flags=0x%x ", m.tlkmk_cookie, m.tlkmk_seq,
+          m.tlkmk_alias_seq, m.tlkmk_flags);
+}
+
+template <typename T>
+const T &as(const void *message) {
+  return *static_cast<const T *>(message);
+}
+
+}  // namespace
+
+void append_type_text(Out &out, int type, int mode, const void *message) {
+  switch (type) {
+    case TLK_MSG_RTTABLE:
+      return rttable(out, as<rtb_msg>(message));
+    case TLK_MSG_ROUTE:
+      return route(out, as<rt_msg>(message));
+    case TLK_MSG_IFDEV:
+      return ifdev(out, as<ifdev_msg>(message));
+    case TLK_MSG_IFLOGICAL:
+      return ifl(out, as<ifl_msg>(message));
+    case TLK_MSG_IFFAMILY:
+      return iffamily(out, as<iff_msg>(message));
+    case TLK_MSG_IFADDR:
+      return ifaddr(out, as<ifa_msg>(message));
+    case TLK_MSG_NEXTHOP:
+      return nexthop(out, mode, as<rnh_msg>(message));
+    case TLK_MSG_MGROUP:
+      return mgroup(out, as<mgr_msg>(message));
+    case TLK_MSG_FIREWALL:
+      return firewall(out, as<dfw_msg>(message));
+    case TLK_MSG_RT_CLASS:
+      return rt_class(out, as<ntbl_msg>(message));
+    case TLK_MSG_NH_COMP:
+      return composite(out, as<rnhc_msg>(message));
+    case TLK_MSG_MARKER:
+      return marker(out, as<tlk_marker_msg>(message));
+    default:
+      return;  // the common columns say all there is for the other types
+  }
+}
+
+}  // namespace tlk::format

@@ -1,0 +1,608 @@
+// The message formatter: the trace line of each message kind in brief and full modes, the flag
+// and name columns, the statistics rows and full forms, every buffer length of a long line, and
+// the print to a stream.
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/harness.h"
+#include "tarlink.h"
+
+namespace tlktest {
+namespace {
+
+constexpr const char kBriefTooSmall[] = "output brief buffer too small for format!";
+
+std::string fmt(const char *format, ...) TLK_PRINTF(1, 2);
+std::string fmt(const char *format, ...) {
+  char buf[4096];
+  va_list ap;
+  va_start(ap, format);
+  vsnprintf(buf, sizeof buf, format, ap);
+  va_end(ap);
+  return buf;
+}
+
+// The common columns as the line's format lays them out.
+std::string columns(const char *sender, const char *creator, const char *flags, const char *type,
+                    const char *op) {
+  return fmt("%-10.10s %-10.10s %-4.4s %-10.10s %-8.8s", sender, creator, flags, type, op);
+}
+
+uint8_t *bytes(const char *s) {
+  return reinterpret_cast<uint8_t *>(const_cast<char *>(s));
+}
+
+void head(tlk_hdr &h, int type, int op, int flags = 0, uint32_t sender = 1, uint8_t creator = 0) {
+  h.tlkh_type = static_cast<uint8_t>(type);
+  h.tlkh_op = static_cast<uint8_t>(op);
+  h.tlkh_flags = static_cast<uint8_t>(flags);
+  h.tlkh_id = sender;
+  h.tlkh_aux1 = creator;
+}
+
+// An attachment with one word of value.
+struct Attachment {
+  tlk_msg_info info{};
+  tlk_msg_info *list[1] = {&info};
+  Attachment(uint32_t selector, uint32_t value) {
+    info.tlkmi_type = selector;
+    memcpy(&info.tlkmi_u, &value, sizeof value);
+  }
+  void attach(tlk_hdr &h) {
+    h.tlkh_info = list;
+    h.tlkh_info_len = 1;
+  }
+};
+
+class FormatMsg : public OneSessionTest {
+ protected:
+  std::string out(const void *msg, int mode = 0, size_t size = 2048) {
+    std::vector<char> buf(size + 1, '#');
+    rc = tarvik_format_output(c, buf.data(), size, mode, msg);
+    EXPECT_EQ(buf[size], '#') << "written past the size";
+    return std::string(buf.data(), strnlen(buf.data(), size));
+  }
+  size_t too_small() const {
+    size_t n = 0;
+    for (const auto &l : log.lines)
+      n += l.level == TLK_LEVEL_WARNING && l.text.find(kBriefTooSmall) != std::string::npos;
+    return n;
+  }
+  int rc = 0;
+};
+
+// ---------------------------------------------------------------------------------------------
+// The line writer
+
+TEST(FillFormatBuf, MovesOnCutsAndNullsAsTold) {
+  char buf[8];
+  memset(buf, '#', sizeof buf);
+  int left = 6;
+  char *p = tarvik_fill_format_buf(buf, &left, "%s", "abc");
+  EXPECT_EQ(p, buf + 3);
+  EXPECT_EQ(left, 3);
+  p = tarvik_fill_format_buf(p, &left, "%d", 123);  // an exact fit: all of it counted
+  EXPECT_EQ(p, buf + 6);
+  EXPECT_EQ(left, 0);
+  EXPECT_STREQ(buf, "abc12");  // the end byte took the last place
+  p = tarvik_fill_format_buf(p, &left, "x");
+  EXPECT_EQ(p, nullptr);
+  EXPECT_EQ(left, -1);
+  EXPECT_EQ(buf[6], '#');
+  left = 5;
+  EXPECT_EQ(tarvik_fill_format_buf(nullptr, &left, "abc"), nullptr);
+  EXPECT_EQ(left, 5);
+  left = 2;
+  EXPECT_EQ(tarvik_fill_format_buf(buf, &left, "%s", "long"), nullptr);
+  EXPECT_EQ(left, -2);
+  EXPECT_STREQ(buf, "l");
+}
+
+TEST(BriefHeader, IsTheColumnTitle) {
+  EXPECT_STREQ(tarvik_brief_output_header(), "sender   creator  flag    type       op ");
+  EXPECT_EQ(tarvik_brief_output_header(), tarvik_brief_output_header());
+}
+
+// ---------------------------------------------------------------------------------------------
+// Columns
+
+TEST_F(FormatMsg, FlagLettersAndNames) {
+  struct Row {
+    int flags;
+    uint32_t sender;
+    uint8_t creator;
+    int type, op;
+    const char *want;
+  };
+  const Row rows[] = {
+      {0, 0, 1, 3, 1, "self       kernel     P    redirect   add     \n"},
+      {1, 2, 3, 3, 2, "user       unknown    L    redirect   change  \n"},
+      {5, 1, 0, 3, 3, "kernel     self       L    redirect   delete  \n"},
+      {0x14, 1, 0, 3, 4, "kernel     self       ANY  redirect   get     \n"},
+      {0x02, 1, 0, 3, 5, "kernel     self       PV   redirect   getnext \n"},
+      {0x04, 1, 0, 3, 6, "kernel     self       CL   redirect   clear   \n"},
+      {0x24, 1, 0, 3, 7, "kernel     self       CLE  redirect   deleteal\n"},
+      {0xC0, 1, 0, 3, 8, "kernel     self       PIH  redirect   add_get \n"},
+      {0x62, 1, 0, 3, 9, "kernel     self       PVH  redirect   chg_get \n"},
+      {0xD0, 1, 0, 3, 10, "kernel     self       ANYI redirect   unknown \n"},
+      {0, 200, 147, 3, 99, "unknown    unknown    P    redirect   unknown \n"},
+      {0, 1, 0, 110, 1, "kernel     self       P    unknown    add     \n"},
+      {0, 1, 0, 255, 1, "kernel     self       P    unknown    add     \n"},
+      {0, 1, 0, 72, 1, "kernel     self       P    gencfg     add     \n"},
+      {0, 1, 0, 47, 1, "kernel     self       P    ifstate    add     \n"},
+  };
+  for (const Row &r : rows) {
+    SCOPED_TRACE(r.want);
+    gencfg_msg m{};  // large enough for any header-only type
+    head(m.gencfg_hdr, r.type, r.op, r.flags, r.sender, r.creator);
+    EXPECT_EQ(out(&m), r.want);
+    EXPECT_EQ(rc, 0);
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Each kind's text
+
+// The records of the rows, filled once.
+struct Records {
+  uint8_t v4[4] = {10, 1, 0, 0};
+  uint8_t host[4] = {10, 0, 0, 1};
+  uint8_t sa[16] = {16, 2, 0, 0, 192, 0, 2, 7};
+  sockaddr_idl gw{};
+  ifmedia media{};
+  Attachment sgid{0x500000a, 77}, oam{0x5000008, 9}, i2c{378, 0x21};
+  rtb_msg rtb{};
+  rt_msg rt{};
+  ifdev_msg ifd{};
+  ifl_msg ifl{};
+  iff_msg iff{};
+  ifa_msg ifa{};
+  rnh_msg rnh{};
+  mgr_msg mgr{};
+  dfw_msg dfw{};
+  ntbl_msg ntbl{};
+  rnhc_msg rnhc{};
+  tlk_marker_msg mk{};
+
+  Records() {
+    gw.sai_addr = sa;
+    head(rtb.rtb_hdr, 1, 1);
+    rtb.af = 2;
+    rtb.tid = 5;
+    rtb.rtb_name = bytes("red.inet.0");
+    rtb.rtb_name_len = 10;
+    rtb.lrname = bytes("default");
+    rtb.lrname_len = 7;
+    rtb.lrid = 3;
+    rtb.tenant = 4;
+    rtb.prflags = 0x81;
+
+    head(rt.rt_hdr, 2, 1, 0x02, 1, 2);
+    rt.af = 2;
+    rt.prefix = v4;
+    rt.prefix_len = 4;
+    rt.plen = 16;
+    rt.tid = 5;
+    rt.type = 1;
+    rt.flags = 0x10;
+    rt.nh_type = 2;
+    rt.nhflags = 0x4;
+    rt.nhidx.idx = 1048574;
+    rt.altfwdnhidx.idx = 6;
+    rt.filtidx = 3;
+    rt.lr_id = 2;
+    rt.featureid = 8;
+    rt.rt_mcast_nhiflist.idx = 11;
+    rt.dflags = 0x20;
+
+    head(ifd.ifdm_hdr, 5, 2);
+    ifd.ifdm_name = bytes("ge-0/0/1");
+    ifd.ifdm_name_len = 8;
+    ifd.ifdm_index = 140;
+    ifd.ifdm_devflags = 0x8001;
+    ifd.ifdm_flags = 0x4000;
+    ifd.ifdm_sflags = 0x2;
+    ifd.ifdm_generation = 17;
+    ifd.ifdm_snmp_id.idx = 513;
+    media.ifm_mtu = 1514;
+    media.ifm_i2c_id = 12;
+    media.ifm_cos.ifdc_queues = 8;
+    media.ifm_cos.ifdc_flags = 1;
+    media.ifm_linkflags = 0x3;
+    media.ifm_priv_flags = 0x5;
+    media.ifm_hier_levels = 2;
+    media.ifm_l2_count = 100;
+    media.ifm_l3_count = 200;
+    ifd.ifdm_media = &media;
+    ifd.ifdm_media_len = 1;
+    i2c.attach(ifd.ifdm_hdr);
+
+    head(ifl.iflm_hdr, 6, 1);
+    ifl.iflm_name = bytes("ge-0/0/1");
+    ifl.iflm_name_len = 8;
+    ifl.iflm_unit = 100;
+    ifl.iflm_flags = 0x180000;  // both bits: L2 wins
+    ifl.iflm_index.idx = 77;
+    ifl.iflm_generation = 3;
+    ifl.iflm_lr = 1;
+    ifl.iflm_pifd = 140;
+    ifl.iflm_uidx.idx = 9;
+    ifl.iflm_privflags = 0x40;
+    ifl.iflm_snmp_id.idx = 600;
+    ifl.iflm_iflsetidx.idx = 2;
+    ifl.iflm_tenant = 7;
+
+    head(iff.iffm_hdr, 7, 1);
+    iff.iffm_af = 28;
+    iff.iffm_flags = 0x100000000ULL;
+    iff.iffm_iflidx.idx = 77;
+    iff.iffm_unit = 5;
+    iff.iffm_generation = 4;
+
+    head(ifa.ifam_hdr, 8, 3);
+    ifa.ifam_af = 2;
+    ifa.ifam_local = {32, 4, host};
+    ifa.ifam_dest = {16, 4, v4};
+    ifa.ifam_iflidx.idx = 77;
+    ifa.ifam_generation = 6;
+    ifa.ifam_flags = 0x11;
+
+    head(rnh.rnh_hdr, 10, 1, 0x02);
+    rnh.af = 2;
+    rnh.rnh_f18 = &gw;
+    rnh.rnh_f18_count = 1;
+    rnh.nh = 2;
+    rnh.flags = 0x8;
+    rnh.uflags = 0x1;
+    rnh.idx.idx = 1048580;
+    rnh.ifidx.idx = 77;
+    rnh.filteridx = 4;
+    rnh.tid = 5;
+
+    head(mgr.mgr_hdr, 13, 1);
+    mgr.af = 2;
+    mgr.tid = 5;
+    mgr.group = {32, 4, host};
+    mgr.mgr_nhidx.idx = 12;
+
+    head(dfw.dfw_hdr, 14, 1);
+    dfw.af = 2;
+    dfw.filter = 33;
+    dfw.dfw_total = 4096;
+
+    head(ntbl.ntbl_hdr, 28, 1);
+    ntbl.ntbl_name = bytes("gold");
+    ntbl.ntbl_name_len = 4;
+    ntbl.idx = 6;
+
+    head(rnhc.rnhc_hdr, 83, 1);
+    rnhc.nh = 24;
+    rnhc.af = 2;
+    rnhc.idx.idx = 1048600;
+    rnhc.child_count = 3;
+
+    head(mk.tlkmk_hdr, 102, 1);
+    mk.tlkmk_cookie = 0xabc;
+    mk.tlkmk_seq = 0x10;
+    mk.tlkmk_alias_seq = 0x11;
+    mk.tlkmk_flags = 0x3;
+  }
+};
+
+TEST_F(FormatMsg, EachKindInBriefAndFullModes) {
+  Records r;
+  struct Row {
+    const char *name;
+    const void *msg;
+    std::string want;  // without the common columns
+  };
+  const std::vector<Row> rows = {
+      {"rttable", &r.rtb,
+       fmt("%s name=%s tid=%d lrname=%s lrid=%d tenant=%d prflags 0x%x i-ftf [%d,%d] o-ftf [%d,%d] "
+           "impl-i-ftf [",
+           "inet", "red.inet.0", 5, "default", 3, 4, 0x81, 0, 0, 0, 0) +
+           "none]"},
+      {"route", &r.rt,
+       "inet 10.1.0.0 tid=5 plen=16 type=user flags=0x10 nh=ucst nhflags=0x4 nhidx=1048574 "
+       "rt_nhiflist = 0 altfwdnhidx=6 filtidx=3 lr_id = 2 featureid=8  req_ack  "
+       "rt_mcast_nhiflist=11 dflags 0x20"},
+      {"ifdev", &r.ifd,
+       "ge-0/0/1 mtu=1514 dflags=0x8001 flags=0x4000 sflags=0x2 idx=140, gen=17, i2c-id=12, "
+       "ifm-hw-qs=8, ifm-use-max-qs=0, ifm-flags=1, linkflags 3, priv_flags 5  snmpid=513, "
+       "hier-levels=2, l2-count=100, l3-count=200 fpc_i2c_id_type 0x21"},
+      {"iflogical", &r.ifl,
+       "ge-0/0/1.100 flags=0x180000 idx=77, gen=3 lr=1, pifd=140, uidx=9, privf=0x40 snmpid=600, "
+       "iflsetidx=2, ifl_type=L2 tenant=7"},
+      {"iffamily", &r.iff,
+       "inet6 mtu=0 flags=0x100000000 iflidx=77 subunit=5, gen=4 tbl=0 , iff_type=default "},
+      {"ifaddr", &r.ifa, "inet local=10.0.0.1 dest=10.1.0.0 idx=77, gen=6, flag=0x11"},
+      {"nexthop", &r.rnh,
+       "inet addr=192.0.2.7 nh=ucst flags=0x8 uflags=0x1 idx=1048580 ifidx=77 filteridx=4 tid=5 "
+       "lr_id=0  req_ack "},
+      {"mgroup", &r.mgr, "af 2 tid 5 group 10.0.0.1 nhidx 12"},
+      {"firewall", &r.dfw, "name= af=2 idx=33 fulllen=4096"},
+      {"rt class", &r.ntbl, "name=gold table_id=0 class_id=6 flags=0"},
+      {"NH-comp", &r.rnhc, "nh=comp idx=1048600 refcnt=0, af=inet, tid=0 hw_token=0 subnh=3 "},
+      {"marker", &r.mk, "cookie=0xabc seq-no=0x10 alias_seq-no=0x11 flags=0x3 "},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    const tlk_hdr *h = static_cast<const tlk_hdr *>(row.msg);
+    const char *flags = (h->tlkh_flags & 2) ? "PV" : "P";
+    const std::string cols =
+        columns(tarvik_format_msg_sender_id(static_cast<int>(h->tlkh_id)),
+                tarvik_format_msg_sender_id(h->tlkh_aux1), flags, row.name, rtm_ops[h->tlkh_op]);
+    // Numeric addresses: the nexthop's address is the one that would be looked up.
+    EXPECT_EQ(out(row.msg, 4), cols + row.want + "\n");
+    EXPECT_EQ(rc, 0);
+    // The brief form: the same line in 128 bytes, or -1 and the diagnostic when it is longer.
+    if (row.msg == &r.rnh) continue;  // brief mode would look the address up by name
+    std::vector<char> brief(129, '#');
+    const size_t before = too_small();
+    const int brc = tarvik_format_brief_output(c, brief.data(), row.msg);
+    EXPECT_EQ(brief[128], '#');
+    const std::string line = cols + row.want + "\n";
+    if (line.size() < 128) {
+      EXPECT_EQ(brc, 0);
+      EXPECT_EQ(std::string(brief.data()), line);
+    } else {
+      EXPECT_EQ(brc, -1);
+      EXPECT_EQ(std::string(brief.data()), line.substr(0, 127));
+      EXPECT_EQ(too_small(), before + 1);
+    }
+  }
+}
+
+TEST_F(FormatMsg, RouteAttachmentsRpfAndUnknownTypes) {
+  Records r;
+  r.rt.rt_hdr.tlkh_flags = 0;
+  r.rt.type = 99;     // past the route types: "unknown"
+  r.rt.nh_type = 40;  // past the next hop types: no word, and no flags or filter
+  r.rt.rt_nhiflist.idx = 21;
+  Attachment both[2] = {{0x500000a, 77}, {0x5000008, 9}};
+  tlk_msg_info *list[2] = {&both[0].info, &both[1].info};
+  r.rt.rt_hdr.tlkh_info = list;
+  r.rt.rt_hdr.tlkh_info_len = 2;
+  const std::string line = out(&r.rt, 0);
+  EXPECT_NE(line.find(" type=unknown flags=0x10 nh=(null) nhflags=0x0 nhidx=1048574 "
+                      "rt_nhiflist = 21 altfwdnhidx=6 filtidx=0 lr_id = 2 featureid=8  "
+                      "rpf:len=0 idx=21 rt_mcast_nhiflist=11 dflags 0x20 sgid = 77\n oam-id 9\n\n"),
+            std::string::npos)
+      << line;
+  // A zero oam-id adds nothing.
+  memset(&both[1].info.tlkmi_u, 0, 4);
+  EXPECT_NE(out(&r.rt).find("dflags 0x20 sgid = 77\n\n"), std::string::npos);
+}
+
+TEST_F(FormatMsg, RouteTableRpfOption) {
+  Records r;
+  rttable_tlvs options[2] = {};
+  options[0].rtbt_type = 3;  // another option: no text
+  options[1].rtbt_type = 30;
+  options[1].rtbt_u.rtb_rpf_info = {1, 2, 300};
+  r.rtb.rtb_tlvs = options;
+  r.rtb.rtb_tlvs_count = 2;
+  const std::string line = out(&r.rtb);
+  const std::string tail = "impl-i-ftf [none] RPF:[rpf_chk 1 mode 2 fltrid 300]\n";
+  ASSERT_GT(line.size(), tail.size());
+  EXPECT_EQ(line.substr(line.size() - tail.size()), tail);
+}
+
+TEST_F(FormatMsg, RoutePrefixFromTheMessageWhenTheRecordHasNone) {
+  // A raw route: its prefix bytes stand behind the fixed part.
+  struct {
+    rt_msg m;
+    uint8_t pfx[4];
+  } raw{};
+  Records r;
+  raw.m = r.rt;
+  raw.m.prefix = nullptr;
+  raw.m.prefix_len = 0;
+  raw.m.rt_hdr.tlkh_fixedlen = static_cast<uint16_t>(offsetof(decltype(raw), pfx));
+  raw.m.rt_hdr.tlkh_msglen = sizeof raw;
+  raw.pfx[0] = 172;
+  raw.pfx[1] = 16;
+  EXPECT_NE(out(&raw.m).find("add     inet 172.16.0.0 tid=5 plen=16 "), std::string::npos);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Buffer sizes
+
+TEST_F(FormatMsg, EveryBufferLengthOfALongRoute) {
+  Records r;
+  Attachment sgid(0x500000a, 4000000000u);
+  sgid.attach(r.rt.rt_hdr);
+  const std::string full = out(&r.rt, 0);
+  ASSERT_EQ(rc, 0);
+  ASSERT_GT(full.size(), 200u);
+  for (size_t size = 0; size <= full.size() + 2; ++size) {
+    SCOPED_TRACE(size);
+    const size_t before = too_small();
+    const std::string text = out(&r.rt, 0, size);
+    if (size > full.size()) {
+      EXPECT_EQ(rc, 0);
+      EXPECT_EQ(text, full);
+      EXPECT_EQ(too_small(), before);
+    } else if (size == full.size()) {
+      // An exact fit counts as a fit; the end byte stands in the last place.
+      EXPECT_EQ(rc, 0);
+      EXPECT_EQ(text, full.substr(0, size - 1));
+      EXPECT_EQ(too_small(), before);
+    } else {
+      EXPECT_EQ(rc, -1);
+      EXPECT_EQ(text, full.substr(0, size == 0 ? 0 : size - 1));
+      EXPECT_EQ(too_small(), before + 1);
+    }
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Statistics (type 26)
+
+// A raw statistics message: header bytes, the body at 32, nine blocks from body + 48.
+struct StatMsg {
+  std::vector<uint8_t> b = std::vector<uint8_t>(32 + 48 + 9 * 40, 0);
+  StatMsg(uint8_t kind, uint8_t type_or_title) {
+    b[5] = 26;
+    const uint32_t len = static_cast<uint32_t>(b.size());
+    memcpy(&b[8], &len, 4);
+    b[20] = 32;  // tlkh_fixedlen
+    b[23] = kind;
+    b[24] = type_or_title;
+    b[26] = 1;  // a body follows
+  }
+  void set(int op, size_t at, uint64_t v, size_t width = 8) {
+    memcpy(&b[32 + 48 + 40 * static_cast<size_t>(op) + at], &v, width);
+  }
+};
+
+std::string stats_title() {
+  std::string t = "\nFailed ops:: ";
+  for (int op = 1; op <= 9; ++op) t += fmt(" %9.9s", rtm_ops[op]);
+  return t + "\n";
+}
+
+TEST_F(FormatMsg, StatisticsRows) {
+  struct Row {
+    const char *name;
+    uint8_t kind, byte24;
+    bool counters;
+    std::string want;
+  };
+  std::string counted = "     route:  ";
+  for (int op = 0; op < 9; ++op)
+    counted += fmt(" %4llu/%-4llu", op + 1ULL, op == 4 ? 123456ULL : 0ULL);
+  std::string titled = "   rttable:  ";
+  for (int op = 0; op < 9; ++op)
+    titled += fmt(" %4llu/%-4llu", op + 1ULL, op == 4 ? 123456ULL : 0ULL);
+  const Row rows[] = {
+      {"zero counters, no title", 0, 2, false, ""},
+      {"zero counters, a title", 1, 1, false, stats_title()},
+      {"a row", 0, 2, true, counted},
+      {"a title and a row", 1, 1, true, stats_title() + titled},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.name);
+    StatMsg m(row.kind, row.byte24);
+    if (row.counters) {
+      for (int op = 0; op < 9; ++op) m.set(op, 0, static_cast<uint64_t>(op + 1));
+      m.set(4, 8, 123456);
+    }
+    EXPECT_EQ(out(m.b.data()), row.want);
+    EXPECT_EQ(rc, 0);
+  }
+  // The kinds' words.
+  const char *kinds[] = {"Total ops",  "Failed ops",  "Vetoed ops",
+                         "Locked ops", "Unknown ops", "Unknown ops"};
+  for (uint8_t k = 0; k < 6; ++k) {
+    StatMsg m(k == 5 ? 200 : k, 1);
+    EXPECT_EQ(out(m.b.data()).substr(0, 14), fmt("\n%-10.10s:: ", kinds[k]));
+  }
+  // No body: nothing at all.
+  StatMsg none(1, 1);
+  none.b[26] = 0;
+  EXPECT_EQ(out(none.b.data()), "");
+  // A row that does not fit.
+  StatMsg big(0, 2);
+  for (int op = 0; op < 9; ++op) big.set(op, 0, 1);
+  const size_t before = too_small();
+  EXPECT_EQ(out(big.b.data(), 0, 40).size(), 39u);
+  EXPECT_EQ(rc, -1);
+  EXPECT_EQ(too_small(), before + 1);
+}
+
+TEST_F(FormatMsg, StatisticsFullForm) {
+  StatMsg m(0, 1);
+  m.set(0, 0, 5);
+  m.set(0, 8, 500);
+  m.set(0, 16, 120, 4);
+  m.set(0, 20, 6);
+  m.set(0, 28, 600);
+  m.set(0, 36, 130, 4);
+  m.set(3, 36, 7, 4);  // only a largest received: still a row
+  std::vector<char> buf(2048, '#');
+  ASSERT_EQ(tarvik_tlkm_format_full_output(c, buf.data(), m.b.data()), 0);
+  const std::string want =
+      fmt("\n%-10.10s:: %9.9s %9.9s %9.9s %9.9s %9.9s %9.9s\n", "Total ops", "sndpkts", "sndbytes",
+          "sndmaxpkt", "rcvpkts", "rcvbytes", "rcvmaxpkt") +
+      fmt("\n%10.10s:: \n", "rttable") +
+      fmt("%10.10s %9llu %9llu %9lu %9llu %9llu %9lu\n", "add", 5ULL, 500ULL, 120UL, 6ULL, 600ULL,
+          130UL) +
+      fmt("%10.10s %9llu %9llu %9lu %9llu %9llu %9lu\n", "get", 0ULL, 0ULL, 0UL, 0ULL, 0ULL, 7UL);
+  EXPECT_EQ(std::string(buf.data()), want);
+  // With the 18 counters at zero only the title; with no body nothing at all.
+  StatMsg zero(0, 1);
+  ASSERT_EQ(tarvik_tlkm_format_full_output(c, buf.data(), zero.b.data()), 0);
+  EXPECT_EQ(std::string(buf.data()), want.substr(0, want.find("\n\n") + 1));
+  zero.b[26] = 0;
+  buf[0] = 'x';
+  EXPECT_EQ(tarvik_tlkm_format_full_output(c, buf.data(), zero.b.data()), 0);
+  EXPECT_EQ(buf[0], 'x');
+}
+
+TEST_F(FormatMsg, StatisticsBeyondTheMessageLengthAreNotRead) {
+  StatMsg m(0, 2);
+  for (int op = 0; op < 9; ++op) m.set(op, 0, 1);
+  const uint32_t short_len = static_cast<uint32_t>(m.b.size() - 1);
+  memcpy(&m.b[8], &short_len, 4);
+  EXPECT_EQ(out(m.b.data()), "");
+  EXPECT_EQ(rc, 0);
+}
+
+// ---------------------------------------------------------------------------------------------
+// The device's full form
+
+TEST_F(FormatMsg, DeviceFullForm) {
+  Records r;
+  r.ifd.ifdm_hdr.tlkh_msglen = 0x120;
+  r.ifd.ifdm_hdr.tlkh_version = 3;
+  r.ifd.ifdm_hdr.tlkh_seq = 0x42;
+  r.ifd.ifdm_hdr.tlkh_id = 9;
+  uint8_t hw[16] = {8, 18, 0, 0, 0xaa, 0xbb};
+  sockaddr_idl addr{}, haddr{};
+  addr.sai_addr = r.sa;
+  haddr.sai_addr = hw;
+  r.ifd.ifdm_addr = &addr;
+  r.ifd.ifdm_addr_len = 1;
+  r.ifd.ifdm_haddr = &haddr;
+  r.ifd.ifdm_haddr_len = 1;
+  std::vector<char> buf(2048, '#');
+  ASSERT_EQ(tarvik_ifdm_format_full_output(c, buf.data(), 4, &r.ifd), 0);
+  const std::string want =
+      "ifdev\nifdm_msglen:\t\t0x120\nifdm_version:\t\t0x3\nifdm_type:\t\t0x5\nifdm_seq:\t\t0x42\n"
+      "ifdm_op:\t\t0x2\nifdm_id:\t\t0x9\nifdm_index:\t\t0x8c\nifdm_devflags:\t\t0x8001\n"
+      "ifdm_flags:\t\t0x4000\nifdm_generation:\t0x11\niifdm_snmp_id:\t\t0x201\n"
+      "ifdm_dinfotype:\t\t0x0\nname: ge-0/0/1\naddr: 192.0.2.7\nhaddr:  af=18 0000 aabb 0000\n"
+      "altaddr: \nifdm_media_present:\t\t0x1\ntlkh_info_len:\t\t0x1\n";
+  EXPECT_EQ(std::string(buf.data()), want);
+}
+
+// ---------------------------------------------------------------------------------------------
+// To a stream
+
+TEST_F(FormatMsg, PrintToFileTakesTheTextAsAFormat) {
+  Records r;
+  r.ntbl.ntbl_name = bytes("50%%off");
+  r.ntbl.ntbl_name_len = 7;
+  FILE *f = tmpfile();
+  ASSERT_NE(f, nullptr);
+  tarvik_print_msg_to_file(c, f, 0, &r.ntbl);
+  tarvik_print_msg_to_file(c, nullptr, 0, &r.ntbl);  // nothing to do
+  tarvik_print_msg_to_file(c, f, 0, nullptr);
+  rewind(f);
+  char got[512] = {};
+  ASSERT_NE(fgets(got, sizeof got, f), nullptr);
+  EXPECT_EQ(std::string(got), columns("kernel", "self", "P", "rt class", "add") +
+                                  "name=50%off table_id=0 class_id=6 flags=0\n");
+  EXPECT_EQ(fgets(got, sizeof got, f), nullptr);
+  fclose(f);
+}
+
+}  // namespace
+}  // namespace tlktest
