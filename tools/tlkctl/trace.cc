@@ -6,7 +6,9 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "commands.h"
 
@@ -41,10 +43,25 @@ __attribute__((format(printf, 2, 3))) void append(std::string &out, const char *
     out.append(buf, static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1);
 }
 
-// Type, operation, sequence number, sender and the record's length, from a header in memory.
-void append_header(std::string &out, const tlk_hdr &h) {
-  append(out, "%s(%u) %s seq=%u sender=%u len=%u", tarvik_msg_type_name(h.tlkh_type), h.tlkh_type,
-         rtm_ops[h.tlkh_op < 10 ? h.tlkh_op : 10], h.tlkh_seq, h.tlkh_id, h.tlkh_msglen);
+constexpr size_t kRawArea = 16384;  // the largest raw message the library reads in one go
+
+// The library's own trace line of a record or raw message, numeric (no name look-ups), without
+// its line feed.
+void append_line(std::string &out, tarvik_cookie *c, const void *message) {
+  char line[2048];
+  if (tarvik_format_output(c, line, sizeof line, 1 | TARVIK_FORMAT_NUMERIC, message) != 0) {
+    out += "(trace line too long)";
+    return;
+  }
+  size_t n = strlen(line);
+  while (n > 0 && line[n - 1] == '\n') --n;
+  if (n == 0) {  // a type the formatter has no words for: its header
+    const tlk_hdr &h = *static_cast<const tlk_hdr *>(message);
+    append(out, "%s(%u) %s seq=%u len=%u", tarvik_msg_type_name(h.tlkh_type), h.tlkh_type,
+           rtm_ops[h.tlkh_op < 10 ? h.tlkh_op : 10], h.tlkh_seq, h.tlkh_msglen);
+    return;
+  }
+  out.append(line, n);
 }
 
 void append_full_header(std::string &out, const tlk_hdr &h) {
@@ -89,22 +106,32 @@ std::string trace_line(const uint8_t *bytes, size_t len, bool full) {
              tarvik_msg_type_name(load_u32(bytes + 8)), load_u32(bytes + 8), len,
              strerror(err != 0 ? err : EINVAL));
     } else {
-      const tlk_hdr &h = *static_cast<const tlk_hdr *>(msg);
-      append_header(out, h);
+      append_line(out, c, msg);
       append(out, " %s=%zu", encoding, len);
-      if (full) append_full_header(out, h);
+      if (full) append_full_header(out, *static_cast<const tlk_hdr *>(msg));
     }
     if (own) tarvik_msg_idl_release(c, msg, mask);
   } else if (len < TLK_RAW_HDR_LEN) {
     append(out, "short message of %zu bytes", len);
   } else {
-    // The raw header's fields at their wire offsets (the record in memory starts the same way).
-    tlk_hdr h{};
-    memcpy(&h, bytes, TLK_RAW_HDR_LEN);
-    h.tlkh_info = nullptr;
-    h.tlkh_info_len = 0;
-    append_header(out, h);
-    if (full) append_full_header(out, h);
+    // A raw message is formatted from a copy that ends where the bytes end: the formatter may
+    // read as far as the length the header claims, and a captured header may claim anything.
+    static thread_local std::vector<uint8_t> copy;
+    copy.assign(std::max<size_t>(len, kRawArea), 0);
+    memcpy(copy.data(), bytes, len);
+    const uint32_t claimed = load_u32(copy.data() + 8);
+    if (claimed > len) {
+      const uint32_t real = static_cast<uint32_t>(len);
+      memcpy(copy.data() + 8, &real, 4);
+    }
+    append_line(out, decoder_session(), copy.data());
+    if (full) {
+      tlk_hdr h{};
+      memcpy(&h, bytes, TLK_RAW_HDR_LEN);
+      h.tlkh_info = nullptr;
+      h.tlkh_info_len = 0;
+      append_full_header(out, h);
+    }
   }
   if (full) append_hex(out, bytes, len);
   return out;
