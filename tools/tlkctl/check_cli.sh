@@ -36,7 +36,7 @@ expect 2 stderr "^usage: tlkctl show devices" -- show devices extra
 expect 2 stderr "unknown command" -- frobnicate
 
 expect 0 stdout "^8 notifications" -- monitor --demo 8 --save "$dir/heard.tlkc"
-expect 0 stdout "\[session [0-9]+\] <- route\(2\) add " -- decode "$dir/heard.tlkc"
+expect 0 stdout "\[session [0-9]+\] <- .* route +add +inet 10\.99\.0\.0 tid=0 plen=24" -- decode "$dir/heard.tlkc"
 [ "$(wc -l <"$dir/out")" -eq 8 ] || { failed=$((failed + 1)); echo "FAIL: decode gave $(wc -l <"$dir/out") lines, want 8"; }
 expect 0 stdout "^    0000  " -- decode "$dir/heard.tlkc" --full
 printf 'not a capture at all\n' >"$dir/text"
