@@ -39,7 +39,7 @@ cmake --build --preset m32
 ctest --preset m32
 
 step "fuzz the decoders for a bounded time"
-./fuzz/run.sh "${TARLINK_FUZZ_SECONDS:-20}"
+./fuzz/run.sh "${TARLINK_FUZZ_SECONDS:-15}"
 
 step "install, then build an example against the installed package"
 prefix=$(mktemp -d)
