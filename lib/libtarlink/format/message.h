@@ -18,7 +18,7 @@ struct Out {
   int left;
 
   TLK_PRINTF(2, 3) void add(const char *format, ...);
-  void vadd(const char *format, va_list ap);
+  __attribute__((format(printf, 2, 0))) void vadd(const char *format, va_list ap);
   // add("%s", text) without the printf machinery, for the fixed words of a line.
   void put(const char *text);
   bool overflowed() const { return pos == nullptr; }
