@@ -15,7 +15,8 @@ fi
 rm -rf "$probe"
 start=$(date +%s)
 
-step() { printf '\n==== %s\n' "$*"; }
+# Each step's heading says how long the run has taken so far, so a slow step shows itself.
+step() { printf '\n==== %s (at %d s)\n' "$*" $(( $(date +%s) - start )); }
 
 step "format (clang-format, the style in .clang-format)"
 { git ls-files '*.c' '*.cc' '*.h' '*.hpp' 2>/dev/null ||
