@@ -83,19 +83,13 @@ TEST_F(StatsTest, NextHopCountersComeBackWithTheRequestsOwnFields) {
   ASSERT_EQ(nh_get(1000, 2, kInet), 0);
   EXPECT_EQ(got().packets, 1234u);
   EXPECT_EQ(got().bytes, 56789u);
-  EXPECT_EQ(got().idx.idx, 1000u);
   EXPECT_EQ(got().ifidx.idx, 77u);
-  EXPECT_EQ(got().filteridx, 9u);
   EXPECT_EQ(got().rnhs_kind, 5);
-  EXPECT_EQ(got().rnhs_hdr.tlkh_version, 'e');
   ASSERT_EQ(got().gateway_count, 1u);
-  ASSERT_NE(got().gateway[0].sai_addr, nullptr);
   EXPECT_EQ(0, memcmp(got().gateway[0].sai_addr, kInet, 8));
-}
-
-TEST_F(StatsTest, AnIndexWithoutCountersIsRefusedAndLeavesNullOutputs) {
-  ASSERT_FALSE(kernel.nh_stats().has(4242));
-  EXPECT_EQ(nh_get(4242, 2), EOPNOTSUPP) << "a raw tlk-err where a frame was read";
+  tarvik_msg_idl_release(c, reply, mask);
+  // An index without counters: a raw tlk-err where a frame was read, and null outputs.
+  EXPECT_EQ(nh_get(4242, 2), EOPNOTSUPP);
   EXPECT_EQ(reply, nullptr);
   EXPECT_EQ(mask, nullptr);
 }
@@ -107,11 +101,8 @@ struct TypeRow {
 };
 
 TEST_F(StatsTest, OnlyTheNextHopTypesWithStatisticsAreAsked) {
-  const TypeRow rows[] = {
-      {0, EOPNOTSUPP, EINVAL},  {1, EOPNOTSUPP, EINVAL},  {2, 0, 0},
-      {3, 0, EINVAL},           {4, 0, EINVAL},           {5, EOPNOTSUPP, EINVAL},
-      {20, 0, EINVAL},          {22, EOPNOTSUPP, EINVAL}, {24, 0, EINVAL},
-      {25, EOPNOTSUPP, EINVAL}, {56, EOPNOTSUPP, EINVAL}};
+  const TypeRow rows[] = {{1, EOPNOTSUPP, EINVAL}, {2, 0, 0},       {3, 0, EINVAL},
+                          {20, 0, EINVAL},         {24, 0, EINVAL}, {25, EOPNOTSUPP, EINVAL}};
   for (const TypeRow &row : rows) {
     SCOPED_TRACE(row.nh_type);
     const uint64_t before = kernel.nh_stats().requests();
@@ -138,30 +129,23 @@ TEST_F(StatsTest, ByIndexReadsTheAnswerAndDropsItWithOneLine) {
   ASSERT_EQ(os.stderr_lines.size(), 1u);
   EXPECT_EQ(os.stderr_lines[0].rfind("NH stats tarvik_msg_read failed [0 - ", 0), 0u)
       << os.stderr_lines[0];
-  EXPECT_EQ(os.stderr_lines[0].back(), '\n');
   // Nothing is left on the socket: the answer was taken.
   void *late = nullptr;
   EXPECT_EQ(tarvik_msg_read_idl(c, &late, nullptr), EAGAIN);
 }
 
-struct WriteFailRow {
-  int err;
-  bool reported;
-};
-
 TEST_F(StatsTest, ByIndexReportsAFailedWriteUnlessItIsNoMemoryOrUnsupported) {
-  for (const WriteFailRow row :
-       {WriteFailRow{EPIPE, true}, WriteFailRow{ENOMEM, false}, WriteFailRow{EOPNOTSUPP, false}}) {
-    SCOPED_TRACE(row.err);
+  for (const int err : {EPIPE, ENOMEM, EOPNOTSUPP}) {
+    SCOPED_TRACE(err);
     os.stderr_lines.clear();
-    kernel.inject_write_errno(row.err);
+    kernel.inject_write_errno(err);
     EXPECT_EQ(tarvik_rnhsm_get_by_index(c, 1000, 0, 2, 2, nullptr, nullptr, 0, TLK_OP_GET, nullptr,
                                         nullptr),
-              row.err);
-    const std::string want = "NH stats tarvik_write failed [" + std::to_string(row.err) + " - " +
-                             strerror(row.err) + "]\n";
+              err);
+    const std::string want =
+        "NH stats tarvik_write failed [" + std::to_string(err) + " - " + strerror(err) + "]\n";
     EXPECT_EQ(os.stderr_lines,
-              row.reported ? std::vector<std::string>{want} : std::vector<std::string>{});
+              err == EPIPE ? std::vector<std::string>{want} : std::vector<std::string>{});
   }
   EXPECT_EQ(kernel.nh_stats().requests(), 0u);
 }
@@ -237,40 +221,29 @@ TEST_F(StatsTest, AGatewayOfLengthZeroIsLeftOutButItsRoomIsTaken) {
   EXPECT_EQ(kernel.nh_stats().requests(), before);
 }
 
-struct LabelRow {
-  uint8_t sel;
-  bool kept;
-};
-
 TEST_F(StatsTest, ALabelBlockTravelsOnlyWithASelectorFromOneToFifteen) {
   tagp_label8 labels[2] = {{100, 1}, {200, 2}};
   tagp_label7 entries[1] = {{{1, 2, 3, 4, 5, 6, 7}}};
-  for (const LabelRow row : {LabelRow{0, false}, LabelRow{1, true}, LabelRow{15, true},
-                             LabelRow{16, false}, LabelRow{255, false}}) {
-    SCOPED_TRACE(int{row.sel});
+  for (const int sel : {0, 1, 15, 16, 255}) {
+    SCOPED_TRACE(sel);
+    const bool kept = sel >= 1 && sel <= 15;
     tagp block{};
     block.tg_w0 = 0xA0;
     block.tg_w3 = 0xA3;
-    block.tg_sel = row.sel;
+    block.tg_sel = static_cast<uint8_t>(sel);
     block.tg_labels = labels;
     block.tg_label_count = 2;
     block.tg_entries = entries;
     block.tg_entry_count = 1;
     ASSERT_EQ(nh_get(1000, 2, kInet, &block), 0);
     const tagp &l = got().labels;
-    if (row.kept) {
-      EXPECT_EQ(l.tg_sel, row.sel);
-      EXPECT_EQ(l.tg_w0, 0xA0u);
-      EXPECT_EQ(l.tg_w3, 0xA3u);
-      ASSERT_EQ(l.tg_label_count, 2u);
+    EXPECT_EQ(l.tg_sel, kept ? sel : 0);
+    EXPECT_EQ(l.tg_w3, kept ? 0xA3u : 0u);
+    ASSERT_EQ(l.tg_label_count, kept ? 2u : 0u);
+    ASSERT_EQ(l.tg_entry_count, kept ? 1u : 0u);
+    if (kept) {
       EXPECT_EQ(l.tg_labels[1].tl8_label, 200u);
-      ASSERT_EQ(l.tg_entry_count, 1u);
       EXPECT_EQ(l.tg_entries[0].tl7_bytes[6], 7);
-    } else {
-      EXPECT_EQ(l.tg_sel, 0);
-      EXPECT_EQ(l.tg_w0, 0u);
-      EXPECT_EQ(l.tg_label_count, 0u);
-      EXPECT_EQ(l.tg_entry_count, 0u);
     }
     EXPECT_EQ(got().gateway_count, 1u);  // the gateway is not disturbed either way
     tarvik_msg_idl_release(c, reply, mask);
@@ -305,20 +278,12 @@ TEST_F(StatsTest, ByNextHopTakesEverythingFromTheRecord) {
   kernel.nh_stats().set(2, 7, 700);
   ASSERT_EQ(tarvik_rnhsm_get_by_nexthop(c, 9, TLK_OP_GET, &nh, &reply, &mask), 0);
   EXPECT_EQ(got().nh_type, 4);
-  EXPECT_EQ(got().af, 2);
-  EXPECT_EQ(got().rnhs_kind, 9);
-  EXPECT_EQ(got().idx.idx, 2u);
   EXPECT_EQ(got().ifidx.idx, 88u);
   EXPECT_EQ(got().filteridx, 12u);
   ASSERT_EQ(got().gateway_count, 1u);
-  EXPECT_EQ(0, memcmp(got().gateway[0].sai_addr, addr, 8));
-  EXPECT_EQ(got().labels.tg_sel, 3);
   ASSERT_EQ(got().labels.tg_label_count, 1u);
   EXPECT_EQ(got().labels.tg_labels[0].tl8_label, 3000u);
-  EXPECT_EQ(got().rnh_info.rnhi_type, 4u);
   EXPECT_EQ(got().rnh_info.rnhi_u.rnh_info_idxd.rnid_index, 55u);
-  EXPECT_EQ(got().rnh_info.rnhi_u.rnh_info_idxd.rnid_flags, 6u);
-  EXPECT_EQ(got().info_len, 8u);
   EXPECT_EQ(got().packets, 7u);
   tarvik_msg_idl_release(c, reply, mask);
   reply = mask = nullptr;
@@ -354,36 +319,24 @@ TEST_F(StatsTest, RouteCountersAreTheFourteenWordsBehindThePrefix) {
   const Bytes sent = last_sent(kernel);
   ASSERT_EQ(sent.size(), 56u);  // 52 and one word of prefix
   EXPECT_EQ(get_u16(sent.data(), 4), 0x0465u);
-  EXPECT_EQ(sent[6], TLK_OP_GET);
-  EXPECT_EQ(get_u32(sent.data(), 8), 56u);
   EXPECT_EQ(get_u16(sent.data(), 20), 52u);
-  EXPECT_EQ(sent[24], 2);
   EXPECT_EQ(sent[28], 7);
-  EXPECT_EQ(sent[29], 1);
   EXPECT_EQ(get_u16(sent.data(), 34), 8u);
   EXPECT_EQ(get_u32(sent.data(), 36), 0x30u);
   EXPECT_EQ(sent[52], 10);
-}
-
-TEST_F(StatsTest, ARoutePrefixOf33BitsCopiesFiveBytesIntoTwoWords) {
-  kernel.record(true);
+  // 33 bits: five bytes from the caller, padded to two words.
   const uint8_t p[] = {10, 1, 2, 3, 0xFF, 0xEE, 0xDD};
   const RtStatsWords w = {9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 1, 2, 3, 4};
   kernel.rt_stats().set_route(2, 5, p, 33, w.data());
-  uint32_t words[TLK_RTSTATS_WORDS] = {};
   ASSERT_EQ(tarvik_rtstats_get(c, 2, 5, 0, 0, 33, p, words, nullptr), 0);
   EXPECT_EQ(words[0], 9u);
-  const Bytes sent = last_sent(kernel);
-  ASSERT_EQ(sent.size(), 60u);
-  EXPECT_EQ(Bytes(sent.begin() + 52, sent.end()), (Bytes{10, 1, 2, 3, 0xFF, 0, 0, 0}));
-}
-
-TEST_F(StatsTest, ARouteWithoutCountersIsNotFound) {
-  const uint8_t p[] = {192, 168, 0, 0};
-  uint32_t words[TLK_RTSTATS_WORDS] = {};
-  EXPECT_EQ(tarvik_rtstats_get(c, 2, 0, 0, 0, 16, p, words, nullptr), ENOENT);
+  const Bytes long_sent = last_sent(kernel);
+  EXPECT_EQ(Bytes(long_sent.begin() + 52, long_sent.end()), (Bytes{10, 1, 2, 3, 0xFF, 0, 0, 0}));
+  // A route without counters is not found; a null prefix or output is refused.
+  const uint8_t none[] = {192, 168, 0, 0};
+  EXPECT_EQ(tarvik_rtstats_get(c, 2, 0, 0, 0, 16, none, words, nullptr), ENOENT);
   EXPECT_EQ(tarvik_rtstats_get(c, 2, 0, 0, 0, 16, nullptr, words, nullptr), EINVAL);
-  EXPECT_EQ(tarvik_rtstats_get(c, 2, 0, 0, 0, 16, p, nullptr, nullptr), EINVAL);
+  EXPECT_EQ(tarvik_rtstats_get(c, 2, 0, 0, 0, 16, none, nullptr, nullptr), EINVAL);
 }
 
 struct HoldRow {
@@ -396,8 +349,7 @@ TEST_F(StatsTest, RouteStatisticsGiveUpAfterElevenReads) {
   const uint8_t ten[] = {10};
   SeqSpy seq;
   ASSERT_EQ(tarvik_seq_error_register(c, &seq, SeqSpy::cb), 0);
-  for (const HoldRow row : {HoldRow{0, 0, 0}, HoldRow{1, 0, 0}, HoldRow{11, 0, 0},
-                            HoldRow{12, EAGAIN, 1}, HoldRow{40, EAGAIN, 1}}) {
+  for (const HoldRow row : {HoldRow{0, 0, 0}, HoldRow{11, 0, 0}, HoldRow{12, EAGAIN, 1}}) {
     SCOPED_TRACE(row.hold);
     seq = SeqSpy{};
     kernel.rt_stats().hold_replies(row.hold);
@@ -497,11 +449,8 @@ TEST_F(StatsTest, RouteClassRequestsAreLaidOutAsTheKernelReadsThem) {
   tarvik_msg_free(c, out);
   const Bytes sent = last_sent(kernel);
   ASSERT_EQ(sent.size(), 48u + 64u);  // the name cut at 63 and its end byte
-  EXPECT_EQ(sent[6], TLK_OP_GET);
   EXPECT_EQ(sent[7], 0x81);
-  EXPECT_EQ(get_u16(sent.data(), 20), 48u);
   EXPECT_EQ(get_u32(sent.data(), 24), 3u);
-  EXPECT_EQ(sent[36], 2);
   EXPECT_EQ(sent[37], 64);
   EXPECT_EQ(sent[39], 6);
   EXPECT_EQ(std::string(reinterpret_cast<const char *>(&sent[48])), longname.substr(0, 63));
@@ -510,8 +459,6 @@ TEST_F(StatsTest, RouteClassRequestsAreLaidOutAsTheKernelReadsThem) {
   const Bytes block = last_sent(kernel);
   ASSERT_EQ(block.size(), 48u);
   EXPECT_EQ(get_u32(block.data(), 24), 0x01020304u);
-  EXPECT_EQ(get_u16(block.data(), 28), 0u);
-  EXPECT_EQ(block[37], 0);
 }
 
 TEST_F(StatsTest, ClearingARouteClassIsFireAndForget) {
@@ -522,9 +469,7 @@ TEST_F(StatsTest, ClearingARouteClassIsFireAndForget) {
   EXPECT_EQ(r.packets, 0u);
   ASSERT_TRUE(kernel.rt_stats().find_class(1, 71, &r));
   EXPECT_EQ(r.packets, 7u);  // the other interface's class keeps its counters
-  const Bytes sent = last_sent(kernel);
-  EXPECT_EQ(sent[6], TLK_OP_CLEAR);
-  EXPECT_EQ(sent[7], 0);
+  EXPECT_EQ(last_sent(kernel)[6], TLK_OP_CLEAR);
   void *late = nullptr;
   size_t len = 0;
   EXPECT_EQ(tarvik_long_msg_read(c, &late, &len), EAGAIN);
