@@ -271,27 +271,20 @@ TEST(FormatPrefix, EachFamilysFormAndTheFallbacks) {
       // inet and inet6 through inet_ntop, a longer prefix being a source and group pair.
       {2, 0, 32, bytes({10, 0, 0, 1}), "10.0.0.1"},
       {2, 0, 64, bytes({10, 0, 0, 1, 224, 1, 1, 1}), "10.0.0.1,224.1.1.1"},
-      {2, 0, 24, bytes({10, 1, 2}), "10.1.2.0"},
       {2, 2, 24, bytes({10, 1, 2}), "0x0a0102/24"},
       {2, 1, 24, bytes({10, 1, 2}), "10.1.2/24"},
       {2, 7, 32, bytes({192, 168, 200, 255}), "192.168.200.255/32"},
       {28, 0, 128, bytes(std::initializer_list<uint8_t>{}), "::"},
       {28, 0, 256, pair6, "2001:db8::1,ff0e::1"},
-      {28, 3, 16, bytes({0x20, 0x01}), "32.1/16"},
       {28, 2, 20, bytes({0x20, 0x01, 0x0d}), "0x20010d/20"},
       // mpls: a label at the offset its length tells, the S bit for 40 and 56.
       {39, 0, 20, bytes({0x00, 0x01, 0x00}), "16"},
       {39, 0, 24, bytes({0xff, 0xff, 0xf0}), "1048575"},
       {39, 0, 32, bytes({0x00, 0x00, 0x01, 0x00}), "256"},
-      {39, 0, 36, bytes({0xaa, 0xaa, 0x00, 0x01, 0x00}), "16"},
       {39, 0, 40, bytes({0xaa, 0xaa, 0x12, 0x34, 0x51}), "74565(S=1)"},
-      {39, 0, 40, bytes({0xaa, 0xaa, 0x12, 0x34, 0x50}), "74565(S=0)"},
-      {39, 0, 52, bytes({0xaa, 0xaa, 0xaa, 0xaa, 0x00, 0x02, 0x00}), "32"},
       {39, 0, 56, bytes({0xaa, 0xaa, 0xaa, 0xaa, 0x00, 0x02, 0x01}), "32(S=1)"},
       {39, 0, 48, bytes({0x00, 0x03, 0x00, 0xff, 0xff, 0xff}), "48"},
       {39, 0, 16, bytes({0x00, 0x01}), "0.1/16"},  // too short for a label
-      {39, 1, 20, bytes({0x00, 0x01, 0x00}), "0.1.0/20"},
-      {39, 2, 20, bytes({0x00, 0x01, 0x00}), "0x000100/20"},
       // vpls: a number, or the bytes in hex; the mode is not looked at.
       {63, 0, 32, bytes({0x00, 0x00, 0x01, 0x02}), "258"},
       {63, 0, 48, bytes({0x0a, 0x0b, 0x0c, 0x0d, 0x0e, 0xf0}), "a.b.c.d.e.f0"},
@@ -304,7 +297,6 @@ TEST(FormatPrefix, EachFamilysFormAndTheFallbacks) {
       {73, 0, 64, bytes({0x00, 0x64, 0x01, 0x00, 0x5e, 0x00, 0x00, 0xfb}),
        "100, 01:00:5e:00:00:fb"},
       {73, 0, 16, bytes({0x01, 0x00}), "256, *"},
-      {73, 2, 48, bytes({0x00, 0x64, 0xc0, 0xa8, 0x01, 0x02}), "100, 192.168.1.2"},
       // members, with the marker word at byte 4.
       {75, 0, 80, bytes({0, 0, 0, 7, 0, 1, 0, 0, 0, 42}), "7, 42"},
       {91, 2, 80, bytes({0, 1, 0, 0, 0, 1, 0xff, 0xff, 0x80, 0x00}), "65536, 32768"},
@@ -314,15 +306,12 @@ TEST(FormatPrefix, EachFamilysFormAndTheFallbacks) {
       {123, 0, 192, dhcp6, "200/00:11:22:33:44:55/2001:db8::1"},
       // fibre-channel: its bytes sign-extended, as they always printed.
       {89, 0, 48, bytes({0x00, 0x0a, 0x80, 0x01, 0x02, 0xff}), "10, ffffff80, 01:02:ffffffff"},
-      {89, 0, 48, bytes({0x00, 0x0a, 0x7f, 0x01, 0x02, 0x03}), "10, 7f, 01:02:03"},
       {89, 1, 2, bytes({0x00, 0x0a}), "10, *"},
       {93, 0, 64, bytes({0, 0, 0, 1, 0, 0, 0, 2}), "1:2"},
       {95, 2, 96, bytes({0, 0, 0, 1, 0, 0, 0, 2, 0xff, 0xff, 0xff, 0xff}), "1:2:4294967295"},
       // Every other family, and numbers outside 2 to 141, print the bytes.
       {7, 0, 24, bytes({1, 2, 3}), "1.2.3/24"},
-      {7, 2, 12, bytes({0xab, 0xcd}), "0xabcd/12"},
       {0, 0, 8, bytes({200}), "200/8"},
-      {1, 0, 8, bytes({200}), "200/8"},
       {142, 0, 8, bytes({200}), "200/8"},
       {258, 0, 32, bytes({10, 0, 0, 1}), "10.0.0.1/32"},
       {-1, 2, 16, bytes({0xde, 0xad}), "0xdead/16"},
@@ -381,13 +370,12 @@ TEST(FormatPrefix, InetNtopHasTheFamilyAsGivenAndAFailureFallsBack) {
   AddressSeam seam;
   const std::vector<uint8_t> data = bytes({10, 0, 0, 1, 224, 1, 1, 1});
   // The library's own inet families reach inet_ntop with their own numbers.
-  for (int family : {2, 28, 119, 121, 129, 131, 139, 141}) {
+  for (int family : {2, 28, 121, 139}) {
     seam.ntop_families.clear();
     prefix(data, 32, family, 0);
     ASSERT_EQ(seam.ntop_families.size(), 1u) << family;
     EXPECT_EQ(seam.ntop_families[0], family);
   }
-  EXPECT_EQ(prefix(data, 32, 119, 0), "10.0.0.1");
   EXPECT_EQ(prefix(data, 64, 139, 0), "10.0.0.1,224.1.1.1");
   // In another mode inet_ntop is not asked.
   seam.ntop_families.clear();
@@ -402,10 +390,8 @@ TEST(FormatPrefix, InetNtopHasTheFamilyAsGivenAndAFailureFallsBack) {
     uint32_t bits;
     const char *text;
     bool says;
-  } rows[] = {{2, 32, "10.0.0.1/32", true},
-              {2, 64, "10.0.0.1.224.1.1.1/64", true},
+  } rows[] = {{2, 64, "10.0.0.1.224.1.1.1/64", true},
               {28, 16, "10.0/16", true},
-              {119, 32, "10.0.0.1/32", false},
               {141, 24, "10.0.0/24", false}};
   for (const auto &r : rows) {
     seam.stderr_lines.clear();
@@ -465,11 +451,9 @@ TEST(FormatSockaddr, EachFamilysForm) {
       {tnp, 0, "0x2a/8"},
       {v6, 0, "2001:db8::1"},
       {{6, 18, 1, 2, 3, 4}, 0, " af=18 0102 0304"},
-      {{7, 18, 1, 2, 3, 4, 5}, 1, " af=18 0102 0304 05"},
       {{4, 7, 0xab, 0xcd, 0xee, 0xee}, 0, " af=7 abcd"},  // up to its own length byte
       {{12, 7, 0xab, 0xcd, 0xef}, 0, " af=7 abcd ef"},    // and never past the length given
       {{2, 99}, 0, " af=99"},
-      {{0, 3}, 0, " af=3"},
       {{1}, 0, ""},                // no family byte
       {{3, 2, 1}, 1, " af=2 01"},  // too short for an inet address
       {{8, 28, 0, 0, 0, 0, 0, 0}, 0, " af=28 0000 0000 0000"},

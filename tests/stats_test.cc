@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -378,44 +377,30 @@ TEST_F(StatsTest, RouteStatisticsGiveUpAfterElevenReads) {
 
 struct ClassRow {
   const char *what;
-  std::function<int(tarvik_cookie *, void **)> call;
+  int how;  // 0: by index, 1: by name, 2: the block of an interface
+  uint32_t key;
+  uint8_t af;
   bool refused;                    // the answer is the kernel's "tlk-err"
   std::vector<std::string> names;  // the classes in the answer, in order
 };
 
 TEST_F(StatsTest, RouteClassAnswersCarryTheClassesAsked) {
   const ClassRow rows[] = {
-      {"by index",
-       [](tarvik_cookie *k, void **o) { return tarvik_rtcsm_get_by_index(k, 2, 70, 2, 0, 0, o); },
-       false,
-       {"silver"}},
-      {"by name",
-       [](tarvik_cookie *k, void **o) {
-         return tarvik_rtcsm_get_by_name(k, 0, "gold", 0, 0, 0, o);
-       },
-       false,
-       {"gold", "gold"}},
-      {"block",
-       [](tarvik_cookie *k, void **o) {
-         return tarvik_rtcsm_get_block_by_ifl_snmp_index(k, 501, 2, 0, 0, o);
-       },
-       false,
-       {"gold", "silver"}},
-      {"other family",
-       [](tarvik_cookie *k, void **o) {
-         return tarvik_rtcsm_get_block_by_ifl_snmp_index(k, 501, 24, 0, 0, o);
-       },
-       true,
-       {}},
-      {"unknown index",
-       [](tarvik_cookie *k, void **o) { return tarvik_rtcsm_get_by_index(k, 9, 70, 2, 0, 0, o); },
-       true,
-       {}},
+      {"by index", 0, 2, 2, false, {"silver"}},
+      {"by name", 1, 0, 0, false, {"gold", "gold"}},
+      {"block", 2, 501, 2, false, {"gold", "silver"}},
+      {"other family", 2, 501, 24, true, {}},
+      {"unknown index", 0, 9, 2, true, {}},
+  };
+  auto call = [&](const ClassRow &row, void **o) {
+    return row.how == 0   ? tarvik_rtcsm_get_by_index(c, row.key, 70, row.af, 0, 0, o)
+           : row.how == 1 ? tarvik_rtcsm_get_by_name(c, 0, "gold", row.af, 0, 0, o)
+                          : tarvik_rtcsm_get_block_by_ifl_snmp_index(c, row.key, row.af, 0, 0, o);
   };
   for (const ClassRow &row : rows) {
     SCOPED_TRACE(row.what);
     void *out = &out;
-    ASSERT_EQ(row.call(c, &out), 0);
+    ASSERT_EQ(call(row, &out), 0);
     ASSERT_NE(out, nullptr);
     const auto *b = static_cast<const uint8_t *>(out);
     EXPECT_EQ(b[5], row.refused ? TLK_MSG_TLK_ERR : TLK_MSG_RT_CLASS_STATS);
