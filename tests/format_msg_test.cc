@@ -465,17 +465,16 @@ TEST_F(FormatMsg, StatisticsRows) {
     bool counters;
     std::string want;
   };
-  std::string counted = "     route:  ";
-  for (int op = 0; op < 9; ++op)
-    counted += fmt(" %4llu/%-4llu", op + 1ULL, op == 4 ? 123456ULL : 0ULL);
-  std::string titled = "   rttable:  ";
-  for (int op = 0; op < 9; ++op)
-    titled += fmt(" %4llu/%-4llu", op + 1ULL, op == 4 ? 123456ULL : 0ULL);
+  auto counted = [](const char *type) {
+    std::string t = fmt("%10.10s:  ", type);
+    for (int op = 0; op < 9; ++op) t += fmt(" %4llu/%-4llu", op + 1ULL, op == 4 ? 123456ULL : 0ULL);
+    return t;
+  };
   const Row rows[] = {
       {"zero counters, no title", 0, 2, false, ""},
       {"zero counters, a title", 1, 1, false, stats_title()},
-      {"a row", 0, 2, true, counted},
-      {"a title and a row", 1, 1, true, stats_title() + titled},
+      {"a row", 0, 2, true, counted("route")},
+      {"a title and a row", 1, 1, true, stats_title() + counted("rttable")},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);

@@ -271,7 +271,6 @@ TEST_F(RtmTest, TheForwardingInterfaceComesFromTheNextHop) {
        0,
        91},
       {"index 0, another sub_kind: no search", 0, 0, {{0x2000018, 91}}, false, 0, 0},
-      {"index 0, sub_kind 1, no such attachment", 0, 1, {{0x2000004, 5}}, false, 0, 0},
       {"the next hop refused", 0, 0, {}, true, -1, 0},
   };
   for (const auto &row : rows) {
