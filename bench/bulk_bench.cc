@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "floor.h"
+#include "library_share.h"
 #include "tarlink.h"
 #include "tarsim.hpp"
 
@@ -139,15 +140,7 @@ void BM_EncodeOnly(benchmark::State &state) {
     for (uint32_t first = 0; first < kObjects; first += kWindow) {
       const uint32_t n = std::min(kWindow, kObjects - first);
       objs.stamp(first, n, false);
-      for (uint32_t i = 0; i < n; ++i) {
-        size_t len = buffer.size() - used;
-        if (tarvik_msg_idl_encode_pa(cookie, &objs.msgs[i], buffer.data() + used, &len) != 0) {
-          used = 0;  // full: start again, as after a flush
-          len = buffer.size();
-          (void)tarvik_msg_idl_encode_pa(cookie, &objs.msgs[i], buffer.data(), &len);
-        }
-        used += len;
-      }
+      for (uint32_t i = 0; i < n; ++i) tlkbench::encode_next(cookie, &objs.msgs[i], buffer, used);
     }
     benchmark::DoNotOptimize(buffer.data());
   }
