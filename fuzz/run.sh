@@ -23,6 +23,8 @@ mkdir -p "$out/corpus/capture"
   printf '\002\000\000\000\004\000\000\000\020\000\000\000\000\000\000\000\000\000\000\000'
 } >"$out/corpus/capture/two-records"
 { printf 'TLKC\001\000\020\000'; head -c 8 /dev/zero; } >"$out/corpus/capture/header"
+# The envelope seeds too: the capture target prints any input as one message's trace line.
+cp "$out/corpus/envelope/"* "$out/corpus/capture/" 2>/dev/null || true
 for pair in fuzz_codec:codec fuzz_envelope:envelope fuzz_blob:blob fuzz_capture:capture; do
   target=${pair%%:*}
   seeds=${pair#*:}

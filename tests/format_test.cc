@@ -4,7 +4,11 @@
 #include <errno.h>
 #include <limits.h>
 #include <netdb.h>
+#include <stdarg.h>
+#include <stdint.h>
+#include <stdio.h>
 #include <string.h>
+#include <sys/types.h>
 
 #include <gtest/gtest.h>
 
@@ -12,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "format/printf.h"
 #include "tarlink.h"
 #include "tarlink_platform.h"
 
@@ -561,3 +566,54 @@ TEST(FormatSockaddr, LocalDomainIsReadOnceOnTheFirstNameFound) {
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// The formatter's own vsnprintf gives the C library's text and length at every buffer size.
+
+// Deliberately no format attribute: some rows use forms the compiler warns of.
+void same_as_libc(const char *format, ...) {
+  va_list ap;
+  va_start(ap, format);
+  char want[256], got[256];
+  for (size_t size = 0; size < sizeof want; ++size) {
+    memset(want, 'W', sizeof want);
+    memset(got, 'W', sizeof got);
+    va_list a, b;
+    va_copy(a, ap);
+    va_copy(b, ap);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const int n_want = vsnprintf(want, size, format, a);
+    const int n_got = tlk::format::fast_vsnprintf(got, size, format, b);
+#pragma GCC diagnostic pop
+    va_end(a);
+    va_end(b);
+    ASSERT_EQ(n_got, n_want) << format << " size " << size;
+    ASSERT_EQ(std::string(got, sizeof got), std::string(want, sizeof want))
+        << format << " size " << size;
+    if (static_cast<size_t>(n_want) + 2 < size) break;  // past the whole text
+  }
+  va_end(ap);
+}
+
+TEST(FormatPrintf, EveryConversionTheFormatterUsesAndTheFallbacks) {
+  same_as_libc("plain text, no conversion");
+  same_as_libc("%d %d %d %i", 0, -1, INT_MIN, INT_MAX);
+  same_as_libc("%u %x %X %o %#x %#X %#o %#o", 0u, 0xdeadbeefu, 0xabcu, 8u, 0u, 255u, 0u, 9u);
+  same_as_libc("[%5d|%-5d|%05d|%+d|% d|%+05d|%-+6d|%.3d|%.0d|%8.3d|%08.3d]", 42, 42, -42, 7, 7, -3,
+               9, 5, 0, -12, 12);
+  same_as_libc("[%#010x|%#.5x|%-#8x|%02x:%02x|%016llx]", 0x1fu, 0xau, 0xbu, 1u, 0xabu,
+               0x0123456789abcdefull);
+  same_as_libc("%hhu %hhd %hu %hd %lu %ld %llu %lld %zu %zd %ju %td", 300u, 200, 70000u, 40000,
+               ULONG_MAX, LONG_MIN, ULLONG_MAX, LLONG_MIN, SIZE_MAX, static_cast<ssize_t>(-5),
+               static_cast<uintmax_t>(77), static_cast<ptrdiff_t>(-9));
+  same_as_libc("%-10.10s|%10.10s|%-4.4s|%9.9s|%.0s|%s|%.3s|%-8s|", "sender-name-long", "ab", "PV",
+               "something", "gone", "", "abcdef", "x");
+  same_as_libc("%c%c|%3c|%-3c|100%%", 'o', 'k', 'r', 'l');
+  same_as_libc("%*d|%-*d|%*d|%.*s|%.*d", 6, 1, 6, 2, -6, 3, 2, "abc", -1, 4);
+  // Handed to the C library: null and zero-padded strings, pointers, floating point, %n's kin.
+  same_as_libc("%s|%.3s|%05s|%p|%p|%5.2f|%e|%c%05c|%lc|%ls", static_cast<char *>(nullptr),
+               static_cast<char *>(nullptr), "ab", static_cast<void *>(nullptr),
+               reinterpret_cast<void *>(0x1234), 3.14159, 1e10, 'a', 'b', L'c',
+               static_cast<wchar_t *>(nullptr));
+}

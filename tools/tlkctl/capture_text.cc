@@ -18,6 +18,20 @@ uint32_t load_u32(const uint8_t *p) {
   return v;
 }
 
+// `v` in decimal, zero-filled to `digits` at least.
+void append_number(std::string &out, uint64_t v, int digits) {
+  char buf[24];
+  char *p = buf + sizeof buf;
+  do {
+    *--p = static_cast<char>('0' + v % 10);
+    v /= 10;
+    --digits;
+  } while (v != 0 || digits > 0);
+  out.append(p, static_cast<size_t>(buf + sizeof buf - p));
+}
+
+}  // namespace
+
 // The length of the message at the start of `rest` in a record: a frame's head and payload, a
 // raw message's tlkh_msglen.  0 when no whole message stands there (the rest is shown as one).
 size_t message_length(const uint8_t *rest, size_t left) {
@@ -34,8 +48,6 @@ size_t message_length(const uint8_t *rest, size_t left) {
   return len <= left ? static_cast<size_t>(len) : 0;
 }
 
-}  // namespace
-
 DecodeResult decode_capture(const uint8_t *data, size_t size, const DecodeOptions &options,
                             FILE *out) {
   DecodeResult result;
@@ -45,6 +57,7 @@ DecodeResult decode_capture(const uint8_t *data, size_t size, const DecodeOption
     return result;
   }
   tarsim_capture_message m;
+  std::string line;
   int got;
   while ((got = tarsim_capture_next(&reader, &m)) == 1) {
     ++result.records;
@@ -54,11 +67,21 @@ DecodeResult decode_capture(const uint8_t *data, size_t size, const DecodeOption
       size_t len = message_length(m.bytes + off, m.length - off);
       if (len == 0) len = m.length - off;
       if (result.messages++ < options.max_lines) {
-        const std::string line = trace_line(m.bytes + off, len, options.full);
-        fprintf(out, "%llu.%06llu [session %d] %s %s\n",
-                static_cast<unsigned long long>(m.time_ns / 1000000000u),
-                static_cast<unsigned long long>(m.time_ns % 1000000000u / 1000u), m.session, dir,
-                line.c_str());
+        // "seconds.micro [session N] -> line": written by hand, as printf would, because a
+        // capture holds millions of lines.
+        line.clear();
+        append_number(line, m.time_ns / 1000000000u, 1);
+        line += '.';
+        append_number(line, m.time_ns % 1000000000u / 1000u, 6);
+        line += " [session ";
+        if (m.session < 0) line += '-';
+        append_number(line, m.session < 0 ? 0 - static_cast<uint64_t>(m.session) : m.session, 1);
+        line += "] ";
+        line += dir;
+        line += ' ';
+        append_trace_line(line, m.bytes + off, len, options.full);
+        line += '\n';
+        fwrite(line.data(), 1, line.size(), out);
       }
       if (len == 0) break;  // an empty record
       off += len;

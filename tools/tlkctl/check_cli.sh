@@ -45,6 +45,13 @@ expect 1 stderr "^tlkctl decode: .*: not a capture file" -- decode "$dir/text"
 head -c 50 "$dir/heard.tlkc" >"$dir/cut"
 expect 1 stderr "truncated record head|runs past the end" -- decode "$dir/cut"
 expect 1 stderr "No such file" -- decode "$dir/missing"
+# A raw device message whose body is all ones (pointers of the record, were it read as one): its
+# header is printed, and nothing crashes.
+{ printf 'TLKC\001\000\020\000'; head -c 8 /dev/zero
+  printf '\002\000\000\000\005\000\000\000'; head -c 8 /dev/zero; printf '\200\000\000\000'
+  printf '\000\000\000\000\000\005\002\000\200\000\000\000'; head -c 116 /dev/zero | tr '\0' '\377'
+} >"$dir/raw-ifdev"
+expect 0 stdout "<- .* ifdev +change" -- decode "$dir/raw-ifdev"
 
 if [ "$failed" -eq 0 ]; then
   echo "tlkctl_cli: all $checks checks passed"

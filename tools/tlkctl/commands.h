@@ -73,6 +73,11 @@ int usage_error(const char *name);
 // bytes, on lines of their own.  `bytes` may be a raw record in memory (then `len` is at least
 // the 24-byte header).
 std::string trace_line(const uint8_t *bytes, size_t len, bool full);
+// The length of the message at the start of `rest` (a frame or a raw message), 0 when no whole
+// message stands there.  A packed read holds several back to back.
+size_t message_length(const uint8_t *rest, size_t left);
+// The line of trace_line, appended to `out`: what a loop over many messages uses, reusing one string.
+void append_trace_line(std::string &out, const uint8_t *bytes, size_t len, bool full);
 
 struct DecodeOptions {
   bool full = false;

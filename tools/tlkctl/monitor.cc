@@ -50,7 +50,10 @@ uint64_t realtime_ns() {
 // What the kernel queued to the monitor's session since the last call, to the capture file: the
 // bytes as they crossed the socket (a packed read whole), not the decoded records.
 void save_heard(Monitor &m) {
-  if (m.save == nullptr) return;
+  if (m.save == nullptr) {
+    m.kernel->clear_recorded();
+    return;
+  }
   for (const tarsim::Recorded &r : m.kernel->recorded()) {
     if (r.session == m.fd && !r.to_kernel) {
       tarsim_capture_write(m.save, TARSIM_CAPTURE_FROM_KERNEL, r.session, r.when_ns, r.bytes.data(),
@@ -60,10 +63,12 @@ void save_heard(Monitor &m) {
   m.kernel->clear_recorded();
 }
 
-// One notification: "[time] " with --timestamp, the session's label, the trace line.
+// One notification: "[time] " with --timestamp, the session's label, the trace line.  The lines
+// are made from the bytes the kernel queued to the session, as `tlkctl decode` makes them, since
+// a handler cannot tell a decoded record from a raw message: the first handler of a packed read
+// prints the whole read, the others find nothing new.
 int print_handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
   auto &m = *static_cast<Monitor *>(arg);
-  save_heard(m);
   char stamp[64] = "";
   if (m.timestamp) {
     const uint64_t now = realtime_ns();
@@ -75,9 +80,17 @@ int print_handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
     snprintf(stamp, sizeof stamp, "[%s.%06u] ", date,
              static_cast<unsigned>(now % 1000000000u / 1000u));
   }
-  // The handler has the record in memory, not the frame: its header is what the line reads.
-  const std::string line = trace_line(static_cast<const uint8_t *>(msg), TLK_RAW_HDR_LEN, false);
-  printf("%s[session %d] %s\n", stamp, m.fd, line.c_str());
+  for (const tarsim::Recorded &r : m.kernel->recorded()) {
+    if (r.session != m.fd || r.to_kernel) continue;
+    for (size_t off = 0; off < r.bytes.size();) {
+      size_t len = message_length(r.bytes.data() + off, r.bytes.size() - off);
+      if (len == 0) len = r.bytes.size() - off;
+      const std::string line = trace_line(r.bytes.data() + off, len, false);
+      printf("%s[session %d] %s\n", stamp, m.fd, line.c_str());
+      off += len;
+    }
+  }
+  save_heard(m);
   tarvik_msg_free(cookie, msg);
   ++m.heard;
   return 0;
@@ -172,8 +185,8 @@ int run_monitor(int argc, char **argv) {
       return 1;
     }
     m.save = &capture;
-    kernel.record(true);
   }
+  kernel.record(true);  // the bytes the lines are made from
   m.cookie = tarvik_open_set_liberr(9, nullptr, print_diagnostic);
   m.fd = tarvik_getsockfd(m.cookie);
   if (m.cookie == nullptr || tarvik_create_async_context(m.cookie) != 0 ||

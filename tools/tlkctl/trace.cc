@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <charconv>
 #include <string>
 #include <vector>
 
@@ -43,7 +44,13 @@ __attribute__((format(printf, 2, 3))) void append(std::string &out, const char *
     out.append(buf, static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1);
 }
 
-constexpr size_t kRawArea = 16384;  // the largest raw message the library reads in one go
+constexpr size_t kRawArea = 16384;
+
+// The message types that travel raw and whose trace text reads that raw layout, within the
+// length the header gives.
+bool raw_layout(uint8_t type) {
+  return type == TLK_MSG_TARLINK_STATS;
+}  // the largest raw message the library reads in one go
 
 // The library's own trace line of a record or raw message, numeric (no name look-ups), without
 // its line feed.
@@ -86,7 +93,12 @@ void append_hex(std::string &out, const uint8_t *bytes, size_t len) {
 
 std::string trace_line(const uint8_t *bytes, size_t len, bool full) {
   std::string out;
-  out.reserve(full ? 128 + len * 4 : 96);
+  append_trace_line(out, bytes, len, full);
+  return out;
+}
+
+void append_trace_line(std::string &out, const uint8_t *bytes, size_t len, bool full) {
+  out.reserve(out.size() + (full ? 128 + len * 4 : 96));
   const uint32_t magic = len >= 4 ? load_u32(bytes) : 0;
   if (len >= 12 && (magic == TLK_MAGIC_TLV || magic == TLK_MAGIC_IDR)) {
     const char *encoding = magic == TLK_MAGIC_TLV ? "TLV" : "IDR";
@@ -107,7 +119,12 @@ std::string trace_line(const uint8_t *bytes, size_t len, bool full) {
              strerror(err != 0 ? err : EINVAL));
     } else {
       append_line(out, c, msg);
-      append(out, " %s=%zu", encoding, len);
+      char count[24];
+      const auto end = std::to_chars(count, count + sizeof count, len).ptr;
+      out += ' ';
+      out += encoding;
+      out += '=';
+      out.append(count, end);
       if (full) append_full_header(out, *static_cast<const tlk_hdr *>(msg));
     }
     if (own) tarvik_msg_idl_release(c, msg, mask);
@@ -116,12 +133,16 @@ std::string trace_line(const uint8_t *bytes, size_t len, bool full) {
   } else {
     // A raw message is formatted from a copy that ends where the bytes end: the formatter may
     // read as far as the length the header claims, and a captured header may claim anything.
+    // Only the types whose text reads a raw layout get their body: for any other type the
+    // formatter reads the in-memory record, whose pointers raw bytes do not hold, so only the
+    // header is formatted.
+    const size_t take = raw_layout(bytes[5]) ? len : TLK_RAW_HDR_LEN;
     static thread_local std::vector<uint8_t> copy;
     copy.assign(std::max<size_t>(len, kRawArea), 0);
-    memcpy(copy.data(), bytes, len);
+    memcpy(copy.data(), bytes, take);
     const uint32_t claimed = load_u32(copy.data() + 8);
-    if (claimed > len) {
-      const uint32_t real = static_cast<uint32_t>(len);
+    if (claimed > take) {
+      const uint32_t real = static_cast<uint32_t>(take);
       memcpy(copy.data() + 8, &real, 4);
     }
     append_line(out, decoder_session(), copy.data());
@@ -134,7 +155,6 @@ std::string trace_line(const uint8_t *bytes, size_t len, bool full) {
     }
   }
   if (full) append_hex(out, bytes, len);
-  return out;
 }
 
 }  // namespace tlkctl

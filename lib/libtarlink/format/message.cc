@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include "format/message.h"
+#include "format/printf.h"
 #include "tarlink.h"
 #include "wire.h"
 
@@ -14,7 +15,7 @@ namespace tlk::format {
 
 void Out::vadd(const char *format, va_list ap) {
   if (pos == nullptr) return;
-  const int n = vsnprintf(pos, left > 0 ? static_cast<size_t>(left) : 0, format, ap);
+  const int n = fast_vsnprintf(pos, left > 0 ? static_cast<size_t>(left) : 0, format, ap);
   left -= n;
   if (left >= 0)
     pos += n;
