@@ -586,4 +586,41 @@ TEST_F(FormatMsg, PrintToFileTakesTheTextAsAFormat) {
 }
 
 }  // namespace
+// The kernel's refusal, as the simulated kernel lays it out, whole, with an empty function name,
+// and cut short by its length (what is missing reads as zero).
+TEST_F(FormatMsg, KernelRefusal) {
+  struct {
+    uint8_t head[TLK_RAW_HDR_LEN];
+    tarsim::TlkErr body;
+  } m{};
+  m.head[5] = TLK_MSG_TLK_ERR;
+  m.head[6] = TLK_OP_GET;
+  const uint32_t whole = sizeof m;
+  memcpy(&m.head[8], &whole, 4);
+  strcpy(m.body.function, "ifl_get");
+  m.body.line = 77;
+  m.body.seq_no = 9;
+  m.body.rtm_type = TLK_MSG_IFLOGICAL;
+  m.body.rtm_op = TLK_OP_GET;
+  m.body.sender_id = 2;
+  m.body.mproc_err = 3;
+  m.body.final_err = ENOENT;
+#define REFUSAL                                                                    \
+  "function=%s line=%u seq_no=%u rtm_type=%s rtm_op=%s sender_id=%s mproc_err=%u " \
+  "final_err=%u:%s"
+  const std::string cols = columns("self", "self", "P", "tlk-err", "get");
+  EXPECT_EQ(out(&m), cols +
+                         fmt(REFUSAL, "ifl_get", 77u, 9u, "iflogical", "get",
+                             tarvik_format_msg_sender_id(2), 3u, ENOENT, strerror(ENOENT)) +
+                         "\n");
+  m.body.function[0] = 0;
+  EXPECT_NE(out(&m).find("function=unknown line=77 "), std::string::npos);
+  const uint32_t header_only = TLK_RAW_HDR_LEN;
+  memcpy(&m.head[8], &header_only, 4);
+  EXPECT_EQ(out(&m),
+            cols + fmt(REFUSAL, "unknown", 0u, 0u, "nop", rtm_ops[0], "self", 0u, 0u, strerror(0)) +
+                "\n");
+#undef REFUSAL
+}
+
 }  // namespace tlktest

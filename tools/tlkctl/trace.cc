@@ -49,7 +49,7 @@ constexpr size_t kRawArea = 16384;
 // The message types that travel raw and whose trace text reads that raw layout, within the
 // length the header gives.
 bool raw_layout(uint8_t type) {
-  return type == TLK_MSG_TARLINK_STATS;
+  return type == TLK_MSG_TARLINK_STATS || type == TLK_MSG_TLK_ERR;
 }  // the largest raw message the library reads in one go
 
 // The library's own trace line of a record or raw message, numeric (no name look-ups), without

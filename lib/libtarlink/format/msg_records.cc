@@ -1,10 +1,12 @@
 // The per-type texts of the trace line, read from the decoded records.  A field that a record
 // does not carry prints as 0, so that every line keeps the same words in the same places.
+#include <errno.h>
 #include <string.h>
 
 #include "format/message.h"
 #include "format/names.h"
 #include "tarlink.h"
+#include "wire.h"
 
 namespace tlk::format {
 namespace {
@@ -218,6 +220,33 @@ void marker(Out &out, const tlk_marker_msg &m) {
           m.tlkmk_alias_seq, m.tlkmk_flags);
 }
 
+// The kernel's refusal of a request, a raw message: behind the 24-byte header the function that
+// refused (32 bytes, NUL-padded), its line, and the refused message's sequence, type, op and
+// sender, then the two errors:
+//
+//   24            56     60       64   65   66       68          72          76
+//   | function     | line | seq_no | ty | op | sender | mproc_err | final_err |
+//
+// What the message's length does not cover reads as zero.
+void tlk_err(Out &out, const void *message) {
+  constexpr size_t kBody = TLK_RAW_HDR_LEN, kSize = 52;
+  uint8_t b[kSize] = {};
+  const auto *m = static_cast<const uint8_t *>(message);
+  const uint32_t msglen = wire::load_u32(m + wire::kMsglenAt);
+  if (msglen > kBody) memcpy(b, m + kBody, msglen - kBody < kSize ? msglen - kBody : kSize);
+  char function[33];
+  memcpy(function, b, 32);
+  function[32] = 0;
+  const uint32_t final_err = wire::load_u32(b + 48);
+  out.add(
+      "function=%s line=%u seq_no=%u rtm_type=%s rtm_op=%s sender_id=%s mproc_err=%u "
+      "final_err=%u:%s",
+      function[0] != 0 ? function : "unknown", wire::load_u32(b + 32), wire::load_u32(b + 36),
+      rtm_types[b[40] < 110 ? b[40] : 110], rtm_ops[b[41] < 10 ? b[41] : 10],
+      tarvik_format_msg_sender_id(wire::load_u16(b + 42)), wire::load_u32(b + 44), final_err,
+      strerror(static_cast<int>(final_err)));
+}
+
 template <typename T>
 const T &as(const void *message) {
   return *static_cast<const T *>(message);
@@ -251,6 +280,8 @@ void append_type_text(Out &out, int type, int mode, const void *message) {
       return composite(out, as<rnhc_msg>(message));
     case TLK_MSG_MARKER:
       return marker(out, as<tlk_marker_msg>(message));
+    case TLK_MSG_TLK_ERR:
+      return tlk_err(out, message);
     default:
       return;  // the common columns say all there is for the other types
   }
