@@ -76,7 +76,8 @@ void describe(FILE *out, const tlkctl::Command &c, const char *indent) {
 
 void usage(FILE *out) {
   fputs(
-      "usage: tlkctl [--kernel PATH] <command> [arguments]\n\n"
+      "usage: tlkctl <command> [arguments]\n"
+      "       tlkctl --kernel PATH <command> [arguments]\n\n"
       "Commands run against the tarsimd at PATH, or at its default path when one listens\n"
       "there, and otherwise against the embedded simulated kernel (demo and decode always):\n",
       out);
