@@ -8,6 +8,7 @@
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -128,6 +129,12 @@ int main(int argc, char **argv) {
   sigprocmask(SIG_BLOCK, &stop, nullptr);
   signal(SIGPIPE, SIG_IGN);
   const int stop_fd = signalfd(-1, &stop, SFD_CLOEXEC);
+  // Each session costs the daemon two descriptors: take all the room the system allows.
+  rlimit files{};
+  if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
+    files.rlim_cur = files.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &files);
+  }
 
   tarsim::Kernel kernel;
   // Only a save needs the record, which otherwise would grow with every message.
