@@ -6,7 +6,7 @@ secs=${1:-60}
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz -j2 --target fuzz_codec fuzz_envelope fuzz_blob fuzz_capture fuzz_corpus
+cmake --build --preset fuzz -j2 --target fuzz_codec fuzz_envelope fuzz_blob fuzz_capture fuzz_tarsimd fuzz_corpus
 out=build/fuzz/fuzz
 mkdir -p "$out/findings"
 # Seeds of the blob target: a legacy filter head (first byte picks the head decoder), the
@@ -25,7 +25,12 @@ mkdir -p "$out/corpus/capture"
 { printf 'TLKC\001\000\020\000'; head -c 8 /dev/zero; } >"$out/corpus/capture/header"
 # The envelope seeds too: the capture target prints any input as one message's trace line.
 cp "$out/corpus/envelope/"* "$out/corpus/capture/" 2>/dev/null || true
-for pair in fuzz_codec:codec fuzz_envelope:envelope fuzz_blob:blob fuzz_capture:capture; do
+# tarsimd's connections: a session opened and its stats asked for; the session's name (the
+# daemon's descriptor) is found by the fuzzer.
+mkdir -p "$out/corpus/tarsimd"
+{ printf '\001\000\000\000\377\377\377\377'; head -c 12 /dev/zero
+  printf '\013\000\000\000\377\377\377\377'; head -c 12 /dev/zero; } >"$out/corpus/tarsimd/open-stats"
+for pair in fuzz_codec:codec fuzz_envelope:envelope fuzz_blob:blob fuzz_capture:capture fuzz_tarsimd:tarsimd; do
   target=${pair%%:*}
   seeds=${pair#*:}
   mkdir -p "$out/corpus/run-$seeds" "$out/corpus/$seeds"

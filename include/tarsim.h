@@ -176,6 +176,49 @@ TARSIM_API int tarsim_clear_recorded(tarsim_kernel *kernel);
  * null handle or path, or the errno of a failed write. */
 TARSIM_API int tarsim_save_record(tarsim_kernel *kernel, const char *path);
 
+/* ======================================================================================== */
+/* The kernel in another process (tarsimd)                                                  */
+/* ======================================================================================== */
+
+/* Sends libtarlink's routing sockets of this process to the tarsimd listening at `path`: each
+ * socket is a session of that kernel, shared with every other process connected to it.  Reads
+ * stay local; a write returns once the daemon took the message, its reply queued.  0, or the
+ * errno of the failed connection (ENOENT or ECONNREFUSED: no daemon there; EBUSY: connected
+ * already).  If the daemon dies, reads and writes of its sessions fail with ECONNRESET after
+ * one line on stderr.  A tarsim::Kernel made while connected stays out of the platform seam. */
+TARSIM_API int tarsim_connect(const char *path);
+/* Gives the platform back; the daemon closes the sessions still open. */
+TARSIM_API void tarsim_disconnect(void);
+/* 1 while connected to a daemon that is still there, else 0. */
+TARSIM_API int tarsim_connected(void);
+
+/* The faults of the section above, armed in the connected daemon: they strike the next session
+ * of any process that meets them.  `arg`, `x` and `y` as each kind says. */
+#define TARSIM_FAULT_CLEAR 0          /* clears every armed fault */
+#define TARSIM_FAULT_SOCKET 1         /* arg = errno of the next socket() */
+#define TARSIM_FAULT_FCNTL 2          /* arg = cmd, x = errno */
+#define TARSIM_FAULT_OPTION 3         /* arg = level, x = name, y = errno, until cleared */
+#define TARSIM_FAULT_CLEAR_OPTION 4   /* arg = level, x = name */
+#define TARSIM_FAULT_WRITE_ERRNO 5    /* arg = errno of the next write */
+#define TARSIM_FAULT_SHORT_WRITE 6    /* x = bytes the next write takes */
+#define TARSIM_FAULT_READ_ERRNO 7     /* arg = errno, x = good reads before it */
+#define TARSIM_FAULT_REPLY_TRUNCATE 8 /* x = bytes the next reply is cut to */
+#define TARSIM_FAULT_REPLY_EXTRA 9    /* x = zero bytes added to the next reply */
+#define TARSIM_FAULT_WRONG_SEQ 10     /* x = what the next reply's seq is off by */
+#define TARSIM_FAULT_BULK_STOP 11     /* arg = errno, x = messages the next bulk write takes */
+/* 0, or EINVAL for an unknown kind or argument, ENOTCONN when not connected, ECONNRESET. */
+TARSIM_API int tarsim_remote_fault(int kind, int arg, uint64_t x, uint64_t y);
+
+/* What the connected daemon holds now. */
+typedef struct tarsim_remote_stats_t {
+  uint64_t sessions;    /* sessions open, of every process */
+  uint64_t connections; /* processes connected */
+  uint64_t calls;       /* calls served since the daemon started */
+  uint64_t heap_bytes;  /* the daemon's heap in use */
+} tarsim_remote_stats_t;
+/* 0, or ENOTCONN, ECONNRESET, EINVAL for a null pointer. */
+TARSIM_API int tarsim_remote_stats(tarsim_remote_stats_t *out);
+
 #ifdef __cplusplus
 }
 #endif

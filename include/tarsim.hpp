@@ -14,6 +14,7 @@
 #pragma once
 
 #include "tarsim/kernel.hpp"
+#include "tarsim/remote.hpp"
 // The facets.
 #include "tarsim/devices.hpp"
 #include "tarsim/dfw.hpp"

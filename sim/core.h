@@ -96,6 +96,9 @@ struct NotifyState {
   uint64_t reads = 0;
 };
 
+// Whether this process's routing sockets go to a tarsimd (remote.cc).
+bool remote_link_active();
+
 class Core final : public Host {
  public:
   explicit Core(Kernel &kernel);
@@ -170,7 +173,8 @@ class Core final : public Host {
 
   Kernel &api;
   tlk_platform previous{};
-  int null_fd = -1;  // where each write's system call goes
+  bool installed = false;  // whether the seam is ours
+  int null_fd = -1;        // where each write's system call goes
   Bytes version_reply;
   std::map<std::string, Bytes> sysctl_names;
   std::map<std::vector<int>, Bytes> sysctl_mibs;

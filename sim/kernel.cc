@@ -228,7 +228,10 @@ Core::Core(Kernel &kernel)
   table.select = sim_select;
   table.usleep = sim_usleep;
   for (const PlatformPatch &patch : patches) patch(table);
-  tlk_platform_set(&table);
+  // A process connected to tarsimd keeps its sockets there; a kernel made meanwhile is a
+  // bystander with its own stores.
+  installed = !remote_link_active();
+  if (installed) tlk_platform_set(&table);
 }
 
 Core::~Core() {
@@ -236,7 +239,7 @@ Core::~Core() {
   for (auto &s : by_fd) {
     if (s) ::close(s->kernel_fd);  // the library's end stays the library's
   }
-  tlk_platform_set(&previous);
+  if (installed) tlk_platform_set(&previous);
   g_core = nullptr;
 }
 

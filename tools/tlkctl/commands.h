@@ -63,6 +63,8 @@ int run_show_routes(int argc, char **argv);
 int run_show_nexthops(int argc, char **argv);
 // tlkctl nexthop add service|add interface|delete ...: one change, then the table.
 int run_nexthop(int argc, char **argv);
+// tlkctl sim fault|stats: faults and state of a running tarsimd.
+int run_sim(int argc, char **argv);
 
 // Misuse of command `name`: its usage line from the table on stderr; returns 2.
 int usage_error(const char *name);

@@ -2,7 +2,11 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <string>
+
 #include "commands.h"
+#include "socket_path.h"
+#include "tarsim.h"
 
 namespace {
 
@@ -51,6 +55,12 @@ constexpr tlkctl::Command kCommands[] = {
     {"nexthop", "add service NAME IFL [IFL...]|add interface IFL|delete INDEX",
      "add a service or interface next hop, or delete one, then list the next hops",
      tlkctl::run_nexthop},
+    {"sim", "fault KIND [ARG...]|stats",
+     "against a running tarsimd: arm a fault of the simulated kernel (clear, socket ERR,\n"
+     "fcntl CMD ERR, option LEVEL NAME ERR, clear-option LEVEL NAME, write-errno ERR,\n"
+     "short-write N, read-errno ERR [AFTER], reply-truncate N, reply-extra N, wrong-seq D,\n"
+     "bulk-stop N ERR), or print what the daemon holds",
+     tlkctl::run_sim},
 };
 
 // A command's row: its name and arguments, then its help text indented a line at a time.
@@ -66,8 +76,10 @@ void describe(FILE *out, const tlkctl::Command &c, const char *indent) {
 
 void usage(FILE *out) {
   fputs(
-      "usage: tlkctl <command> [arguments]\n\n"
-      "Commands (all run against the embedded simulated kernel):\n",
+      "usage: tlkctl <command> [arguments]\n"
+      "       tlkctl --kernel PATH <command> [arguments]\n\n"
+      "Commands run against the tarsimd at PATH, or at its default path when one listens\n"
+      "there, and otherwise against the embedded simulated kernel (demo and decode always):\n",
       out);
   for (const tlkctl::Command &c : kCommands) {
     fputs("  ", out);
@@ -104,6 +116,21 @@ int tlkctl::usage_error(const char *name) {
 }
 
 int main(int argc, char **argv) {
+  // --kernel PATH names a running tarsimd; without it, one at the default path is used if it is
+  // there.  The demo and decode keep to the embedded kernel.
+  const bool named = argc > 2 && strcmp(argv[1], "--kernel") == 0;
+  const std::string kernel = named ? argv[2] : tarsimd::default_socket_path();
+  if (named) {
+    argv[2] = argv[0];
+    argv += 2;
+    argc -= 2;
+  }
+  const bool embedded_only =
+      argc >= 2 && (strcmp(argv[1], "demo") == 0 || strcmp(argv[1], "decode") == 0);
+  if (argc >= 2 && !embedded_only && tarsim_connect(kernel.c_str()) != 0 && named) {
+    fprintf(stderr, "tlkctl: no simulated kernel at %s\n", kernel.c_str());
+    return 1;
+  }
   if (argc < 2) {
     usage(stderr);
     return 2;

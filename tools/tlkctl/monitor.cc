@@ -54,6 +54,12 @@ void save_heard(Monitor &m) {
     m.kernel->clear_recorded();
     return;
   }
+  if (tarsim_connected()) {
+    // The kernel is another process: its bytes are not seen here, and the handler cannot tell a
+    // decoded record from a raw message, so the line shows the header.
+    const std::string line = trace_line(static_cast<const uint8_t *>(msg), TLK_RAW_HDR_LEN, false);
+    printf("%s[session %d] %s\n", stamp, m.fd, line.c_str());
+  }
   for (const tarsim::Recorded &r : m.kernel->recorded()) {
     if (r.session == m.fd && !r.to_kernel) {
       tarsim_capture_write(m.save, TARSIM_CAPTURE_FROM_KERNEL, r.session, r.when_ns, r.bytes.data(),
