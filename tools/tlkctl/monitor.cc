@@ -54,12 +54,6 @@ void save_heard(Monitor &m) {
     m.kernel->clear_recorded();
     return;
   }
-  if (tarsim_connected()) {
-    // The kernel is another process: its bytes are not seen here, and the handler cannot tell a
-    // decoded record from a raw message, so the line shows the header.
-    const std::string line = trace_line(static_cast<const uint8_t *>(msg), TLK_RAW_HDR_LEN, false);
-    printf("%s[session %d] %s\n", stamp, m.fd, line.c_str());
-  }
   for (const tarsim::Recorded &r : m.kernel->recorded()) {
     if (r.session == m.fd && !r.to_kernel) {
       tarsim_capture_write(m.save, TARSIM_CAPTURE_FROM_KERNEL, r.session, r.when_ns, r.bytes.data(),
@@ -85,6 +79,12 @@ int print_handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
     strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &local);
     snprintf(stamp, sizeof stamp, "[%s.%06u] ", date,
              static_cast<unsigned>(now % 1000000000u / 1000u));
+  }
+  if (tarsim_connected()) {
+    // The kernel is another process: its bytes are not seen here, and the handler cannot tell a
+    // decoded record from a raw message, so the line shows the header.
+    const std::string line = trace_line(static_cast<const uint8_t *>(msg), TLK_RAW_HDR_LEN, false);
+    printf("%s[session %d] %s\n", stamp, m.fd, line.c_str());
   }
   for (const tarsim::Recorded &r : m.kernel->recorded()) {
     if (r.session != m.fd || r.to_kernel) continue;

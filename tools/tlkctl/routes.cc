@@ -89,6 +89,9 @@ void read_table(tarvik_cookie *c, uint32_t tid, uint32_t af,
   int err = tarvik_rtm_get(c, tid, af, nullptr, 0, 0, 0, 0, 0, TLK_OP_GETNEXT, &m, nullptr);
   while (err == 0) {
     rows->push_back(route_cells(*static_cast<rt_msg *>(m)));
+    // The reply names its route's type, and a getnext that names a type walks that type only:
+    // the walk over every route asks with none.
+    static_cast<rt_msg *>(m)->type = 0;
     void *next = nullptr;
     err = tarvik_rtm_get_with_msg(c, static_cast<rt_msg *>(m), TLK_OP_GETNEXT, &next, nullptr);
     tarvik_msg_idl_release(c, m, nullptr);
