@@ -251,6 +251,8 @@ void append_type_text(Out &out, int type, int mode, const void *message) {
       return composite(out, as<rnhc_msg>(message));
     case TLK_MSG_MARKER:
       return marker(out, as<tlk_marker_msg>(message));
+    case TLK_MSG_GENCFG:
+      return append_gencfg_text(out, as<gencfg_msg>(message));
     default:
       return;  // the common columns say all there is for the other types
   }
