@@ -178,6 +178,101 @@ std::vector<Row> blob_rows() {
                         "\n\tCode-point\tTraffic-class\n\t-------------------------------" +
                         fmt("\n\t%u\t\t%s", 46, "voice")});
   }
+  {
+    cos_msg_global_table r{};
+    cos_msg_fc_to_queue_map q[1] = {{2, 3, 4, 5, 6}};
+    SET(r, action, "add");
+    r.forw_classes = 4;
+    SET(r, plp_copy, "on");
+    SET(r, plp_copy_all, "off");
+    SET(r, tri_color, "on");
+    SET(r, strict_prio, "off");
+    r.rate_limit_burst = -1;
+    r.flags = 0x11;
+    r.rows = q;
+    r.num_rows = 1;
+    rows.push_back({"cos global table", 8, 4, ENC(cos_msg_global_table, r),
+                    fmt(" minor type=<%s>: action=%s forw-classes=%u plp-copy=%s plp-copy-all=%s "
+                        "tri-color=%s strict-prio-sched=%s rate-limit-burst=%d "
+                        "cos_msg_global_flag = %x",
+                        cos(4), "add", 4, "on", "off", "on", "off", -1, 0x11) +
+                        "\n\tForw-class-id\tQueue\tRestricted Queue\tPolicing Priority\tSPU "
+                        "Priority\n\t2\t\t3\t4\t\t\t5\t\t\t6"});
+  }
+  {
+    cos_msg_rewrite_table r{};
+    cos_rewrite_value_msg e[1] = {{1, -1, 1, 0x28}};
+    SET(r, action, "chg");
+    r.table_id = 8;
+    SET(r, name, "rw");
+    SET(r, type, "exp");
+    r.entries = e;
+    r.num_entries = 1;
+    rows.push_back({"cos rewrite table", 8, 14, ENC(cos_msg_rewrite_table, r),
+                    fmt(" minor type=<%s>: action=%s table-id=%u name %s type=%s entries=%u",
+                        cos(14), "chg", 8, "rw", "exp", 1) +
+                        "\n\t forw-class \t <loss-priority, rw_enable, rw_bits>" +
+                        fmt("\n\t %u \t <%d, %#x, %#x>  ", 1, -1, 1, 0x28)});
+  }
+  {
+    cos_msg_global_host_out_fc_table r{};
+    r.host_out_id = 1;
+    r.fc = 2;
+    r.queue = 3;
+    SET(r, rewrite_802dot1p, "yes");
+    SET(r, default_802dot1p, "no");
+    r.default_802dot1p_val = 5;
+    rows.push_back({"cos host outbound", 8, 28, ENC(cos_msg_global_host_out_fc_table, r),
+                    fmt("minor type=<%s>: host_out_id %u fc %u queue %u rewrite_802dot1p %s "
+                        "default_802dot1p %s default_802dot1p_val 0x%x",
+                        cos(28), 1, 2, 3, "yes", "no", 5)});
+  }
+  for (uint32_t form : {0u, 1u}) {
+    cos_sched_policy_msg_inline r{};
+    sched_policy q[1] = {{1, 2, 3, 4, 5, 6, 7, 8}};
+    cos_pps_rate_s rate[1] = {{3, 40}};
+    r.form = form;
+    r.ifd = 128;
+    r.ifl = 70;
+    r.num_queues = 1;
+    SET(r, stream, "in");
+    SET(r, oh_mode, "m");
+    SET(r, oh_rem_mode, "r");
+    r.parent_type = 1;
+    r.excess_rate = 9;
+    r.ppsrs = rate;
+    r.ppsrs_count = 1;
+    r.queues = q;
+    r.queue_rows = 1;
+    const std::string text =
+        form == 0
+            ? fmt(" minor type=<%s>: ifd %d, ifl %d, num queues %d stream %s sched-smap-id %u "
+                  "shaping-rate %llu guaranteed-rate %llu delay-buf %llu remaining=(id:%d - "
+                  "%llu,%llu,%llu)  excess-rate %u %llu ppsrs=%s ppsrs-rem=%s OH bytes=%d, "
+                  "OH mode=%s OH rem_bytes=%d OH rem_mode=%s scale=%d scale-flags=0x%x "
+                  "sched_mode=%d max_sched_levels=%d",
+                  cos(8), 128, 70, 1, "in", 0, 0ull, 0ull, 0ull, 0, 0ull, 0ull, 0ull, 0, 9ull,
+                  "(eh:40)", "", 0, "m", 0, "r", 0, 0, 0, 0)
+            : fmt(" minor type=<%s>: ifd %d, ifl %d, num queues %d, stream %s parent-type %s "
+                  "parent-index %d sched-smap-id %u shaping-rate %llu guaranteed-rate %llu "
+                  "delay-buf %llu excess-type %u excess-rate %llu cos flags 0x%x",
+                  cos(8), 128, 70, 1, "in", "logical interface", 0, 0, 0ull, 0ull, 0ull, 0, 9ull,
+                  0);
+    rows.push_back({form == 0 ? "cos inline policy, rates" : "cos inline policy, parent", 8, 8,
+                    ENC(cos_sched_policy_msg_inline, r),
+                    text +
+                        "\npri  tx-rate  shaping-  shaping-  excess-  excess exc- avg  \n         "
+                        "       rate    burst By    rate    type  pri  const\n--- --------- "
+                        "--------- -------- --------- ------ ---- -----\n" +
+                        fmt("%3u %9u %9llu %8u %9u %6u %4u %5u\n", 1, 2, 3ull, 4, 5, 6, 7, 8)});
+  }
+  rows.push_back(
+      {"l2tp cos info", 7, 0,
+       cat(cat(cat(be_words({1, 2, 3}), name64("ge-0/0/0")), be_words({5, 6, 7})),
+           cat(cat(name64("gold"), be_words({8, 9, 10})), cat(name64("s1"), be_words({1, 0})))),
+       fmt(", Ses %u/%u tnl grp %u, ifl %s.%u %u devindex %u, cos %s %u %u %u %s encap "
+           "%d cell %d",
+           1, 2, 3, "ge-0/0/0", 5, 6, 7, "gold", 8, 9, 10, "s1", 1, 0)});
   rows.push_back(
       {"cos l2tp nack, fixed words", 8, 2, be_words({10, 20, 30, 40}),
        fmt("ifl %u Tunnel group idx %u local tunnel id %u local session id %u", 10, 20, 30, 40)});

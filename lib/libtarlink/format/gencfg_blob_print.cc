@@ -40,6 +40,14 @@ constexpr uint16_t kMemCosTcmTable = 22;
 constexpr uint16_t kMemCosTcmToIfd = 23;
 constexpr uint16_t kMemCosPmTable = 24;
 constexpr uint16_t kMemCosPmToIfl = 25;
+constexpr uint16_t kMemCosGlobalTable = 26;
+constexpr uint16_t kMemCosClassTable = 27;
+constexpr uint16_t kMemCosPolicyInline = 28;
+constexpr uint16_t kMemCosFabricTable = 29;
+constexpr uint16_t kMemCosFragmapTable = 30;
+constexpr uint16_t kMemCosRewriteTable = 31;
+constexpr uint16_t kMemCosIflTcp = 32;
+constexpr uint16_t kMemCosHostOutFc = 33;
 constexpr uint16_t kMemDfwPolicer = 39;
 constexpr uint16_t kMemDfwTricolor = 40;
 constexpr uint16_t kMemDfwSession = 41;
@@ -112,8 +120,9 @@ Decoded decode_blob(const gencfg_msg &m, uint16_t memid, Dec dec, Rel rel, Print
   return got >= 1 ? Decoded::kOk : Decoded::kBad;
 }
 
-// Appends one row of a list; when the row no longer fits, takes it back, says so, and tells
-// the caller to stop the list.
+// Appends one row of a list.  A row is kept only if the truncation line and the line's end
+// would still fit behind it; otherwise it is taken back, the truncation line takes its place,
+// and the caller stops the list.
 template <typename... A>
 bool list_row(Out &out, const char *format, A... args) {
   const Out before = out;
@@ -121,7 +130,7 @@ bool list_row(Out &out, const char *format, A... args) {
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
   out.add(format, args...);
 #pragma GCC diagnostic pop
-  if (!out.overflowed()) return true;
+  if (!out.overflowed() && out.left >= static_cast<int>(sizeof kTruncated)) return true;
   out = before;
   out.put(kTruncated);
   return false;
@@ -149,6 +158,47 @@ const char *parent_type_word(uint32_t type) {
 }
 
 // ---- Class of service, by minor type. ----
+
+// The inline scheduler policy: one of its two heads, then a row per queue.
+void policy_inline(Out &out, const char *name, const cos_sched_policy_msg_inline &r) {
+  using ull = unsigned long long;
+  if (r.form == 0) {
+    char rates[kRateBuf];
+    char rem[kRateBuf];
+    rate_list(rates, r.ppsrs, r.ppsrs_count);
+    rate_list(rem, r.ppsrs_rem, r.ppsrs_rem_count);
+    out.add(
+        " minor type=<%s>: ifd %d, ifl %d, num queues %d stream %s sched-smap-id %u shaping-rate "
+        "%llu guaranteed-rate %llu delay-buf %llu remaining=(id:%d - %llu,%llu,%llu)  excess-rate "
+        "%u %llu ppsrs=%s ppsrs-rem=%s OH bytes=%d, OH mode=%s OH rem_bytes=%d OH rem_mode=%s "
+        "scale=%d scale-flags=0x%x sched_mode=%d max_sched_levels=%d",
+        name, r.ifd, r.ifl, r.num_queues, Str(r.stream, r.stream_len).s, r.smap_id,
+        ull{r.shaping_rate}, ull{r.guaranteed_rate}, ull{r.delay_buf}, r.rem_id, ull{r.rem_shaping},
+        ull{r.rem_guaranteed}, ull{r.rem_delay}, r.excess_type, ull{r.excess_rate}, rates, rem,
+        r.oh_bytes, Str(r.oh_mode, r.oh_mode_len).s, r.oh_rem_bytes,
+        Str(r.oh_rem_mode, r.oh_rem_mode_len).s, r.scale, r.scale_flags, r.sched_mode,
+        r.max_sched_levels);
+  } else {
+    out.add(
+        " minor type=<%s>: ifd %d, ifl %d, num queues %d, stream %s parent-type %s parent-index %d "
+        "sched-smap-id %u shaping-rate %llu guaranteed-rate %llu delay-buf %llu excess-type %u "
+        "excess-rate %llu cos flags 0x%x",
+        name, r.ifd, r.ifl, r.num_queues, Str(r.stream, r.stream_len).s,
+        parent_type_word(r.parent_type), r.parent_index, r.smap_id, ull{r.shaping_rate},
+        ull{r.guaranteed_rate}, ull{r.delay_buf}, r.excess_type, ull{r.excess_rate}, r.cos_flags);
+  }
+  out.put(
+      "\npri  tx-rate  shaping-  shaping-  excess-  excess exc- avg  \n                rate    "
+      "burst "
+      "By    rate    type  pri  const\n--- --------- --------- -------- --------- ------ ---- "
+      "-----\n");
+  for (uint32_t i = 0; r.queues != nullptr && i < r.queue_rows; ++i) {
+    const sched_policy &q = r.queues[i];
+    if (!list_row(out, "%3u %9u %9llu %8u %9u %6u %4u %5u\n", q.pri, q.tx_rate, ull{q.shaping_rate},
+                  q.shaping_burst, q.excess_rate, q.excess_type, q.excess_pri, q.avg_const))
+      break;
+  }
+}
 
 #define COS(rec) tlv_decode_##rec##_0, tlv_release_##rec##_0
 
@@ -216,6 +266,115 @@ Decoded cos_minor(Out &out, const gencfg_msg &m, const char *name) {
                 Str(r.flags_text, r.flags_text_len).s, rates, r.oh_bytes,
                 Str(r.oh_mode, r.oh_mode_len).s, r.oh_rem_bytes,
                 Str(r.oh_rem_mode, r.oh_rem_mode_len).s, r.parent_count, r.scale_factor);
+          });
+    case 4:
+      return decode_blob<cos_msg_global_table>(
+          m, kMemCosGlobalTable, COS(cos_msg_global_table), [&](const cos_msg_global_table &r) {
+            out.add(
+                " minor type=<%s>: action=%s forw-classes=%u plp-copy=%s plp-copy-all=%s "
+                "tri-color=%s strict-prio-sched=%s rate-limit-burst=%d cos_msg_global_flag = %x",
+                name, Str(r.action, r.action_len).s, r.forw_classes,
+                Str(r.plp_copy, r.plp_copy_len).s, Str(r.plp_copy_all, r.plp_copy_all_len).s,
+                Str(r.tri_color, r.tri_color_len).s, Str(r.strict_prio, r.strict_prio_len).s,
+                r.rate_limit_burst, r.flags);
+            out.put("\n\tForw-class-id\tQueue\tRestricted Queue\tPolicing Priority\tSPU Priority");
+            for (uint32_t i = 0; r.rows != nullptr && i < r.num_rows; ++i) {
+              const cos_msg_fc_to_queue_map &q = r.rows[i];
+              if (!list_row(out, "\n\t%u\t\t%u\t%u\t\t\t%u\t\t\t%u", q.fc_id, q.queue,
+                            q.restricted_queue, q.policing_prio, q.spu_prio))
+                break;
+            }
+          });
+    case 5:
+      return decode_blob<cos_msg_class_table_update>(
+          m, kMemCosClassTable, COS(cos_msg_class_table_update),
+          [&](const cos_msg_class_table_update &r) {
+            out.add(" minor type=<%s>: table id = %d, name %s, type = %s, num entries = %d, ", name,
+                    r.table_id, Str(r.name, r.name_len).s, Str(r.type, r.type_len).s,
+                    static_cast<int>(r.num_entries));
+            out.put("\n\tForw-class\tCode-bit-point\tPLP");
+            for (uint32_t i = 0; r.entries != nullptr && i < r.num_entries; ++i)
+              if (!list_row(out, "\n\t%u\t\t%u\t\t%u", r.entries[i].fc, r.entries[i].code_point,
+                            r.entries[i].plp))
+                break;
+          });
+    case 8:
+      return decode_blob<cos_sched_policy_msg_inline>(
+          m, kMemCosPolicyInline, COS(cos_sched_policy_msg_inline),
+          [&](const cos_sched_policy_msg_inline &r) { policy_inline(out, name, r); });
+    case 11:
+      return decode_blob<cos_msg_fabric_table_update>(
+          m, kMemCosFabricTable, COS(cos_msg_fabric_table_update),
+          [&](const cos_msg_fabric_table_update &r) {
+            out.add(" minor type=<%s>: action=%s table-entries=%u", name,
+                    Str(r.action, r.action_len).s, r.num_entries);
+            out.put("\n\tForwarding-class\tPriority");
+            for (uint32_t i = 0; r.entries != nullptr && i < r.num_entries; ++i)
+              if (!list_row(out, "\n\t%u\t\t\t%u", r.entries[i].fc, r.entries[i].priority)) break;
+          });
+    case 12:
+      return decode_blob<cos_msg_fragmap_table_update>(
+          m, kMemCosFragmapTable, COS(cos_msg_fragmap_table_update),
+          [&](const cos_msg_fragmap_table_update &r) {
+            out.add(" minor type=<%s>: action=%s table-id=%u entries=%u\n Fragmap Table", name,
+                    Str(r.action, r.action_len).s, r.table_id, r.num_entries);
+            for (uint32_t i = 0; r.entries != nullptr && i < r.num_entries; ++i) {
+              const cos_if_fc_table_elem &e = r.entries[i];
+              if (!list_row(out,
+                            "\n\t fc=%u qnum=%u mlink-class-id=%u frag-thresh=%u drop-timeout=%u "
+                            "flag=%#x",
+                            e.fc, e.qnum, e.mlink_class_id, e.frag_thresh, e.drop_timeout, e.flag))
+                break;
+            }
+          });
+    case 14:
+      return decode_blob<cos_msg_rewrite_table>(
+          m, kMemCosRewriteTable, COS(cos_msg_rewrite_table), [&](const cos_msg_rewrite_table &r) {
+            out.add(" minor type=<%s>: action=%s table-id=%u name %s type=%s entries=%u", name,
+                    Str(r.action, r.action_len).s, r.table_id, Str(r.name, r.name_len).s,
+                    Str(r.type, r.type_len).s, r.num_entries);
+            out.put("\n\t forw-class \t <loss-priority, rw_enable, rw_bits>");
+            for (uint32_t i = 0; r.entries != nullptr && i < r.num_entries; ++i) {
+              const cos_rewrite_value_msg &e = r.entries[i];
+              if (!list_row(out, "\n\t %u \t <%d, %#x, %#x>  ", e.fc, e.loss_priority, e.rw_enable,
+                            e.rw_bits))
+                break;
+            }
+          });
+    case 16:
+      return decode_blob<cos_ifl_tcp_msg>(
+          m, kMemCosIflTcp, COS(cos_ifl_tcp_msg), [&](const cos_ifl_tcp_msg &r) {
+            char rates[kRateBuf];
+            rate_list(rates, r.ppsrs, r.ppsrs_count);
+            using ull = unsigned long long;
+            out.add(
+                "minor type=<%s>: ifl %d, session id %llu : %llu tcp id = %u smap id = %u stream "
+                "%s parent-type %s parent-index %d shaping-rate %llu adjust-srs (i:%u,%u) "
+                "(o:%u,%u) (min:%llu) guaranteed-rate %llu delay-buf %llu exc-rate %u %llu "
+                "exc-rate-high %s %u exc-rate-low %s %u flags %x parent list - count %d list : %s "
+                "OH bytes %d OH mode %s level %d ppsrs %sremaining=(id:%d sh= %llu g= %llu dbr= "
+                "%llu smap= %dOH= %d mode= %s)",
+                name, r.ifl, ull{r.session_hi}, ull{r.session_lo}, r.tcp_id, r.smap_id,
+                Str(r.stream, r.stream_len).s, parent_type_word(r.parent_type), r.parent_index,
+                ull{r.shaping_rate}, r.adjust_in_a, r.adjust_in_b, r.adjust_out_a, r.adjust_out_b,
+                ull{r.adjust_min}, ull{r.guaranteed_rate}, ull{r.delay_buf}, r.exc_type,
+                ull{r.exc_rate}, Str(r.exc_high_type, r.exc_high_type_len).s, r.exc_high_rate,
+                Str(r.exc_low_type, r.exc_low_type_len).s, r.exc_low_rate, r.flags, r.parent_count,
+                Str(r.parent_list, r.parent_list_len).s, r.oh_bytes,
+                Str(r.oh_mode, r.oh_mode_len).s, r.level, rates, r.rem_id, ull{r.rem_shaping},
+                ull{r.rem_guaranteed}, ull{r.rem_delay}, r.rem_smap, r.rem_oh,
+                Str(r.rem_mode, r.rem_mode_len).s);
+          });
+    case 28:
+      return decode_blob<cos_msg_global_host_out_fc_table>(
+          m, kMemCosHostOutFc, COS(cos_msg_global_host_out_fc_table),
+          [&](const cos_msg_global_host_out_fc_table &r) {
+            out.add(
+                "minor type=<%s>: host_out_id %u fc %u queue %u rewrite_802dot1p %s "
+                "default_802dot1p %s default_802dot1p_val 0x%x",
+                name, r.host_out_id, r.fc, r.queue,
+                Str(r.rewrite_802dot1p, r.rewrite_802dot1p_len).s,
+                Str(r.default_802dot1p, r.default_802dot1p_len).s, r.default_802dot1p_val);
           });
     case 6:
       return decode_blob<cos_msg_class_to_ifl>(
@@ -571,6 +730,18 @@ Str name_at(const gencfg_msg &m, size_t at) {
   return Str(m.blob + at, static_cast<uint32_t>(n));
 }
 
+// L2TP CoS info:
+//   0 session | 4 peer session | 8 tunnel group | 12 ifd name[64] | 76 unit | 80 ifl index |
+//   84 devindex | 88 cos name[64] | 152 smap | 156 tcp | 160 queues | 164 stream name[64] |
+//   228 encap | 232 cell
+void l2tp_cos(Out &out, const gencfg_msg &m) {
+  out.add(", Ses %u/%u tnl grp %u, ifl %s.%u %u devindex %u, cos %s %u %u %u %s encap %d cell %d",
+          word_at(m, 0), word_at(m, 4), word_at(m, 8), name_at(m, 12).s, word_at(m, 76),
+          word_at(m, 80), word_at(m, 84), name_at(m, 88).s, word_at(m, 152), word_at(m, 156),
+          word_at(m, 160), name_at(m, 164).s, static_cast<int>(word_at(m, 228)),
+          static_cast<int>(word_at(m, 232)));
+}
+
 void issu_blob(Out &out, const gencfg_msg &m) {
   const bool show = m.gencfg_hdr.tlkh_op != kOpDelete;
   if (m.minor == 1) {
@@ -625,6 +796,17 @@ void append_gencfg_text(Out &out, const gencfg_msg &m) {
     case 6:
       return out.add(" Type %s tunnel id %x spi %x", tarvik_gencfg_format_ipsectype(m.minor),
                      word_at(m, 0), word_at(m, 4));
+    case 7:
+      return l2tp_cos(out, m);
+    case 11:
+      // L2TP policer: 0 session | 4 peer session | 8 ifl | 12 filter name[64] | 76 rate, two
+      // words high first | 84 exclude rate | 88 burst size | 92 encap | 96 cell
+      return out.add(
+          ", Ses %u/%u, ifl %u , filter %s, rate %llu, exclude rate %u, burst-size %u, encap %d, "
+          "cell %u",
+          word_at(m, 0), word_at(m, 4), word_at(m, 8), name_at(m, 12).s,
+          static_cast<unsigned long long>(word_at(m, 76)) << 32 | word_at(m, 80), word_at(m, 84),
+          word_at(m, 88), static_cast<int>(word_at(m, 92)), word_at(m, 96));
     case 8:
       return cos_blob(out, m);
     case 10:
