@@ -538,5 +538,24 @@ TEST_F(FormatBlob, UspBlobIsSwappedInPlace) {
   EXPECT_EQ(tarvik_gencfg_format_usptype_blobinfo(3, nullptr, dst), 0);
 }
 
+// Whatever the blob's bytes, every arm ends its line and gives back all it allocated.
+TEST_F(FormatBlob, AnyBytesEndTheLineAndLeaveMemoryBalanced) {
+  uint32_t seed = 1;
+  auto next = [&seed] {
+    seed = seed * 1103515245u + 12345u;
+    return static_cast<uint8_t>(seed >> 16);
+  };
+  for (uint16_t major = 0; major <= 96; ++major) {
+    for (uint16_t minor = 0; minor <= 40; ++minor) {
+      Bytes b(static_cast<size_t>(next()) % 96);
+      for (uint8_t &x : b) x = next();
+      const std::string text = line(major, minor, &b);
+      ASSERT_EQ(rc, 0) << major << "/" << minor;
+      EXPECT_EQ(text.compare(0, head(major, minor).size(), head(major, minor)), 0);
+      EXPECT_EQ(text.back(), '\n');
+    }
+  }
+}
+
 }  // namespace
 }  // namespace tlktest
