@@ -536,6 +536,8 @@ TEST_F(FormatBlob, UspBlobIsSwappedInPlace) {
   EXPECT_EQ(line(2, 95, &b), head(2, 95) + " Type LSYS name dmz, id 1\n");
   char dst[257] = {};
   EXPECT_EQ(tarvik_gencfg_format_usptype_blobinfo(3, nullptr, dst), 0);
+  EXPECT_EQ(tarvik_gencfg_format_usptype_blobinfo(2, nullptr, dst), 1);
+  EXPECT_STREQ(dst, "No zone data.");
 }
 
 // Whatever the blob's bytes, every arm ends its line and gives back all it allocated.

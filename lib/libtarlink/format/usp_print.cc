@@ -9,7 +9,8 @@
 //   IPSEC_PERF_ACCELERATION, POWER_MODE_IPSEC   one word, non-zero for on
 //
 // The words are swapped to host order in place before they print, so a message prints once:
-// a second print swaps them back.  A blob shorter than its layout prints as no blob.
+// a second print swaps them back.  A blob shorter than its layout, or no message at all, prints
+// as no blob.
 #include <arpa/inet.h>
 #include <stdio.h>
 #include <string.h>
@@ -25,7 +26,7 @@ constexpr size_t kName = 64;
 
 // Swaps `count` words from `at` in place and hands back the blob, or null if it is too short.
 uint8_t *swapped(gencfg_msg *m, size_t at, size_t count) {
-  if (m->blob == nullptr || m->blob_len < at + 4 * count) return nullptr;
+  if (m == nullptr || m->blob == nullptr || m->blob_len < at + 4 * count) return nullptr;
   for (size_t i = 0; i < count; ++i) {
     uint32_t w;
     memcpy(&w, m->blob + at + 4 * i, 4);
@@ -51,7 +52,7 @@ struct Name {
 // The named layouts: a name, then `words` words.
 template <size_t kWords>
 uint8_t *named(gencfg_msg *m) {
-  if (m->blob == nullptr || m->blob_len < kName + 4 * kWords) return nullptr;
+  if (m == nullptr || m->blob == nullptr || m->blob_len < kName + 4 * kWords) return nullptr;
   return swapped(m, kName, kWords);
 }
 
@@ -96,9 +97,9 @@ void usp_print_ifl_ext_all(char *dst, gencfg_msg *m) {
 }
 
 void usp_print_ssl_profile(char *dst, gencfg_msg *m) {
-  if (m->blob == nullptr || m->blob_len < 4 + kName + 4) {
+  if (m == nullptr || m->blob == nullptr || m->blob_len < 4 + kName + 4) {
     // Without a blob the key is the message's own.
-    snprintf(dst, kDst, "key %d, no profile data.", static_cast<int>(m->kid));
+    snprintf(dst, kDst, "key %d, no profile data.", m != nullptr ? static_cast<int>(m->kid) : 0);
     return;
   }
   swapped(m, 0, 1);
@@ -108,7 +109,7 @@ void usp_print_ssl_profile(char *dst, gencfg_msg *m) {
 }
 
 void usp_print_ssl_cert(char *dst, gencfg_msg *m) {
-  if (m->blob == nullptr || m->blob_len < kName) {
+  if (m == nullptr || m->blob == nullptr || m->blob_len < kName) {
     snprintf(dst, kDst, "No cert data.");
     return;
   }
