@@ -1,6 +1,6 @@
-// Trace lines per second for four message kinds (a route, a next hop, a device and a gencfg
-// message, the last with its common columns only), each against a line
-// of the same length built by one snprintf call into a buffer of the same size.
+// Trace lines per second for five message kinds (a route, a next hop, a device, a gencfg message
+// without a blob and one carrying a class-of-service blob, which the printer decodes), each
+// against a line of the same length built by one snprintf call into a buffer of the same size.
 #include <benchmark/benchmark.h>
 #include <string.h>
 
@@ -34,6 +34,8 @@ struct Messages {
   rnh_msg rnh{};
   ifdev_msg ifd{};
   gencfg_msg gencfg{};
+  gencfg_msg cos{};
+  uint8_t cos_blob[256] = {};
 
   Messages() {
     head(rt.rt_hdr, TLK_MSG_ROUTE, TLK_OP_ADD, 2);
@@ -66,6 +68,19 @@ struct Messages {
 
     head(gencfg.gencfg_hdr, TLK_MSG_GENCFG, TLK_OP_ADD, 0);
     gencfg.major = 2;
+
+    // A classifier bound to a logical interface, as the class-of-service daemon stores it.
+    cos_msg_class_to_ifl bind{};
+    bind.ifl = 71;
+    bind.table_type = bytes("dscp");
+    bind.table_type_len = 5;
+    bind.table_id = 4;
+    bind.cos_flags = 0x30;
+    head(cos.gencfg_hdr, TLK_MSG_GENCFG, TLK_OP_ADD, 0);
+    cos.major = 8;
+    cos.minor = 6;
+    cos.blob = cos_blob;
+    cos.blob_len = tlv_encode_cos_msg_class_to_ifl_0(&bind, nullptr, cos_blob, sizeof cos_blob);
   }
 };
 
@@ -83,8 +98,10 @@ const void *pick(int kind) {
       return &m.rnh;
     case 2:
       return &m.ifd;
-    default:
+    case 3:
       return &m.gencfg;
+    default:
+      return &m.cos;
   }
 }
 
@@ -129,9 +146,19 @@ int one_snprintf(int kind, char *buf, size_t size) {
                       "snmpid=%u, hier-levels=%d, l2-count=%d, l3-count=%d\n",
                       "kernel", "self", "P", "ifdev", "change", "ge-0/0/1", 1514, 0, 0, 0, 140, 0,
                       0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
+    case 3:
+      return snprintf(buf, size,
+                      "%-10.10s %-10.10s %-4.4s %-10.10s %-8.8s"
+                      "major type=\"%s\" minor type=%u seq %d kid=%d lrid=%d\n",
+                      "kernel", "self", "P", "gencfg", "add", "USP Blob", 0, 0, 0, 0);
     default:
-      return snprintf(buf, size, "%-10.10s %-10.10s %-4.4s %-10.10s %-8.8s\n", "kernel", "self",
-                      "P", "gencfg", "add");
+      return snprintf(
+          buf, size,
+          "%-10.10s %-10.10s %-4.4s %-10.10s %-8.8s"
+          "major type=\"%s\" minor type=%u seq %d kid=%d lrid=%d"
+          " minor type=<%s>: ifl = %d, table type = %s, table id = %d, cos_flags 0x%x\n",
+          "kernel", "self", "P", "gencfg", "add", "COS BLOB", 6, 0, 0, 0, "classifier to ifl", 71,
+          "dscp", 4, 0x30);
   }
 }
 
@@ -153,8 +180,8 @@ void BM_snprintf(benchmark::State &state) {
   state.counters["bytes"] = static_cast<double>(strlen(buf.data()));
 }
 
-// Kinds: 0 route, 1 next hop, 2 device, 3 gencfg.
-BENCHMARK(BM_format)->ArgName("route_nh_ifd_gencfg")->DenseRange(0, 3);
-BENCHMARK(BM_snprintf)->ArgName("route_nh_ifd_gencfg")->DenseRange(0, 3);
+// Kinds: 0 route, 1 next hop, 2 device, 3 gencfg, 4 gencfg with a CoS blob.
+BENCHMARK(BM_format)->ArgName("route_nh_ifd_gencfg_cos")->DenseRange(0, 4);
+BENCHMARK(BM_snprintf)->ArgName("route_nh_ifd_gencfg_cos")->DenseRange(0, 4);
 
 }  // namespace

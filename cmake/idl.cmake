@@ -14,6 +14,7 @@ set(TARLINK_SCHEMA_FILES
   ${TARLINK_SCHEMA_DIR}/gencfg.schema
   ${TARLINK_SCHEMA_DIR}/firewall.schema
   ${TARLINK_SCHEMA_DIR}/attachments.schema
+  ${TARLINK_SCHEMA_DIR}/blobs.schema
   CACHE INTERNAL "the record schema")
 
 if(NOT TARGET idlgen)

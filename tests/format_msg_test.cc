@@ -131,7 +131,9 @@ TEST_F(FormatMsg, FlagLettersAndNames) {
       {0xD0, 1, 0, 3, 10, "kernel     self       ANYI redirect   unknown \n"},
       {0, 200, 147, 3, 99, "unknown    unknown    P    redirect   unknown \n"},
       {0, 1, 0, 110, 1, "kernel     self       P    unknown    add     \n"},
-      {0, 1, 0, 72, 1, "kernel     self       P    gencfg     add     \n"},
+      {0, 1, 0, 72, 1,
+       "kernel     self       P    gencfg     add     major type=\"Unknown\" minor type=0 seq 0 "
+       "kid=0 lrid=0\n"},
       {0, 1, 0, 47, 1, "kernel     self       P    ifstate    add     \n"},
   };
   for (const Row &r : rows) {

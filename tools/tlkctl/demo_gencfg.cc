@@ -75,6 +75,24 @@ int demo_gencfg(tarsim::Kernel &kernel, tarvik_cookie *c) {
          same ? "identical to what was stored" : "DIFFERENT");
   tarvik_msg_free(c, msg);
 
+  // A class-of-service blob as a trace shows it: the printer decodes the blob's own record.
+  static uint8_t dscp[] = "dscp";
+  cos_msg_class_to_ifl bind{};
+  bind.ifl = 71;
+  bind.table_type = dscp;
+  bind.table_type_len = sizeof dscp;
+  bind.table_id = 4;
+  uint8_t cos[64];
+  gencfg_msg traced{};
+  traced.gencfg_hdr.tlkh_type = TLK_MSG_GENCFG;
+  traced.gencfg_hdr.tlkh_op = TLK_OP_ADD;
+  traced.major = 8;
+  traced.minor = 6;
+  traced.blob = cos;
+  traced.blob_len = tlv_encode_cos_msg_class_to_ifl_0(&bind, nullptr, cos, sizeof cos);
+  char line[512];
+  if (tarvik_format_output(c, line, sizeof line, 0, &traced) == 0) printf("  trace: %s", line);
+
   // Bytes that don't shrink: zlib can't fit them in their own length, and says so.
   static const unsigned char noise[] = {0x9e, 0x37, 0x79, 0xb9, 0x7f, 0x4a, 0x7c, 0x15,
                                         0xf3, 0x9c, 0xc0, 0x60, 0x5c, 0xed, 0xc8, 0x34};

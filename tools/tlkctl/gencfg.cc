@@ -200,6 +200,26 @@ class Gencfg {
     return 0;
   }
 
+  // A blob of a type the trace printer knows, as the trace line shows it: what the line holds
+  // beyond its head.  The printer may swap the blob in place, so this comes after the crc.
+  void print_decoded(const gencfg_t &r) {
+    gencfg_msg m{};
+    m.gencfg_hdr.tlkh_type = TLK_MSG_GENCFG;
+    m.gencfg_hdr.tlkh_op = TLK_OP_GET;
+    m.major = r.major;
+    m.minor = r.minor;
+    m.kid = r.kid;
+    m.lrid = r.lrid;
+    char head[2048];
+    char full[2048];
+    if (tarvik_format_output(c_, head, sizeof head, 0, &m) != 0) return;
+    m.blob = r.blob;
+    m.blob_len = r.blob_len;
+    if (tarvik_format_output(c_, full, sizeof full, 0, &m) != 0) return;
+    const size_t n = strlen(head) - 1;  // without the line feed
+    if (strlen(full) > n + 1) printf("  decoded:%s", full + n);
+  }
+
   int get(const std::vector<std::string> &a) {
     Target t;
     if (!parse_target(a, 1, true, &t)) return usage();
@@ -223,6 +243,7 @@ class Gencfg {
     printf("get %s: %u bytes%s, frame on the wire %zu bytes, crc32 %08lx \"%s\"\n",
            t.label().c_str(), r.blob_len, packed ? " after decompression" : "", last_frame(false),
            crc32(0, r.blob, r.blob_len), preview(r.blob, r.blob_len).c_str());
+    print_decoded(r);
     int result = 0;
     if (!out_file.empty()) {
       std::ofstream out(out_file, std::ios::binary);

@@ -8,6 +8,8 @@
 
 #include "tarlink/base.h"
 
+struct gencfg_msg;
+
 namespace tlk::format {
 
 // A write position and the bytes left behind it, as tarvik_fill_format_buf moves them: the text
@@ -27,6 +29,10 @@ struct Out {
 // Appends the text of message type `type` (1 to 109) that follows the common columns; types
 // without a text of their own add nothing.
 void append_type_text(Out &out, int type, int mode, const void *message);
+
+// The text of a gencfg message: its head and, for the blob types known here, the decoded blob.
+// USP blobs are swapped to host order in place as they print.
+void append_gencfg_text(Out &out, const struct gencfg_msg &m);
 
 }  // namespace tlk::format
 

@@ -282,6 +282,8 @@ void append_type_text(Out &out, int type, int mode, const void *message) {
       return marker(out, as<tlk_marker_msg>(message));
     case TLK_MSG_TLK_ERR:
       return tlk_err(out, message);
+    case TLK_MSG_GENCFG:
+      return append_gencfg_text(out, as<gencfg_msg>(message));
     default:
       return;  // the common columns say all there is for the other types
   }

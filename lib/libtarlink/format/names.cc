@@ -405,6 +405,17 @@ constexpr std::array<UspRow, kUspRows> kUspTable = [] {
   for (size_t i = 0; i < rows.size(); ++i) rows[i].name = kUspWords[i];
   for (const Named &p : kUspNamedPairs) rows[static_cast<size_t>(p.value)].name = p.word;
   rows[kUspRows - 1].name = nullptr;  // the catch-all row has no name
+  rows[2].printer = usp_print_zone;
+  rows[7].printer = usp_print_ids;
+  rows[26].printer = usp_print_ifl_ext;
+  rows[27].printer = usp_print_ifl_ext_all;
+  rows[88].printer = usp_print_ssl_profile;
+  rows[89].printer = usp_print_ssl_profile;
+  rows[91].printer = usp_print_ssl_cert;
+  rows[95].printer = usp_print_lsys;
+  rows[102].printer = usp_print_ssl_profile;
+  rows[112].printer = usp_print_ipsec_perf;
+  rows[153].printer = usp_print_power_mode;
   return rows;
 }();
 

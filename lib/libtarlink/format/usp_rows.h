@@ -19,6 +19,17 @@ struct UspRow {
 // 159 subtypes and the catch-all row, which every other value reads.
 inline constexpr int kUspRows = 160;
 
+// The printers of the rows that have one.
+void usp_print_zone(char *dst, struct gencfg_msg *msg);
+void usp_print_ids(char *dst, struct gencfg_msg *msg);
+void usp_print_ifl_ext(char *dst, struct gencfg_msg *msg);
+void usp_print_ifl_ext_all(char *dst, struct gencfg_msg *msg);
+void usp_print_ssl_profile(char *dst, struct gencfg_msg *msg);
+void usp_print_ssl_cert(char *dst, struct gencfg_msg *msg);
+void usp_print_lsys(char *dst, struct gencfg_msg *msg);
+void usp_print_ipsec_perf(char *dst, struct gencfg_msg *msg);
+void usp_print_power_mode(char *dst, struct gencfg_msg *msg);
+
 // The row of `subtype`, the catch-all one for anything outside 0 to 158.
 const UspRow &usp_row(int subtype);
 
