@@ -251,6 +251,12 @@ void append_type_text(Out &out, int type, int mode, const void *message) {
       return composite(out, as<rnhc_msg>(message));
     case TLK_MSG_MARKER:
       return marker(out, as<tlk_marker_msg>(message));
+    case TLK_MSG_IFSTATE: {
+      char line[514];
+      line[0] = 0;
+      (void)tarvik_ifsm_print(message, line, sizeof line, mode);
+      return out.put(line);
+    }
     default:
       return;  // the common columns say all there is for the other types
   }
