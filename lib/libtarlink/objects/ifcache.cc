@@ -9,6 +9,7 @@
 // - a delete takes the node out of the tree and does not return its memory to the allocator;
 // - the filter writes into the imported mask table itself (a row that lacks its own bit gets it).
 #include <errno.h>
+#include <stddef.h>
 #include <string.h>
 
 #include "platform/patricia.h"
@@ -24,10 +25,12 @@ constexpr uint32_t kSenderHelpers = 3;
 constexpr char kFile[] = "lib/libtarlink/objects/ifcache.cc";
 
 struct tarvik_ifd_info_node_t {
-  patricia_node_t patnode;
-  tarvik_ifd_info_t info;  // the key, the name, is its first field
-  uint32_t generation;     // ifdm_generation of the device when the node was made
+  patricia_node_t patnode;  // the key, at offset 0 behind it, is info.name
+  tarvik_ifd_info_t info;   // the key, the name, is its first field
+  uint32_t generation;      // ifdm_generation of the device when the node was made
 };
+static_assert(offsetof(tarvik_ifd_info_node_t, info) == sizeof(patricia_node_t),
+              "the tree finds the key right behind the node header");
 
 struct IfdInfoTree {
   uint8_t initialized;

@@ -10,8 +10,13 @@
 #include <stddef.h>
 #include <stdint.h>
 
+// The node header that a caller's record starts with; the key follows it at the root's offset.
+// Its size is a multiple of the pointer size, so that a record's next field sits right behind.
 struct patricia_node_t {
   uint16_t length;  // key bytes of this node, set by patricia_node_init_length
+  uint16_t spare16;
+  uint32_t spare32;
+  void *spare_links[2];  // room a bit-walking tree would use; the map keeps its own
 };
 
 struct patricia_root_t {
