@@ -38,6 +38,12 @@ extern "C" {
 #else
 #define TLK_IFNAME_NOTHROW
 #endif
+/* ... and, in C, spells its buffer as an array; the library writes up to 60 bytes into it. */
+#if defined(__GLIBC__) && !defined(__cplusplus)
+#define TLK_IFNAME_BUFFER(name) name[IF_NAMESIZE]
+#else
+#define TLK_IFNAME_BUFFER(name) *name
+#endif
 
 /* ======================================================================================== */
 /* Name and index helpers                                                                    */
@@ -47,7 +53,8 @@ extern "C" {
  * errno ENXIO on failure. */
 TLK_EXPORT unsigned int if_nametoindex(const char *name) TLK_IFNAME_NOTHROW;
 /* `buffer` filled with "device.unit" (cut at 60 bytes), or NULL with errno ENXIO. */
-TLK_EXPORT char *if_indextoname(unsigned int index, char *buffer) TLK_IFNAME_NOTHROW;
+TLK_EXPORT char *if_indextoname(unsigned int index,
+                                char TLK_IFNAME_BUFFER(buffer)) TLK_IFNAME_NOTHROW;
 /* Every logical interface as (index, device name) pairs ended by a pair of zeros, or NULL. */
 TLK_EXPORT struct if_nameindex *if_nameindex(void) TLK_IFNAME_NOTHROW;
 
