@@ -51,6 +51,15 @@ constexpr tlkctl::Command kCommands[] = {
     {"nexthop", "add service NAME IFL [IFL...]|add interface IFL|delete INDEX",
      "add a service or interface next hop, or delete one, then list the next hops",
      tlkctl::run_nexthop},
+    {"show statelog", "[--follow]",
+     "the kernel changes a device and removes a unit, then the interface state log is read\n"
+     "record by record and printed with its object records; --follow: heard as notifications\n"
+     "up to the end of the chain",
+     tlkctl::run_show_statelog},
+    {"ifindex", "NAME", "the index of a logical interface by its name (device.unit)",
+     tlkctl::run_ifindex},
+    {"ifname", "INDEX", "the name (device.unit) of a logical interface by its index",
+     tlkctl::run_ifname},
 };
 
 // A command's row: its name and arguments, then its help text indented a line at a time.
