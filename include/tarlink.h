@@ -24,6 +24,9 @@
  *   tarlink/ifd.h        devices, their statistics and alarms
  *   tarlink/ifl.h        logical interfaces
  *   tarlink/iff.h        protocol families and addresses of logical interfaces
+ *   tarlink/ifname.h     name and index helpers (if_nametoindex and the ifl_* helpers)
+ *   tarlink/ifcache.h    the device info cache
+ *   tarlink/ifstate.h    the interface state log
  *   tarlink/rtm.h        routes, route match and multicast groups
  *   tarlink/rnh.h        next hops, reserved next hop indexes, composites
  *   tarlink/gencfg.h     generic configuration blobs
@@ -48,9 +51,12 @@
 #include "tarlink/format.h"
 #include "tarlink/frame.h"
 #include "tarlink/gencfg.h"
+#include "tarlink/ifcache.h"
 #include "tarlink/ifd.h"
 #include "tarlink/iff.h"
 #include "tarlink/ifl.h"
+#include "tarlink/ifname.h"
+#include "tarlink/ifstate.h"
 #include "tarlink/io.h"
 #include "tarlink/memory.h"
 #include "tarlink/msg_list.h"

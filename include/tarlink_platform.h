@@ -92,6 +92,26 @@ typedef struct tlk_platform {
   /* An address as text, as inet_ntop(3), with the family in the library's numbering: 2 inet,
    * 28 inet6; the host default refuses any other with EAFNOSUPPORT.  NULL with errno on failure. */
   const char *(*inet_ntop)(int family, const void *src, char *dst, socklen_t size);
+  /* The local address of a socket, laid out as the router's stack lays it out: byte 0 the
+   * length, byte 1 the family in the library's numbering (2 inet, 28 inet6), the rest as the
+   * family has it.  0, or -1 with errno; *len is the length stored.  The host default converts
+   * the host's own layout; a family it has no number for shows as 255. */
+  int (*getsockname)(int fd, void *addr, socklen_t *len);
+  /* The router stack's options at levels 0 (IP) and 41 (IPv6), by the router's option numbers:
+   * 107 and 64 name the interface that a socket sends through.  The host default maps these two
+   * to the host's nearest options where it has them and refuses every other with ENOPROTOOPT. */
+  int (*setsockopt_ip)(int fd, int level, int name, const void *value, socklen_t len);
+  /* The platform's interface library, behind the device info cache (tarlink/ifcache.h):
+   * parse_interface fills a tarvik_ifd_info_t from a device name (0, or non-zero for a name it
+   * refuses; the three ints after `info` and the first after the name are the importer's and
+   * passed as 0); interface_info_by_pfx_match finds the kind of a name by its prefix (NULL for
+   * none) and interface_info_index gives that kind's number.  interface_mask_table has
+   * interface_mask_rows rows of three u64, one per kind, and is written by the cache. */
+  int (*parse_interface)(const char *name, int flags, int unit, void *info, int a, int b);
+  const void *(*interface_info_by_pfx_match)(const char *name, int flags);
+  int (*interface_info_index)(const void *kind);
+  uint64_t (*interface_mask_table)[3];
+  size_t interface_mask_rows;
 } tlk_platform;
 
 /* The table in force. */

@@ -10,6 +10,7 @@
 //   kernel.dfw_counters()  tarsim/dfw_stats.hpp  firewall counters and the firewall log
 //   kernel.route_tables()  tarsim/rtb.hpp  route tables and named table classes
 //   kernel.multicast_groups()  tarsim/mgroup.hpp  multicast groups of the route tables
+//   kernel.state_log()  tarsim/ifstate.hpp  the interface state log ("ifstate" chain)
 // The C face is tarsim.h.
 #pragma once
 
@@ -23,6 +24,7 @@
 #include "tarsim/ifa.hpp"
 #include "tarsim/iff.hpp"
 #include "tarsim/ifl.hpp"
+#include "tarsim/ifstate.hpp"
 #include "tarsim/mgroup.hpp"
 #include "tarsim/nh_stats.hpp"
 #include "tarsim/rnh.hpp"

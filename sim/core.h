@@ -124,6 +124,12 @@ class Core final : public Host {
   bool has_listener(uint8_t type, int except_fd) const override;
   size_t notify(uint8_t type, std::span<const uint8_t> bytes, int except_fd) override;
   bool notify_session(Session &s, std::span<const uint8_t> bytes) override;
+  void watch_objects(ObjectWatcher watcher) override {
+    object_watchers.push_back(std::move(watcher));
+  }
+  void object_changed(uint8_t type, uint8_t op, std::span<const uint8_t> frame) override {
+    for (const ObjectWatcher &w : object_watchers) w(type, op, frame);
+  }
 
   // --- Sessions and the seam (kernel.cc) --------------------------------------------------
   Session *find(int fd) const;
@@ -197,6 +203,7 @@ class Core final : public Host {
   std::map<std::string, SysctlValue> sysctl_name_values;
   std::map<std::vector<int>, SysctlValue> sysctl_mib_values;
   std::vector<PlatformPatch> patches;
+  std::vector<ObjectWatcher> object_watchers;
   std::vector<std::unique_ptr<Family>> families;
 };
 

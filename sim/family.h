@@ -53,6 +53,9 @@ using RawAnswer = std::function<void(Session &, const Request &)>;
 // A read-only system control: its value, made when it is read.  A write is refused (EPERM).
 using SysctlValue = std::function<Bytes()>;
 using PlatformPatch = std::function<void(tlk_platform &)>;
+// Told of each object that a family adds, changes or deletes: the family's message type, the op,
+// and the object as the IDR notification frame of the change.
+using ObjectWatcher = std::function<void(uint8_t type, uint8_t op, std::span<const uint8_t> frame)>;
 
 // What the core offers a family.
 class Host {
@@ -83,6 +86,10 @@ class Host {
   virtual size_t notify(uint8_t type, std::span<const uint8_t> bytes, int except_fd) = 0;
   // One notification on the session's own stream, whatever it listens to.
   virtual bool notify_session(Session &s, std::span<const uint8_t> bytes) = 0;
+  // Object changes: a family that changes an object reports it here, whether or not anyone
+  // listens for its notifications, and every watcher hears of it (the state log keeps them).
+  virtual void watch_objects(ObjectWatcher watcher) = 0;
+  virtual void object_changed(uint8_t type, uint8_t op, std::span<const uint8_t> frame) = 0;
 
  protected:
   ~Host() = default;

@@ -134,7 +134,9 @@ TEST_F(FormatMsg, FlagLettersAndNames) {
       {0, 1, 0, 72, 1,
        "kernel     self       P    gencfg     add     major type=\"Unknown\" minor type=0 seq 0 "
        "kid=0 lrid=0\n"},
-      {0, 1, 0, 47, 1, "kernel     self       P    ifstate    add     \n"},
+      // The state log's record line, with its own newline, ahead of the line's.
+      {0, 1, 0, 47, 1,
+       "kernel     self       P    ifstate    add     IFD seq 0 pid 0 rt_sid 0\n\n"},
   };
   for (const Row &r : rows) {
     SCOPED_TRACE(r.want);

@@ -407,6 +407,7 @@ const Row kRows[] = {
     ROW(tarvik_async_event_loop_sighdl(nullptr), EINVAL, false),
     ROW(tarvik_async_subtype_handler(nullptr, nullptr, nullptr, 0), EINVAL, false),
     ROW(tarvik_async_opaque_handle(nullptr, TLK_OP_GET, nullptr, 0, nullptr, 0, 0), EINVAL, false),
+    ROW(tarvik_ifsm_get(nullptr, 0, 1, TLK_OP_GET, &g_out), EINVAL, false),
     // The formatters take the session for their diagnostics only: no buffer or message, -1.
     ROW(tarvik_format_output(nullptr, nullptr, 0, 0, nullptr), -1, false),
     ROW(tarvik_format_brief_output(nullptr, nullptr, nullptr), -1, false),

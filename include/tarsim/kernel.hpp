@@ -86,6 +86,7 @@ class DfwCounters;
 // tarsim/rtb.hpp
 class RouteTables;
 class MulticastGroups;  // tarsim/mgroup.hpp
+class StateLog;         // tarsim/ifstate.hpp
 namespace internal {
 class Core;
 }
@@ -149,6 +150,8 @@ class TARSIM_EXPORT Kernel {
   // Multicast groups of the route tables.
   MulticastGroups multicast_groups();
   const MulticastGroups multicast_groups() const;
+  // The interface state log, the "ifstate" chain.
+  StateLog state_log();
 
   // Statistics values kept beside the generic configuration blobs.
   GencfgStats gencfg_stats();

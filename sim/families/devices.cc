@@ -98,7 +98,7 @@ class DeviceFamily final : public Family {
   void seed();
   void answer_frame(Session &s, const Frame &f);
   void answer_raw(Session &s, const Request &req);
-  void changed(const Device &d, int except_fd);
+  void changed(const Device &d, int except_fd, uint8_t op = TLK_OP_CHANGE);
 
   Host &host_;
 };
@@ -234,8 +234,11 @@ Bytes DeviceFamily::frame(const Device &d, uint8_t op, uint32_t seq, bool tlv) c
   return encode_frame(TLK_MSG_IFDEV, &m, tlv);
 }
 
-void DeviceFamily::changed(const Device &d, int except_fd) {
-  host_.notify(TLK_MSG_IFDEV, frame(d, TLK_OP_CHANGE, 0, false), except_fd);
+// Listeners hear the change, and the watchers of objects (the state log) too.
+void DeviceFamily::changed(const Device &d, int except_fd, uint8_t op) {
+  const Bytes f = frame(d, op, 0, false);
+  host_.object_changed(TLK_MSG_IFDEV, op, f);
+  host_.notify(TLK_MSG_IFDEV, f, except_fd);
 }
 
 bool DeviceFamily::change_flags(uint16_t index, uint32_t set, uint32_t clear) {
@@ -274,7 +277,7 @@ void DeviceFamily::answer_frame(Session &s, const Frame &f) {
     }
     take_addresses(d, req);
     add(d);
-    host_.notify(TLK_MSG_IFDEV, frame(*find(d.index), TLK_OP_ADD, 0, false), s.lib_fd);
+    changed(*find(d.index), s.lib_fd, TLK_OP_ADD);
     return;
   }
   if (h.tlkh_op == TLK_OP_CHANGE) {

@@ -214,9 +214,12 @@ Bytes IflFamily::ifl_list() const {
   return all;
 }
 
+// Listeners hear the change, and the watchers of objects (the state log) too.
 void IflFamily::changed(const Ifl &ifl, uint8_t op, int except_fd) {
+  const Bytes f = frame(ifl, op, 0, false);
+  host_.object_changed(TLK_MSG_IFLOGICAL, op, f);
   if (!host_.has_listener(TLK_MSG_IFLOGICAL, except_fd)) return;
-  host_.notify(TLK_MSG_IFLOGICAL, frame(ifl, op, 0, false), except_fd);
+  host_.notify(TLK_MSG_IFLOGICAL, f, except_fd);
 }
 
 // Adds, changes and deletes: no reply, whatever happens; the other sessions hear what changed.

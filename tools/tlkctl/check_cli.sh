@@ -24,7 +24,8 @@ expect() {
 }
 
 for cmd in demo monitor decode gencfg firewall table route nexthop "show devices" \
-           "show interfaces" "show addresses" "show tables" "show routes" "show nexthops"; do
+           "show interfaces" "show addresses" "show tables" "show routes" "show nexthops" \
+           "show statelog" ifindex ifname; do
   # shellcheck disable=SC2086
   expect 0 stdout "^usage: tlkctl" -- $cmd --help
 done
@@ -52,6 +53,12 @@ expect 1 stderr "No such file" -- decode "$dir/missing"
   printf '\000\000\000\000\000\005\002\000\200\000\000\000'; head -c 116 /dev/zero | tr '\0' '\377'
 } >"$dir/raw-ifdev"
 expect 0 stdout "<- .* ifdev +change" -- decode "$dir/raw-ifdev"
+expect 0 stdout "^71$" -- ifindex ge0.100
+expect 0 stdout "^xe1.300$" -- ifname 83
+expect 1 stderr "^tlkctl ifindex: nosuch.0: " -- ifindex nosuch.0
+expect 2 stderr "^usage: tlkctl ifname" -- ifname x
+expect 0 stdout "^IFL seq [0-9]+ del 0xf pid 0 rt_sid 0$" -- show statelog
+expect 0 stdout "^IFS EndOfChain client tlkctl$" -- show statelog --follow
 
 if [ "$failed" -eq 0 ]; then
   echo "tlkctl_cli: all $checks checks passed"

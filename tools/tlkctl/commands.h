@@ -65,6 +65,11 @@ int run_show_nexthops(int argc, char **argv);
 int run_nexthop(int argc, char **argv);
 // tlkctl sim fault|stats: faults and state of a running tarsimd.
 int run_sim(int argc, char **argv);
+// tlkctl show statelog [--follow]: the interface state log, record by record.
+int run_show_statelog(int argc, char **argv);
+// tlkctl ifindex NAME / ifname INDEX: a logical interface's index by name, and name by index.
+int run_ifindex(int argc, char **argv);
+int run_ifname(int argc, char **argv);
 
 // Misuse of command `name`: its usage line from the table on stderr; returns 2.
 int usage_error(const char *name);
@@ -117,6 +122,8 @@ int demo_tables(tarsim::Kernel &kernel, tarvik_cookie *c);
 int demo_routes(tarsim::Kernel &kernel, tarvik_cookie *c);
 // A service and an interface next hop added, a composite made of them, all read back.
 int demo_nexthops(tarsim::Kernel &kernel, tarvik_cookie *c);
+// The last records of the interface state log (statelog.cc).
+int demo_statelog(tarsim::Kernel &kernel, tarvik_cookie *c);
 
 // `n` bytes of configuration-like text, the same every time: it compresses several times over.
 std::vector<uint8_t> pattern_blob(size_t n);

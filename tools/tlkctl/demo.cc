@@ -23,6 +23,7 @@ void section(int number, const char *title) {
 constexpr DemoStep kFamilySteps[] = {
     {"A second session hears a change, a third that doesn't listen doesn't", demo_async},
     {"A device goes down and a listening session hears it", demo_device_down},
+    {"The interface state log records the change: its last records", demo_statelog},
     {"An unnumbered interface hears the addresses of its donor", demo_unnumbered},
     {"A firewall filter's counters, read before and after they move", demo_firewall},
     {"Next hops added as a daemon adds them, a composite of them, read back", demo_nexthops},

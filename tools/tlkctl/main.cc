@@ -61,6 +61,15 @@ constexpr tlkctl::Command kCommands[] = {
      "short-write N, read-errno ERR [AFTER], reply-truncate N, reply-extra N, wrong-seq D,\n"
      "bulk-stop N ERR), or print what the daemon holds",
      tlkctl::run_sim},
+    {"show statelog", "[--follow]",
+     "the kernel changes a device and removes a unit, then the interface state log is read\n"
+     "record by record and printed with its object records; --follow: heard as notifications\n"
+     "up to the end of the chain",
+     tlkctl::run_show_statelog},
+    {"ifindex", "NAME", "the index of a logical interface by its name (device.unit)",
+     tlkctl::run_ifindex},
+    {"ifname", "INDEX", "the name (device.unit) of a logical interface by its index",
+     tlkctl::run_ifname},
 };
 
 // A command's row: its name and arguments, then its help text indented a line at a time.

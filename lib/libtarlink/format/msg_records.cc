@@ -284,6 +284,12 @@ void append_type_text(Out &out, int type, int mode, const void *message) {
       return tlk_err(out, message);
     case TLK_MSG_GENCFG:
       return append_gencfg_text(out, as<gencfg_msg>(message));
+    case TLK_MSG_IFSTATE: {
+      char line[514];
+      line[0] = 0;
+      (void)tarvik_ifsm_print(message, line, sizeof line, mode);
+      return out.put(line);
+    }
     default:
       return;  // the common columns say all there is for the other types
   }

@@ -2,16 +2,20 @@
 #include "platform/platform.h"
 
 #include "platform/eventlib.h"
+#include "platform/ifinfo.h"
 
 #include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <net/if.h>
 #include <netdb.h>
+#include <netinet/in.h>
 #ifdef TARLINK_HAVE_NETTLE
 #include <nettle/md5.h>
 #endif
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -139,6 +143,63 @@ const char *host_inet_ntop(int family, const void *src, char *dst, socklen_t siz
   return ::inet_ntop(af, src, dst, size);
 }
 
+// The local address in the router's layout: length byte, family byte, then the family's bytes
+// (port and address) as the host keeps them after its own family word.
+int host_getsockname(int fd, void *addr, socklen_t *len) {
+  if (addr == nullptr || len == nullptr) {
+    errno = EFAULT;
+    return -1;
+  }
+  sockaddr_storage ss{};
+  socklen_t got = sizeof ss;
+  if (::getsockname(fd, reinterpret_cast<sockaddr *>(&ss), &got) != 0) return -1;
+  uint8_t out[sizeof ss] = {};
+  out[0] = static_cast<uint8_t>(got > 255 ? 255 : got);
+  switch (ss.ss_family) {
+    case AF_INET:
+      out[1] = 2;
+      break;
+    case AF_INET6:
+      out[1] = 28;
+      break;
+    case AF_UNIX:
+      out[1] = 1;
+      break;
+    default:
+      out[1] = 255;
+      break;
+  }
+  if (got > 2) memcpy(out + 2, reinterpret_cast<const uint8_t *>(&ss) + 2, got - 2);
+  const socklen_t n = got < *len ? got : *len;
+  memcpy(addr, out, n);
+  *len = n;
+  return 0;
+}
+
+// The router's send-interface options by its numbers.  The host's nearest are IP_UNICAST_IF,
+// which takes the index in network order, and IPV6_UNICAST_IF, which takes it as it is; any
+// other option has no host equivalent.
+int host_setsockopt_ip(int fd, int level, int name, const void *value, socklen_t len) {
+#if defined(IP_UNICAST_IF) && defined(IPV6_UNICAST_IF)
+  if (value != nullptr && len == 4) {
+    uint32_t index;
+    memcpy(&index, value, 4);
+    if (level == 0 && name == 107) {
+      const uint32_t net = htonl(index);
+      return ::setsockopt(fd, IPPROTO_IP, IP_UNICAST_IF, &net, sizeof net);
+    }
+    if (level == 41 && name == 64) {
+      const int v = static_cast<int>(index);
+      return ::setsockopt(fd, IPPROTO_IPV6, IPV6_UNICAST_IF, &v, sizeof v);
+    }
+  }
+#else
+  (void)fd, (void)level, (void)name, (void)value, (void)len;
+#endif
+  errno = ENOPROTOOPT;
+  return -1;
+}
+
 // Entries by name, so that adding one touches no other.
 constexpr tlk_platform kHost = {
     .socket = host_socket,
@@ -175,6 +236,13 @@ constexpr tlk_platform kHost = {
     .gethostbyaddr = host_gethostbyaddr,
     .gethostname = host_gethostname,
     .inet_ntop = host_inet_ntop,
+    .getsockname = host_getsockname,
+    .setsockopt_ip = host_setsockopt_ip,
+    .parse_interface = host_parse_interface,
+    .interface_info_by_pfx_match = host_interface_info_by_pfx_match,
+    .interface_info_index = host_interface_info_index,
+    .interface_mask_table = g_interface_masks.rows,
+    .interface_mask_rows = kInterfaceMaskRows,
 };
 
 }  // namespace
