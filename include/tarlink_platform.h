@@ -92,6 +92,9 @@ typedef struct tlk_platform {
   /* An address as text, as inet_ntop(3), with the family in the library's numbering: 2 inet,
    * 28 inet6; the host default refuses any other with EAFNOSUPPORT.  NULL with errno on failure. */
   const char *(*inet_ntop)(int family, const void *src, char *dst, socklen_t size);
+  /* Writes `text` to standard output as it stands (it carries its own line feed).  A few
+   * operations report their refusals there rather than through the session's diagnostics. */
+  void (*print_stdout)(const char *text);
 } tlk_platform;
 
 /* The table in force. */

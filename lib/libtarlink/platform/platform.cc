@@ -64,6 +64,9 @@ void host_syslog(int priority, const char *text) {
 void host_print_stderr(const char *text) {
   ::fprintf(stderr, "%s\n", text);
 }
+void host_print_stdout(const char *text) {
+  ::fputs(text, stdout);
+}
 void host_exit(int status) {
   ::exit(status);
 }
@@ -175,6 +178,7 @@ constexpr tlk_platform kHost = {
     .gethostbyaddr = host_gethostbyaddr,
     .gethostname = host_gethostname,
     .inet_ntop = host_inet_ntop,
+    .print_stdout = host_print_stdout,
 };
 
 }  // namespace
