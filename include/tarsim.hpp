@@ -10,11 +10,14 @@
 //   kernel.dfw_counters()  tarsim/dfw_stats.hpp  firewall counters and the firewall log
 //   kernel.route_tables()  tarsim/rtb.hpp  route tables and named table classes
 //   kernel.multicast_groups()  tarsim/mgroup.hpp  multicast groups of the route tables
+//   kernel.cos()       tarsim/cos.hpp       class-of-service objects and the collector PIC
+//   kernel.security_associations()  tarsim/sa.hpp  security associations, public-key service
 // The C face is tarsim.h.
 #pragma once
 
 #include "tarsim/kernel.hpp"
 // The facets.
+#include "tarsim/cos.hpp"
 #include "tarsim/devices.hpp"
 #include "tarsim/dfw.hpp"
 #include "tarsim/dfw_stats.hpp"
@@ -28,3 +31,4 @@
 #include "tarsim/routes.hpp"
 #include "tarsim/rt_stats.hpp"
 #include "tarsim/rtb.hpp"
+#include "tarsim/sa.hpp"

@@ -49,7 +49,11 @@ constexpr size_t kRawArea = 16384;
 // The message types that travel raw and whose trace text reads that raw layout, within the
 // length the header gives.
 bool raw_layout(uint8_t type) {
-  return type == TLK_MSG_TARLINK_STATS || type == TLK_MSG_TLK_ERR;
+  return type == TLK_MSG_TARLINK_STATS || type == TLK_MSG_TLK_ERR ||
+         // class of service and security associations
+         type == TLK_MSG_COS_INFO || type == TLK_MSG_COS_FABRIC || type == TLK_MSG_COS_CLASS ||
+         type == TLK_MSG_COS_RED || type == TLK_MSG_COS_REWRT || type == TLK_MSG_COS_POLICER ||
+         type == TLK_MSG_COS_SHAPER || type == TLK_MSG_SA_INFO || type == TLK_MSG_COS_FRAGMAP;
 }  // the largest raw message the library reads in one go
 
 // The library's own trace line of a record or raw message, numeric (no name look-ups), without
