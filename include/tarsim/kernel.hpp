@@ -90,11 +90,14 @@ namespace internal {
 class Core;
 }
 
-class GencfgStats;           // tarsim/gencfg.hpp
-class NhStats;               // tarsim/nh_stats.hpp
-class RtStats;               // tarsim/rt_stats.hpp
-class Cos;                   // tarsim/cos.hpp
-class SecurityAssociations;  // tarsim/sa.hpp
+class GencfgStats;  // tarsim/gencfg.hpp
+class NhStats;      // tarsim/nh_stats.hpp
+class RtStats;      // tarsim/rt_stats.hpp
+
+// tarsim/cos.hpp
+class Cos;
+// tarsim/sa.hpp
+class SecurityAssociations;
 
 // Answers a raw request; it calls Kernel::send (or reply_with_seq) as often as it likes.
 using Responder = std::function<void(Kernel &, const Request &)>;
