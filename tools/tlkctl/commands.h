@@ -63,6 +63,10 @@ int run_show_routes(int argc, char **argv);
 int run_show_nexthops(int argc, char **argv);
 // tlkctl nexthop add service|add interface|delete ...: one change, then the table.
 int run_nexthop(int argc, char **argv);
+// tlkctl show cos: forwarding classes, policers, shapers, classifiers, rewrites, fragment maps.
+int run_show_cos(int argc, char **argv);
+// tlkctl show sa [name]: security associations, or one by name with its trace line.
+int run_show_sa(int argc, char **argv);
 
 // Misuse of command `name`: its usage line from the table on stderr; returns 2.
 int usage_error(const char *name);
