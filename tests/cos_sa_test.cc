@@ -306,6 +306,38 @@ TEST_F(CosSaTest, PolicyAttachedAsksForTheInterfacesPolicyBlob) {
   EXPECT_EQ(inf_ifl_is_cos_policy_attached(72, c), 0);
 }
 
+// Notifications of the class-of-service and collector types, by the registrations' masks.
+struct HeardTypes {
+  std::vector<int> types;
+  static int handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
+    static_cast<HeardTypes *>(arg)->types.push_back(static_cast<uint8_t *>(msg)[5]);
+    tarvik_msg_free(cookie, msg);
+    return 0;
+  }
+};
+
+TEST_F(CosSaTest, KernelChangesReachCosListeners) {
+  HeardTypes heard;
+  ASSERT_EQ(tarvik_set_async_info_nocontext(c, nullptr), 0);
+  ASSERT_EQ(tarvik_cos_async_register(c, &heard, HeardTypes::handler), 0);
+  kernel.cos().set_rate(tarsim::Cos::kShaper, {30, 1000, 0});
+  kernel.cos().set_map(tarsim::Cos::kFragmap, {31, 75, 0, 0, 1, 8});
+  kernel.cos().set_forwarding_classes(4);
+  drain(c);
+  EXPECT_EQ(heard.types,
+            (std::vector<int>{TLK_MSG_COS_SHAPER, TLK_MSG_COS_FRAGMAP, TLK_MSG_COS_INFO}));
+}
+
+TEST_F(CosSaTest, FileStatisticsComeAsANotification) {
+  HeardTypes heard;
+  ASSERT_EQ(tarvik_set_async_info_nocontext(c, nullptr), 0);
+  ASSERT_EQ(tarvik_cp_pic_async_register(c, &heard, HeardTypes::handler), 0);
+  ASSERT_EQ(tarvik_cp_file_stats_get_by_name(c, "flow.log", TLK_OP_GET), 0);
+  EXPECT_EQ(kernel.cos().collector_requests(), 1u);
+  drain(c);
+  EXPECT_EQ(heard.types, std::vector<int>{TLK_MSG_CPIC_FILE_STATS});
+}
+
 // ---- Security associations ----
 
 // A key block: kind 1, `bits` long, its bytes counting up.
