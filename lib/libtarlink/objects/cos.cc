@@ -257,7 +257,8 @@ TLK_EXPORT int tarvik_cp_file_stats_get_by_name(tarvik_cookie *cookie, const cha
 // ---- Virtual output queue statistics: the one structured member ----
 
 // The request record: the header, then the device and the queue.  tlkh_id carries 3, the kind of
-// statistics asked for.
+// statistics asked for.  The record catalogue has no arm for type 95 yet, so until it does the
+// envelope sends the frame with its type and no payload, and the device and queue stay behind.
 TLK_EXPORT int tarvik_cvoqstats_get(tarvik_cookie *cookie, uint32_t ifd, uint32_t queue,
                                     void **msg_out) {
   constexpr uint16_t kWord = 0x5F62, kSize = 68;
