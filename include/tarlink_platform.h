@@ -112,6 +112,9 @@ typedef struct tlk_platform {
   int (*interface_info_index)(const void *kind);
   uint64_t (*interface_mask_table)[3];
   size_t interface_mask_rows;
+  /* Writes `text` to standard output as it stands (it carries its own line feed).  A few
+   * operations report their refusals there rather than through the session's diagnostics. */
+  void (*print_stdout)(const char *text);
 } tlk_platform;
 
 /* The table in force. */

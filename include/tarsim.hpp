@@ -11,12 +11,15 @@
 //   kernel.route_tables()  tarsim/rtb.hpp  route tables and named table classes
 //   kernel.multicast_groups()  tarsim/mgroup.hpp  multicast groups of the route tables
 //   kernel.state_log()  tarsim/ifstate.hpp  the interface state log ("ifstate" chain)
+//   kernel.cos()       tarsim/cos.hpp       class-of-service objects and the collector PIC
+//   kernel.security_associations()  tarsim/sa.hpp  security associations, public-key service
 // The C face is tarsim.h.
 #pragma once
 
 #include "tarsim/kernel.hpp"
 #include "tarsim/remote.hpp"
 // The facets.
+#include "tarsim/cos.hpp"
 #include "tarsim/devices.hpp"
 #include "tarsim/dfw.hpp"
 #include "tarsim/dfw_stats.hpp"
@@ -31,3 +34,4 @@
 #include "tarsim/routes.hpp"
 #include "tarsim/rt_stats.hpp"
 #include "tarsim/rtb.hpp"
+#include "tarsim/sa.hpp"

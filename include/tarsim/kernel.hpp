@@ -95,6 +95,11 @@ class GencfgStats;  // tarsim/gencfg.hpp
 class NhStats;      // tarsim/nh_stats.hpp
 class RtStats;      // tarsim/rt_stats.hpp
 
+// tarsim/cos.hpp
+class Cos;
+// tarsim/sa.hpp
+class SecurityAssociations;
+
 // Answers a raw request; it calls Kernel::send (or reply_with_seq) as often as it likes.
 using Responder = std::function<void(Kernel &, const Request &)>;
 // Takes a framed (TLV or IDR) message written by a session.
@@ -160,6 +165,13 @@ class TARSIM_EXPORT Kernel {
   // Next hop statistics, route statistics and route class statistics.
   NhStats nh_stats();
   RtStats rt_stats();
+
+  // Class-of-service objects and the collector PIC.
+  Cos cos();
+  const Cos cos() const;
+  // Security associations, their counters and the public-key service.
+  SecurityAssociations security_associations();
+  const SecurityAssociations security_associations() const;
 
   // --- Version negotiation ----------------------------------------------------------------
   // What the library expects: count 110, interface version 98, then one byte per type 1..109.

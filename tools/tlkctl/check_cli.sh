@@ -29,6 +29,14 @@ for cmd in demo monitor decode gencfg firewall table route nexthop "show devices
   # shellcheck disable=SC2086
   expect 0 stdout "^usage: tlkctl" -- $cmd --help
 done
+for cmd in "show cos" "show sa"; do
+  # shellcheck disable=SC2086
+  expect 0 stdout "^usage: tlkctl" -- $cmd --help
+done
+expect 2 stderr "^usage: tlkctl show sa" -- show sa a b
+expect 0 stdout "^2 +tunnel-b +0x2002 +inbound" -- show sa
+expect 0 stdout "sadb name=tunnel-a direc=outbound spi=4097" -- show sa tunnel-a
+expect 0 stdout "^policer +7 +- +10000000 bit/s" -- show cos
 expect 0 stdout "^usage: tlkctl show devices" -- show --help
 expect 0 stdout "^usage: tlkctl <command>" -- --help
 expect 2 stderr "^usage: tlkctl monitor" -- monitor --bogus

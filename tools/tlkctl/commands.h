@@ -70,6 +70,10 @@ int run_show_statelog(int argc, char **argv);
 // tlkctl ifindex NAME / ifname INDEX: a logical interface's index by name, and name by index.
 int run_ifindex(int argc, char **argv);
 int run_ifname(int argc, char **argv);
+// tlkctl show cos: forwarding classes, policers, shapers, classifiers, rewrites, fragment maps.
+int run_show_cos(int argc, char **argv);
+// tlkctl show sa [name]: security associations, or one by name with its trace line.
+int run_show_sa(int argc, char **argv);
 
 // Misuse of command `name`: its usage line from the table on stderr; returns 2.
 int usage_error(const char *name);

@@ -70,6 +70,14 @@ constexpr tlkctl::Command kCommands[] = {
      tlkctl::run_ifindex},
     {"ifname", "INDEX", "the name (device.unit) of a logical interface by its index",
      tlkctl::run_ifname},
+    {"show cos", "",
+     "list the class-of-service objects: forwarding classes, policers and shapers with their\n"
+     "rates, classifiers, rewrite rules and fragmentation maps with their interfaces",
+     tlkctl::run_show_cos},
+    {"show sa", "[name]",
+     "list the security associations (index, name, SPI, direction, protocol, interface), or\n"
+     "one by name with its trace line",
+     tlkctl::run_show_sa},
 };
 
 // A command's row: its name and arguments, then its help text indented a line at a time.

@@ -49,6 +49,12 @@ constexpr size_t kRawArea = 16384;
 // The message types that travel raw and whose trace text reads that raw layout, within the
 // length the header gives.
 bool raw_layout(uint8_t type) {
+  // Class of service and security associations.
+  for (uint8_t raw :
+       {TLK_MSG_COS_INFO, TLK_MSG_COS_FABRIC, TLK_MSG_COS_CLASS, TLK_MSG_COS_RED, TLK_MSG_COS_REWRT,
+        TLK_MSG_COS_POLICER, TLK_MSG_COS_SHAPER, TLK_MSG_SA_INFO, TLK_MSG_COS_FRAGMAP}) {
+    if (type == raw) return true;
+  }
   return type == TLK_MSG_TARLINK_STATS || type == TLK_MSG_TLK_ERR;
 }  // the largest raw message the library reads in one go
 

@@ -247,6 +247,68 @@ void tlk_err(Out &out, const void *message) {
       strerror(static_cast<int>(final_err)));
 }
 
+// A raw message's fixed part as the layout `Body` (header included), copied only as far as
+// tlkh_msglen covers it: the rest reads as zero.
+template <typename Body>
+Body raw_body(const void *message) {
+  Body b{};
+  const uint32_t msglen = wire::load_u32(static_cast<const uint8_t *>(message) + wire::kMsglenAt);
+  memcpy(&b, message, msglen < sizeof b ? msglen : sizeof b);
+  return b;
+}
+
+void cos_info(Out &out, const void *message) {
+  out.add("num FCs = %u", raw_body<tarvik_cos_info_body>(message).num_fcs);
+}
+
+void cos_fabric(Out &out, const void *message) {
+  out.add("entries=%u", raw_body<tarvik_cos_fabric_body>(message).entries);
+}
+
+void cos_class(Out &out, const void *message) {
+  const auto b = raw_body<tarvik_cos_class_body>(message);
+  out.add("ifl=%u table=%u type=%u entries=%u", b.ifl, b.table, b.type, b.entries);
+}
+
+void cos_red(Out &out, const void *message) {
+  const auto b = raw_body<tarvik_cos_red_body>(message);
+  out.add("id=%u, num entries=%u, datasize=%u", b.id, b.num_entries, b.datasize);
+}
+
+void cos_rewrite(Out &out, const void *message) {
+  const auto b = raw_body<tarvik_cos_rewrite_body>(message);
+  out.add("ifl=%u, id=%u, type=%u, num=%u, size=%u", b.ifl, b.id, b.type, b.num, b.size);
+}
+
+void cos_rate(Out &out, const void *message) {
+  const auto b = raw_body<tarvik_cos_policer_body>(message);
+  out.add("ifl=%u, bandwidth=%u, burst=%u", b.ifl, b.bandwidth, b.burst);
+}
+
+void cos_fragmap(Out &out, const void *message) {
+  const auto b = raw_body<tarvik_cos_fragmap_body>(message);
+  out.add("ifl=%u, frag_map_id=%u, entries=%u, data-size %u", b.ifl, b.frag_map_id, b.entries,
+          b.data_size);
+}
+
+// An association: its fixed part (96 bytes) and the name, the first section behind it, of the
+// length at 73.  The direction is sa_byte0 (48), the protocol sa_byte1 (49), the index sa_id (32),
+// the interface sa_value (40), the SPI at 36.
+void sa_info(Out &out, const void *message) {
+  constexpr size_t kFixed = 96, kNameMax = 255;
+  uint8_t b[kFixed + kNameMax + 1] = {};
+  const auto *m = static_cast<const uint8_t *>(message);
+  const uint32_t msglen = wire::load_u32(m + wire::kMsglenAt);
+  memcpy(b, m, msglen < sizeof b - 1 ? msglen : sizeof b - 1);
+  const Name name(b + kFixed, b[73]);
+  const char *direction = b[48] == TARVIK_SA_INBOUND    ? "inbound"
+                          : b[48] == TARVIK_SA_OUTBOUND ? "outbound"
+                                                        : "none";
+  out.add("sadb name=%s direc=%s spi=%d proto=%d idx=%d iflidx=%d", name.s, direction,
+          static_cast<int>(wire::load_u32(b + 36)), b[49], static_cast<int>(wire::load_u32(b + 32)),
+          static_cast<int>(wire::load_u32(b + 40)));
+}
+
 template <typename T>
 const T &as(const void *message) {
   return *static_cast<const T *>(message);
@@ -290,6 +352,23 @@ void append_type_text(Out &out, int type, int mode, const void *message) {
       (void)tarvik_ifsm_print(message, line, sizeof line, mode);
       return out.put(line);
     }
+    case TLK_MSG_COS_INFO:
+      return cos_info(out, message);
+    case TLK_MSG_COS_FABRIC:
+      return cos_fabric(out, message);
+    case TLK_MSG_COS_CLASS:
+      return cos_class(out, message);
+    case TLK_MSG_COS_RED:
+      return cos_red(out, message);
+    case TLK_MSG_COS_REWRT:
+      return cos_rewrite(out, message);
+    case TLK_MSG_COS_POLICER:
+    case TLK_MSG_COS_SHAPER:
+      return cos_rate(out, message);
+    case TLK_MSG_SA_INFO:
+      return sa_info(out, message);
+    case TLK_MSG_COS_FRAGMAP:
+      return cos_fragmap(out, message);
     default:
       return;  // the common columns say all there is for the other types
   }

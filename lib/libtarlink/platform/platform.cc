@@ -68,6 +68,9 @@ void host_syslog(int priority, const char *text) {
 void host_print_stderr(const char *text) {
   ::fprintf(stderr, "%s\n", text);
 }
+void host_print_stdout(const char *text) {
+  ::fputs(text, stdout);
+}
 void host_exit(int status) {
   ::exit(status);
 }
@@ -243,6 +246,7 @@ constexpr tlk_platform kHost = {
     .interface_info_index = host_interface_info_index,
     .interface_mask_table = g_interface_masks.rows,
     .interface_mask_rows = kInterfaceMaskRows,
+    .print_stdout = host_print_stdout,
 };
 
 }  // namespace
