@@ -11,7 +11,9 @@
 // `len` counts the value only.  The pad (zero bytes, not counted) brings the next item to a
 // multiple of 4 from the start of the record being encoded, so every encoded record is a
 // multiple of 4 long and a nested record needs no pad of its own.
+#include <atomic>
 #include <cstring>
+#include <vector>
 
 #include "idl/engine.h"
 #include "tarlink.h"
@@ -121,6 +123,105 @@ uint32_t encode_choice(const Record &r, const void *rec, const void *map, const 
   return 12 + n;
 }
 
+// The values of a plain record's full image, grouped by width: copying all the 4-byte values,
+// then all the 2-byte ones and so on costs a load and a store each, where one copy per field in
+// record order would branch on a width that changes from field to field.  Built from the
+// record's flat plan on first use and kept for the life of the process, in a table that threads
+// fill without a lock; a record whose slot another thread is filling takes the per-field path.
+struct Moves {
+  std::vector<uint32_t> at[4];  // widths 1, 2, 4, 8: pairs of (offset in memory, in the image)
+  std::vector<Segment> other;   // byte arrays of any other size
+  std::vector<uint32_t> heads;  // offset in the image of each item head, in field order
+};
+
+Moves *build_moves(const Record &r) {
+  auto *m = new Moves;
+  const FlatPlan &fp = *r.flat;
+  for (uint16_t i = 0; i < r.nfields; ++i) {
+    const Segment &sg = fp.tlv[i];
+    const int k = sg.len == 1 ? 0 : sg.len == 2 ? 1 : sg.len == 4 ? 2 : sg.len == 8 ? 3 : -1;
+    if (k < 0) {
+      m->other.push_back(sg);
+    } else {
+      m->at[k].push_back(sg.mem_off);
+      m->at[k].push_back(sg.wire_off);
+    }
+    m->heads.push_back(sg.wire_off - 8);
+  }
+  return m;
+}
+
+constexpr size_t kMoveSlots = 4096;
+std::atomic<const Record *> g_move_keys[kMoveSlots];
+std::atomic<const Moves *> g_moves[kMoveSlots];
+
+const Moves *moves_of(const Record &r) {
+  size_t h = static_cast<size_t>(
+      (uint64_t{reinterpret_cast<uintptr_t>(&r)} >> 3) * 0x9E3779B97F4A7C15ull >> 52);
+  for (size_t probe = 0; probe < 64; ++probe, h = (h + 1) % kMoveSlots) {
+    const Record *key = g_move_keys[h].load(std::memory_order_acquire);
+    if (key == &r) return g_moves[h].load(std::memory_order_acquire);
+    if (key != nullptr) continue;
+    const Record *expected = nullptr;
+    if (g_move_keys[h].compare_exchange_strong(expected, &r, std::memory_order_acq_rel)) {
+      const Moves *m = build_moves(r);
+      g_moves[h].store(m, std::memory_order_release);
+      return m;
+    }
+    if (expected == &r) return g_moves[h].load(std::memory_order_acquire);
+  }
+  return nullptr;
+}
+
+template <typename T>
+inline void move_all(uint8_t *dst, const uint8_t *src, const std::vector<uint32_t> &pairs,
+                     bool to_image) {
+  const uint32_t *p = pairs.data();
+  const size_t n = pairs.size();
+  for (size_t i = 0; i < n; i += 2) {
+    T v;
+    if (to_image) {
+      std::memcpy(&v, src + p[i], sizeof v);
+      std::memcpy(dst + p[i + 1], &v, sizeof v);
+    } else {
+      std::memcpy(&v, src + p[i + 1], sizeof v);
+      std::memcpy(dst + p[i], &v, sizeof v);
+    }
+  }
+}
+
+// A byte array of a few words, in 8-byte moves (the last one overlapping) rather than a call.
+inline void copy_bytes(uint8_t *dst, const uint8_t *src, uint32_t n) {
+  if (n < 8) {
+    std::memcpy(dst, src, n);
+    return;
+  }
+  uint64_t v;
+  uint32_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    std::memcpy(&v, src + i, 8);
+    std::memcpy(dst + i, &v, 8);
+  }
+  if (i < n) {
+    std::memcpy(&v, src + n - 8, 8);
+    std::memcpy(dst + n - 8, &v, 8);
+  }
+}
+
+// Copies every value between the record and its full image, in the direction asked.
+void move_values(const Moves &m, uint8_t *dst, const uint8_t *src, bool to_image) {
+  move_all<uint32_t>(dst, src, m.at[2], to_image);
+  move_all<uint8_t>(dst, src, m.at[0], to_image);
+  move_all<uint16_t>(dst, src, m.at[1], to_image);
+  move_all<uint64_t>(dst, src, m.at[3], to_image);
+  for (const Segment &sg : m.other) {
+    if (to_image)
+      copy_bytes(dst + sg.wire_off, src + sg.mem_off, sg.len);
+    else
+      copy_bytes(dst + sg.mem_off, src + sg.wire_off, sg.len);
+  }
+}
+
 // Records the call only: the release probe of repeated nested records.
 void probe(void *, void *ctx) {
   *static_cast<bool *>(ctx) = true;
@@ -137,8 +238,12 @@ uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *
     // Every field of a plain record: the template of heads and pads, then the values.
     const FlatPlan &fp = *r.flat;
     std::memcpy(buf, fp.tlv_template, fp.tlv_size);
-    for (uint16_t i = 0; i < r.nfields; ++i) {
-      copy_small(buf + fp.tlv[i].wire_off, bytes(rec, fp.tlv[i].mem_off), fp.tlv[i].len);
+    if (const Moves *m = moves_of(r)) {
+      move_values(*m, buf, bytes(rec), true);
+    } else {
+      for (uint16_t i = 0; i < r.nfields; ++i) {
+        copy_small(buf + fp.tlv[i].wire_off, bytes(rec, fp.tlv[i].mem_off), fp.tlv[i].len);
+      }
     }
     return fp.tlv_size;
   }
@@ -423,6 +528,22 @@ int32_t decode_field(const Record &r, const Field &f, void *rec, void *map, cons
 // which starts again from a cleared record.
 bool decode_canonical(const Record &r, void *rec, void *map, const uint8_t *data) {
   const FlatPlan &fp = *r.flat;
+  if (const Moves *m = moves_of(r)) {
+    // All heads first, folded into one test, then the values by width.
+    uint64_t differ = 0;
+    const uint32_t *at = m->heads.data();
+    for (uint16_t i = 0; i < r.nfields; ++i) {
+      uint64_t head;
+      std::memcpy(&head, data + at[i], 8);
+      differ |= head ^ fp.tlv_heads[i];
+    }
+    if (differ != 0) return false;
+    move_values(*m, bytes(rec), data, false);
+    if (map != nullptr) {
+      for (uint16_t i = 0; i < r.nfields; ++i) set_map_bit(map, r.fields[i]);
+    }
+    return true;
+  }
   for (uint16_t i = 0; i < r.nfields; ++i) {
     uint64_t head;
     std::memcpy(&head, data + fp.tlv[i].wire_off - 8, 8);
