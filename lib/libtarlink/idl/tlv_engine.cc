@@ -419,6 +419,29 @@ uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *
         uint32_t count = u32_at(rec, f.aux);
         const uint8_t *emaps =
             map == nullptr ? nullptr : static_cast<const uint8_t *>(ptr_at(map, f.map_sub));
+        const Record &sub = *f.sub;
+        if (plan != nullptr && sub.flat != nullptr && sub.hooks == nullptr) {
+          // Whole plain elements: head, the element's template and its values, with the
+          // element's plan looked up once for the list.
+          const TlvPlan *eplan = plan_of(sub);
+          const FlatPlan &fp = *sub.flat;
+          for (uint32_t k = 0; eplan != nullptr && k < count; ++k) {
+            const void *elem = f.kind == Kind::kListInline
+                                   ? arr + uint64_t{k} * sub.size
+                                   : ptr_at(arr, static_cast<uint32_t>(k * sizeof(void *)));
+            if (elem == nullptr) continue;
+            if (!w.fits(off, 8 + fp.tlv_size)) {
+              off = nested_item(w, off, r, f.tag, sub, elem, nullptr);
+              continue;
+            }
+            const uint64_t head = uint64_t{f.tag} | uint64_t{fp.tlv_size} << 32;
+            std::memcpy(buf + off, &head, 8);
+            std::memcpy(buf + off + 8, fp.tlv_template, fp.tlv_size);
+            move_values(eplan->whole, buf + off + 8, bytes(elem), true);
+            off += 8 + fp.tlv_size;
+          }
+          if (eplan != nullptr) break;
+        }
         for (uint32_t k = 0; k < count; ++k) {
           // Element maps advance with the index, also over null entries.
           const void *emap = emaps == nullptr ? nullptr : emaps + uint64_t{k} * f.sub->map_size;
