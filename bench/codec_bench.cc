@@ -3,6 +3,10 @@
 //   flat:   t_flat, 55 plain fields, 248 bytes in memory
 //   nested: t_nested_msg, a tlk_hdr, a u32, a 64-byte blob and a list of two 4-field records
 //
+// The peer: the same two messages through protobuf (bench/codec_peer.proto), serialized into a
+// buffer of the right size and parsed back into a reused message, when protobuf was found at
+// configure time.
+//
 // Each benchmark reports bytes/s of the encoded form and "field" as time per field (inverted
 // rate).  Decoders allocate from a bump arena reset per iteration, as a decoded message lives in
 // one arena.
@@ -12,6 +16,10 @@
 #include <vector>
 
 #include "tarlink_test_records.h"
+
+#ifdef TARLINK_BENCH_PROTOBUF
+#include "codec_peer.pb.h"
+#endif
 
 namespace {
 
@@ -231,5 +239,134 @@ BENCHMARK(BM_Nested_IdrDecode);
 BENCHMARK(BM_Nested_Memcpy_TlvBytes);
 BENCHMARK(BM_Nested_TlvEncode);
 BENCHMARK(BM_Nested_TlvDecode);
+
+// ---- the protobuf peer ----
+
+#ifdef TARLINK_BENCH_PROTOBUF
+
+tlkbench::Flat peer_flat(const t_flat &f) {
+  tlkbench::Flat p;
+  p.set_f32_0(f.f32_0);
+  p.set_f32_1(f.f32_1);
+  p.set_f32_2(f.f32_2);
+  p.set_f32_3(f.f32_3);
+  p.set_f32_4(f.f32_4);
+  p.set_f32_5(f.f32_5);
+  p.set_f32_6(f.f32_6);
+  p.set_f32_7(f.f32_7);
+  p.set_f32_8(f.f32_8);
+  p.set_f32_9(f.f32_9);
+  p.set_f32_10(f.f32_10);
+  p.set_f32_11(f.f32_11);
+  p.set_f32_12(f.f32_12);
+  p.set_f32_13(f.f32_13);
+  p.set_f32_14(f.f32_14);
+  p.set_f32_15(f.f32_15);
+  p.set_f32_16(f.f32_16);
+  p.set_f32_17(f.f32_17);
+  p.set_f32_18(f.f32_18);
+  p.set_f32_19(f.f32_19);
+  p.set_f32_20(f.f32_20);
+  p.set_f32_21(f.f32_21);
+  p.set_f32_22(f.f32_22);
+  p.set_f32_23(f.f32_23);
+  p.set_f32_24(f.f32_24);
+  p.set_f32_25(f.f32_25);
+  p.set_f32_26(f.f32_26);
+  p.set_f32_27(f.f32_27);
+  p.set_f32_28(f.f32_28);
+  p.set_f32_29(f.f32_29);
+  p.set_f64_0(f.f64_0);
+  p.set_f64_1(f.f64_1);
+  p.set_f64_2(f.f64_2);
+  p.set_f64_3(f.f64_3);
+  p.set_f64_4(f.f64_4);
+  p.set_f64_5(f.f64_5);
+  p.set_f64_6(f.f64_6);
+  p.set_f64_7(f.f64_7);
+  p.set_f16_0(f.f16_0);
+  p.set_f16_1(f.f16_1);
+  p.set_f16_2(f.f16_2);
+  p.set_f16_3(f.f16_3);
+  p.set_f16_4(f.f16_4);
+  p.set_f16_5(f.f16_5);
+  p.set_f16_6(f.f16_6);
+  p.set_f16_7(f.f16_7);
+  p.set_f16_8(f.f16_8);
+  p.set_f16_9(f.f16_9);
+  p.set_f16_10(f.f16_10);
+  p.set_f16_11(f.f16_11);
+  p.set_f16_12(f.f16_12);
+  p.set_f16_13(f.f16_13);
+  p.set_f16_14(f.f16_14);
+  p.set_f16_15(f.f16_15);
+  p.set_fbytes(f.fbytes, sizeof f.fbytes);
+  return p;
+}
+
+tlkbench::Nested peer_nested(const Nested &n) {
+  tlkbench::Nested p;
+  tlkbench::Hdr *h = p.mutable_hdr();
+  h->set_type(n.msg.hdr.tlkh_type);
+  h->set_seq(n.msg.hdr.tlkh_seq);
+  h->set_fixedlen(n.msg.hdr.tlkh_fixedlen);
+  p.set_id(n.msg.id);
+  p.set_payload(n.payload, sizeof n.payload);
+  for (const t_sub &s : n.subs) {
+    tlkbench::Sub *e = p.add_subs();
+    e->set_a(s.a);
+    e->set_b(s.b);
+    e->set_c(s.c);
+    e->set_d(s.d);
+  }
+  return p;
+}
+
+template <typename Msg>
+void peer_encode(benchmark::State &state, const Msg &m, double fields) {
+  std::vector<uint8_t> out(m.ByteSizeLong());
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(m.SerializeToArray(out.data(), static_cast<int>(out.size())));
+    benchmark::ClobberMemory();
+  }
+  report(state, out.size(), fields);
+}
+
+template <typename Msg>
+void peer_decode(benchmark::State &state, const Msg &m, double fields) {
+  std::vector<uint8_t> in(m.ByteSizeLong());
+  (void)m.SerializeToArray(in.data(), static_cast<int>(in.size()));
+  Msg back;
+  bool ok = true;
+  for (auto _ : state) {
+    ok &= back.ParseFromArray(in.data(), static_cast<int>(in.size()));
+    benchmark::ClobberMemory();
+  }
+  if (!ok || back.SerializeAsString() != m.SerializeAsString())
+    state.SkipWithError("parsed message differs");
+  report(state, in.size(), fields);
+}
+
+void BM_Flat_ProtobufEncode(benchmark::State &state) {
+  peer_encode(state, peer_flat(make_flat()), kFlatFields);
+}
+void BM_Flat_ProtobufDecode(benchmark::State &state) {
+  peer_decode(state, peer_flat(make_flat()), kFlatFields);
+}
+void BM_Nested_ProtobufEncode(benchmark::State &state) {
+  Nested n;
+  peer_encode(state, peer_nested(n), kNestedFields);
+}
+void BM_Nested_ProtobufDecode(benchmark::State &state) {
+  Nested n;
+  peer_decode(state, peer_nested(n), kNestedFields);
+}
+
+BENCHMARK(BM_Flat_ProtobufEncode);
+BENCHMARK(BM_Flat_ProtobufDecode);
+BENCHMARK(BM_Nested_ProtobufEncode);
+BENCHMARK(BM_Nested_ProtobufDecode);
+
+#endif  // TARLINK_BENCH_PROTOBUF
 
 }  // namespace

@@ -4,7 +4,10 @@
 set -euo pipefail
 
 tarlink_install_deps() {
-  local wanted=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev zlib1g-dev nettle-dev libmnl-dev "$@")
+  # The benchmarks' peers (netlink, protobuf) are optional: their parts are compiled out when the
+  # packages are absent.
+  local bench=(libmnl-dev libprotobuf-dev protobuf-compiler)
+  local wanted=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev zlib1g-dev nettle-dev "${bench[@]}" "$@")
   local missing=()
   for p in "${wanted[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

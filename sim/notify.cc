@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 
 #include "core.h"
 #include "wire.h"
@@ -19,6 +20,23 @@ constexpr size_t kPackCap = 64 * 1024;
 constexpr unsigned kOpaqueListenBit = 35;
 constexpr size_t kOpaqueSubtypeOffset = 24;
 
+// The listen bits of each message type, looked up once: a broadcast asks for them per change.
+struct ListenBits {
+  bool known = false;
+  uint32_t low = 0;
+  uint32_t high = 0;
+};
+const ListenBits &listen_bits(uint8_t type) {
+  static const auto table = [] {
+    std::array<ListenBits, 256> t{};
+    for (unsigned i = 0; i < t.size(); ++i) {
+      t[i].known = tlk_async_listen_bits(i, &t[i].low, &t[i].high) == 0;
+    }
+    return t;
+  }();
+  return table[type];
+}
+
 bool is_change(uint8_t op) {
   return op == TLK_OP_ADD || op == TLK_OP_CHANGE || op == TLK_OP_DELETE || op == TLK_OP_DELETEALL;
 }
@@ -29,18 +47,21 @@ std::pair<uint32_t, uint32_t> Core::listen_mask(int fd) const {
   auto st = notify_state.find(fd);
   const uint64_t listen_stamp = st != notify_state.end() ? st->second.listen_stamp : 0;
   const uint64_t filter_stamp = st != notify_state.end() ? st->second.filter_stamp : 0;
+  // The options are read in place: this runs for every session on every change.
+  const Session *s = find(fd);
+  if (s == nullptr) return {0, 0};
   if (filter_stamp > listen_stamp) {
     // The filter record: the full mask, then the filter whose bytes 8 to 15 are the dropped bits.
-    auto rec = option(fd, TLK_SOL_ROUTE, TLK_SO_FILTERS);
-    if (rec && rec->size() >= 24) {
-      const uint8_t *r = rec->data();
+    auto rec = s->options.find({TLK_SOL_ROUTE, TLK_SO_FILTERS});
+    if (rec != s->options.end() && rec->second.size() >= 24) {
+      const uint8_t *r = rec->second.data();
       return {wire::load_u32(r) & ~wire::load_u32(r + 16),
               wire::load_u32(r + 4) & ~wire::load_u32(r + 20)};
     }
   }
-  auto mask = option(fd, TLK_SOL_ROUTE, TLK_SO_LISTEN);
-  if (!mask || mask->size() < 8) return {0, 0};
-  return {wire::load_u32(mask->data()), wire::load_u32(mask->data() + 4)};
+  auto mask = s->options.find({TLK_SOL_ROUTE, TLK_SO_LISTEN});
+  if (mask == s->options.end() || mask->second.size() < 8) return {0, 0};
+  return {wire::load_u32(mask->second.data()), wire::load_u32(mask->second.data() + 4)};
 }
 
 void Core::notify_option_set(int fd, int level, int name) {
@@ -74,8 +95,9 @@ bool Core::notify_session(Session &s, std::span<const uint8_t> bytes) {
 bool Core::has_listener(uint8_t type, int except_fd) const {
   // No session has asked for anything: the common case of a bulk load, asked once per change.
   if (notify_state.empty()) return false;
-  uint32_t want_low = 0, want_high = 0;
-  if (tlk_async_listen_bits(type, &want_low, &want_high) != 0) return false;
+  const ListenBits &want = listen_bits(type);
+  if (!want.known) return false;
+  const uint32_t want_low = want.low, want_high = want.high;
   for (const auto &entry : notify_state) {
     const int fd = entry.first;
     if (fd == except_fd) continue;
@@ -86,8 +108,9 @@ bool Core::has_listener(uint8_t type, int except_fd) const {
 }
 
 size_t Core::notify(uint8_t type, std::span<const uint8_t> bytes, int except_fd) {
-  uint32_t want_low = 0, want_high = 0;
-  if (tlk_async_listen_bits(type, &want_low, &want_high) != 0) return 0;
+  const ListenBits &want = listen_bits(type);
+  if (!want.known) return 0;
+  const uint32_t want_low = want.low, want_high = want.high;
   const bool opaque_raw =
       type == TLK_MSG_ASYNC_OPAQUE && !wire::is_frame(bytes) && bytes.size() > kOpaqueSubtypeOffset;
   size_t reached = 0;

@@ -149,6 +149,46 @@ TEST_F(EnvelopeTest, DecodeArenaStartsAtBlockSizeOrFramePlus1024) {
   EXPECT_EQ(err, EINVAL);
 }
 
+// The encoded buffer is not cleared before encoding: every byte of the frame, pads included, is
+// the encoder's, so a block full of other bytes gives the same frame as a zeroed one.
+uint8_t g_fill = 0;
+void *filling_malloc(unsigned memid, size_t size) {
+  void *p = g_real_malloc(memid, size);
+  if (p != nullptr) memset(p, g_fill, size);
+  return p;
+}
+
+Bytes encoded_over(tarvik_cookie *c, uint8_t fill, const void *raw, const void *mask) {
+  g_fill = fill;
+  g_real_malloc = tarvik_malloc;
+  tarvik_malloc = filling_malloc;
+  void *buf = nullptr;
+  size_t len = 0;
+  const int err = tarvik_msg_idl_encode(c, raw, mask, &buf, &len);
+  tarvik_malloc = g_real_malloc;
+  EXPECT_EQ(err, 0);
+  Bytes out(static_cast<uint8_t *>(buf), static_cast<uint8_t *>(buf) + len);
+  tarvik_msg_free(c, buf);
+  return out;
+}
+
+TEST_F(EnvelopeTest, EveryByteOfAnEncodedFrameIsWrittenWhateverTheBlockHeld) {
+  auto *g = static_cast<gencfg_msg *>(tarvik_msg_malloc(c));
+  g->gencfg_hdr.tlkh_type = TLK_MSG_GENCFG;
+  uint8_t blob[5] = {1, 2, 3, 4, 5}, key[3] = {'k', 'e', 'y'};
+  g->blob = blob;
+  g->blob_len = sizeof blob;
+  g->key = key;
+  g->key_len = sizeof key;
+  g->lrid = 9;
+  EXPECT_EQ(encoded_over(c, 0xA5, g, nullptr), encoded_over(c, 0, g, nullptr));
+  tlk_base *m = base_message();
+  const tlk_base_tlvmap mask = header_mask();
+  EXPECT_EQ(encoded_over(c, 0xA5, m, &mask), encoded_over(c, 0, m, &mask));
+  tarvik_msg_free(c, m);
+  tarvik_msg_free(c, g);
+}
+
 TEST_F(EnvelopeTest, CallerAreaTooSmallIsLoggedAsAllocationFailure) {
   tlk_base *m = base_message();
   const tlk_base_tlvmap mask = header_mask();

@@ -42,6 +42,8 @@
 #include <compare>
 #include <map>
 #include <span>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "tarsim/kernel.hpp"
@@ -91,6 +93,89 @@ struct GencfgEntry {
   std::vector<GencfgDep> deps;
 };
 
+// The blobs by key.  Look-ups and changes go through a hash table; walks in key order through an
+// index of the stored pairs, built on the first walk and kept from then on: keys added since the
+// last walk are sorted and merged in at the next one, and a removed key stays in the index as a
+// hole (its pair kept aside) until holes make up half of it.  So a million adds cost a hash
+// insert each, and walking stays ordered without an ordered tree's miss per level.
+class TARSIM_EXPORT GencfgStore {
+ public:
+  using value_type = std::pair<const GencfgKey, GencfgEntry>;
+
+ private:
+  struct Slot {
+    const value_type *pair;
+    bool gone;
+  };
+
+ public:
+  class const_iterator {
+   public:
+    using value_type = GencfgStore::value_type;
+    using reference = const value_type &;
+    using pointer = const value_type *;
+    using difference_type = std::ptrdiff_t;
+    using iterator_category = std::forward_iterator_tag;
+    const_iterator() = default;
+    reference operator*() const { return *at_->pair; }
+    pointer operator->() const { return at_->pair; }
+    const_iterator &operator++() {
+      ++at_;
+      skip();
+      return *this;
+    }
+    const_iterator operator++(int) {
+      const_iterator old = *this;
+      ++*this;
+      return old;
+    }
+    bool operator==(const const_iterator &o) const { return at_ == o.at_; }
+
+   private:
+    friend class GencfgStore;
+    const_iterator(const Slot *at, const Slot *end) : at_(at), end_(end) { skip(); }
+    void skip() {
+      while (at_ != end_ && at_->gone) ++at_;
+    }
+    const Slot *at_ = nullptr;
+    const Slot *end_ = nullptr;
+  };
+
+  GencfgStore() = default;
+  GencfgStore(const GencfgStore &) = delete;
+  GencfgStore &operator=(const GencfgStore &) = delete;
+
+  // In key order.
+  const_iterator begin() const;
+  const_iterator end() const;
+  // The first blob at or after `key`, and the first after it.
+  const_iterator lower_bound(const GencfgKey &key) const;
+  const_iterator upper_bound(const GencfgKey &key) const;
+
+  size_t size() const { return map_.size(); }
+  bool empty() const { return map_.empty(); }
+  const GencfgEntry *find(const GencfgKey &key) const;
+  // Stores `entry` under its id, replacing what the key held; the stored entry.
+  GencfgEntry &put(GencfgEntry &&entry);
+  // Removes the key, moving its entry to `out` if given; false if it was not there.
+  bool erase(const GencfgKey &key, GencfgEntry *out = nullptr);
+  void clear();
+
+ private:
+  struct Hash {
+    size_t operator()(const GencfgKey &k) const;
+  };
+  using Map = std::unordered_map<GencfgKey, GencfgEntry, Hash>;
+  const std::vector<Slot> &index() const;
+  size_t first_not_below(const GencfgKey &key) const;
+
+  Map map_;
+  mutable std::vector<Slot> order_;              // sorted by key; valid while indexed_
+  mutable std::vector<const value_type *> new_;  // added since the last walk, unsorted
+  mutable std::vector<Map::node_type> removed_;  // the pairs of the holes in order_
+  mutable bool indexed_ = false;
+};
+
 // The kernel's blobs: Kernel::gencfg().
 class TARSIM_EXPORT Gencfg {
  public:
@@ -113,7 +198,7 @@ class TARSIM_EXPORT Gencfg {
 
   const GencfgEntry *find(const GencfgKey &key) const;
   // Every blob, in key order.
-  const std::map<GencfgKey, GencfgEntry> &store() const;
+  const GencfgStore &store() const;
   size_t size() const;
   // Forgets every blob; the kernel tells nobody.
   void clear();

@@ -8,6 +8,6 @@
 
 namespace tarsim::internal {
 
-void seed_filter_heads(std::map<GencfgKey, GencfgEntry> &store);
+void seed_filter_heads(GencfgStore &store);
 
 }  // namespace tarsim::internal

@@ -38,7 +38,7 @@ const DfwHeadInfo kSeedHeads[] = {
 
 }  // namespace
 
-void seed_filter_heads(std::map<GencfgKey, GencfgEntry> &store) {
+void seed_filter_heads(GencfgStore &store) {
   for (const DfwHeadInfo &h : kSeedHeads) {
     const uint32_t be = htonl(h.index);
     GencfgEntry e;
@@ -46,7 +46,7 @@ void seed_filter_heads(std::map<GencfgKey, GencfgEntry> &store) {
                              std::span(reinterpret_cast<const uint8_t *>(&be), 4));
     e.flags = TLK_GENCFG_KEY;
     e.blob = Dfw::head_blob(h);
-    store[e.id] = std::move(e);
+    store.put(std::move(e));
   }
 }
 

@@ -100,7 +100,7 @@ gencfg_msg message_of(const GencfgEntry &e, uint8_t op, uint32_t seq,
 
 // The interface sets the store starts with: blobs of major 10, minor 0, keyed by the set's index
 // in network order, each the TLV form of an iflset_blob.
-void seed_iflsets(std::map<GencfgKey, GencfgEntry> &store) {
+void seed_iflsets(GencfgStore &store) {
   constexpr uint16_t kIflsetMajor = 10, kIflsetMinor = 0;
   for (const IflsetSeed &seed : iflset_seeds()) {
     iflset_blob set{};
@@ -118,7 +118,7 @@ void seed_iflsets(std::map<GencfgKey, GencfgEntry> &store) {
     e.blob.resize(tlv_encode_iflset_blob_0(&set, nullptr, nullptr, 0));
     (void)tlv_encode_iflset_blob_0(&set, nullptr, e.blob.data(),
                                    static_cast<uint32_t>(e.blob.size()));
-    store[e.id] = std::move(e);
+    store.put(std::move(e));
   }
 }
 
@@ -149,13 +149,10 @@ class GencfgFamily final : public Family {
     });
   }
 
-  const GencfgEntry *find(const GencfgKey &key) const {
-    auto it = store.find(key);
-    return it == store.end() ? nullptr : &it->second;
-  }
+  const GencfgEntry *find(const GencfgKey &key) const { return store.find(key); }
   size_t change(uint8_t op, const GencfgEntry &entry);
 
-  std::map<GencfgKey, GencfgEntry> store;
+  GencfgStore store;
   uint32_t peermask = 0;
 
  private:
@@ -187,7 +184,7 @@ size_t GencfgFamily::change(uint8_t op, const GencfgEntry &entry) {
   if (op == TLK_OP_DELETE) {
     store.erase(entry.id);
   } else if (op == TLK_OP_ADD || op == TLK_OP_CHANGE) {
-    store[entry.id] = entry;
+    store.put(GencfgEntry(entry));
   } else {
     return 0;
   }
@@ -211,14 +208,11 @@ void GencfgFamily::answer(Session &s, const gencfg_msg &req, bool tlv) {
   // listeners as a delete.
   auto remove_if = [&](auto match) {
     std::vector<GencfgEntry> gone;
-    for (auto it = store.begin(); it != store.end();) {
-      if (it->first.major == req.major && it->first.minor == req.minor && match(it->first)) {
-        gone.push_back(std::move(it->second));
-        it = store.erase(it);
-      } else {
-        ++it;
-      }
+    for (auto it = store.lower_bound(GencfgKey{req.major, req.minor, 0, 0, {}});
+         it != store.end() && it->first.major == req.major && it->first.minor == req.minor; ++it) {
+      if (match(it->first)) gone.push_back(it->second);
     }
+    for (const GencfgEntry &e : gone) store.erase(e.id);
     for (const GencfgEntry &e : gone) notify(TLK_OP_DELETE, e, fd);
   };
 
@@ -227,14 +221,12 @@ void GencfgFamily::answer(Session &s, const gencfg_msg &req, bool tlv) {
     case TLK_OP_CHANGE: {
       GencfgEntry e = entry_of(req);
       notify(op, e, fd);
-      store[e.id] = std::move(e);
+      store.put(std::move(e));
       return;
     }
     case TLK_OP_DELETE: {
-      auto it = store.find(key_of(req));
-      if (it == store.end()) return;
-      GencfgEntry gone = std::move(it->second);
-      store.erase(it);
+      GencfgEntry gone;
+      if (!store.erase(key_of(req), &gone)) return;
       notify(TLK_OP_DELETE, gone, fd);
       return;
     }
@@ -279,7 +271,7 @@ void GencfgFamily::answer(Session &s, const gencfg_msg &req, bool tlv) {
       }
       GencfgEntry e = entry_of(req);
       notify(op == TLK_OP_ADD_GET ? TLK_OP_ADD : TLK_OP_CHANGE, e, fd);
-      const GencfgEntry &stored = store[e.id] = std::move(e);
+      const GencfgEntry &stored = store.put(std::move(e));
       reply(stored);
       return;
     }
@@ -296,6 +288,111 @@ const FamilySlot<GencfgFamily> kGencfg("gencfg");
 
 // --- The facet ----------------------------------------------------------------------------
 
+// --- The store ----------------------------------------------------------------------------
+
+// The numeric key is added, not mixed in: consecutive numbers, the common way a writer numbers
+// its blobs, then land in consecutive buckets, and a run of adds touches memory in order instead
+// of one cold bucket and node each.
+size_t GencfgStore::Hash::operator()(const GencfgKey &k) const {
+  uint64_t h = uint64_t{k.major} | uint64_t{k.minor} << 16 | uint64_t{k.kind} << 32;
+  for (uint8_t b : k.key) h = (h ^ b) * 0x100000001B3ull;
+  h ^= h >> 29;
+  h *= 0xBF58476D1CE4E5B9ull;
+  h ^= h >> 32;
+  return static_cast<size_t>(h + k.kid);
+}
+
+const std::vector<GencfgStore::Slot> &GencfgStore::index() const {
+  auto before = [](const Slot &a, const Slot &b) { return a.pair->first < b.pair->first; };
+  if (!indexed_) {
+    order_.clear();
+    order_.reserve(map_.size());
+    for (const value_type &p : map_) order_.push_back({&p, false});
+    std::sort(order_.begin(), order_.end(), before);
+    new_.clear();
+    indexed_ = true;
+  } else if (!new_.empty()) {
+    const size_t old = order_.size();
+    for (const value_type *p : new_) order_.push_back({p, false});
+    new_.clear();
+    std::sort(order_.begin() + static_cast<std::ptrdiff_t>(old), order_.end(), before);
+    std::inplace_merge(order_.begin(), order_.begin() + static_cast<std::ptrdiff_t>(old),
+                       order_.end(), before);
+  }
+  return order_;
+}
+
+size_t GencfgStore::first_not_below(const GencfgKey &key) const {
+  const std::vector<Slot> &o = index();
+  return static_cast<size_t>(
+      std::lower_bound(o.begin(), o.end(), key,
+                       [](const Slot &s, const GencfgKey &k) { return s.pair->first < k; }) -
+      o.begin());
+}
+
+GencfgStore::const_iterator GencfgStore::begin() const {
+  const std::vector<Slot> &o = index();
+  return const_iterator(o.data(), o.data() + o.size());
+}
+GencfgStore::const_iterator GencfgStore::end() const {
+  const std::vector<Slot> &o = index();
+  return const_iterator(o.data() + o.size(), o.data() + o.size());
+}
+GencfgStore::const_iterator GencfgStore::lower_bound(const GencfgKey &key) const {
+  const size_t at = first_not_below(key);
+  return const_iterator(order_.data() + at, order_.data() + order_.size());
+}
+GencfgStore::const_iterator GencfgStore::upper_bound(const GencfgKey &key) const {
+  const std::vector<Slot> &o = index();
+  const auto at = std::upper_bound(
+      o.begin(), o.end(), key, [](const GencfgKey &k, const Slot &s) { return k < s.pair->first; });
+  return const_iterator(o.data() + (at - o.begin()), o.data() + o.size());
+}
+
+const GencfgEntry *GencfgStore::find(const GencfgKey &key) const {
+  auto it = map_.find(key);
+  return it == map_.end() ? nullptr : &it->second;
+}
+
+GencfgEntry &GencfgStore::put(GencfgEntry &&entry) {
+  auto [it, fresh] = map_.try_emplace(entry.id);
+  it->second = std::move(entry);
+  if (fresh && indexed_) new_.push_back(&*it);
+  return it->second;
+}
+
+bool GencfgStore::erase(const GencfgKey &key, GencfgEntry *out) {
+  auto it = map_.find(key);
+  if (it == map_.end()) return false;
+  if (out != nullptr) *out = std::move(it->second);
+  if (!indexed_) {
+    map_.erase(it);
+    return true;
+  }
+  // The pair stays alive, set aside, while its slot in the index is a hole: the slot's key is
+  // still compared by searches.
+  for (size_t i = first_not_below(key); i < order_.size(); ++i) {
+    if (order_[i].pair == &*it) {
+      order_[i].gone = true;
+      break;
+    }
+  }
+  removed_.push_back(map_.extract(it));
+  if (removed_.size() * 2 > order_.size()) {
+    std::erase_if(order_, [](const Slot &s) { return s.gone; });
+    removed_.clear();
+  }
+  return true;
+}
+
+void GencfgStore::clear() {
+  order_.clear();
+  new_.clear();
+  removed_.clear();
+  map_.clear();
+  indexed_ = false;
+}
+
 Gencfg Kernel::gencfg() {
   return Gencfg(&internal::kGencfg.in(*impl_));
 }
@@ -306,7 +403,7 @@ const Gencfg Kernel::gencfg() const {
 const GencfgEntry *Gencfg::find(const GencfgKey &key) const {
   return family_->find(key);
 }
-const std::map<GencfgKey, GencfgEntry> &Gencfg::store() const {
+const GencfgStore &Gencfg::store() const {
   return family_->store;
 }
 size_t Gencfg::size() const {

@@ -98,6 +98,58 @@ TEST_F(GencfgStoreTest, NumericKeysWalkInNumberOrder) {
   EXPECT_EQ(got, (std::vector<uint32_t>{1, 5, 6, 900, 70000}));
 }
 
+// The store's key order holds through adds and deletes made between walks: new keys merged in,
+// removed ones skipped, a removed key added again, and more than half removed at once.
+TEST_F(GencfgStoreTest, WalksStayInKeyOrderAcrossAddsAndDeletesBetweenThem) {
+  tarsim::Gencfg store = kernel.gencfg();
+  store.clear();
+  std::minstd_rand rng(7);
+  std::set<uint32_t> want;
+  auto add = [&](uint32_t kid) {
+    tarsim::GencfgEntry e;
+    e.id = tarsim::Gencfg::numeric_key(22, 2, kid);
+    e.flags = TLK_GENCFG_KID;
+    store.change(TLK_OP_ADD, e);
+    want.insert(kid);
+  };
+  auto remove = [&](uint32_t kid) {
+    tarsim::GencfgEntry e;
+    e.id = tarsim::Gencfg::numeric_key(22, 2, kid);
+    store.change(TLK_OP_DELETE, e);
+    want.erase(kid);
+  };
+  auto walked = [&] {
+    std::set<uint32_t> seen;
+    uint32_t last = 0;
+    for (const auto &[k, e] : store.store()) {
+      EXPECT_TRUE(seen.empty() || k.kid > last) << k.kid << " after " << last;
+      EXPECT_EQ(e.id, k);
+      last = k.kid;
+      seen.insert(k.kid);
+    }
+    return seen;
+  };
+  for (int i = 0; i < 200; ++i) add(static_cast<uint32_t>(rng() % 1000));
+  EXPECT_EQ(walked(), want);
+  for (int i = 0; i < 50; ++i) add(static_cast<uint32_t>(rng() % 1000));
+  remove(*want.begin());
+  EXPECT_EQ(walked(), want);
+  const std::vector<uint32_t> all(want.begin(), want.end());
+  for (size_t i = 0; i < all.size(); i += 3) remove(all[i]);
+  EXPECT_EQ(walked(), want);
+  for (size_t i = 1; i < all.size(); i += 3) remove(all[i]);  // past half: the holes go
+  add(all[0]);
+  EXPECT_EQ(walked(), want);
+  EXPECT_EQ(store.size(), want.size());
+
+  // The kernel's getnext answers from the same order.
+  gencfg_t r = numbered(22, 2, all[0]);
+  void *m = nullptr;
+  ASSERT_EQ(tarvik_gencfg_get(c, &r, TLK_OP_GETNEXT, &m, nullptr), 0);
+  EXPECT_EQ(r.kid, *want.upper_bound(all[0]));
+  tarvik_msg_free(c, m);
+}
+
 TEST_F(GencfgStoreTest, ChangeReplacesDeleteRemoves) {
   gencfg_t r = keyed(23, 1, "k");
   const Bytes one = {1}, two = {2, 2};

@@ -181,7 +181,9 @@ TLK_EXPORT int tarvik_msg_idl_encode(tarvik_cookie *cookie, const void *rawmsg, 
   }
   uint32_t size = tlk::idl::kFirstSize;
   for (;;) {
-    auto *buf = static_cast<uint8_t *>(tarvik_size_alloc(cookie, size));
+    // A message block, as tarvik_size_alloc gives it, but not cleared first: the encoder writes
+    // every byte of the frame, its pads included, and nothing past the frame is handed out.
+    auto *buf = static_cast<uint8_t *>(tarvik_malloc(MEMID_TARVIK_MSG, size));
     if (buf == nullptr) {
       tarvik_err(cookie, TLK_LEVEL_ERROR, "Allocation Failure for (%d) bytes",
                  static_cast<int>(size));

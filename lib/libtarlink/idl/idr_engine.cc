@@ -288,8 +288,20 @@ uint32_t idr_encode(const Record &r, const void *rec, uint8_t *buf, uint32_t len
             elem = ptr_at(arr, static_cast<uint32_t>(k * sizeof(void *)));
             if (elem == nullptr) continue;
           }
+          const Record &sub = *f.sub;
+          if (sub.flat != nullptr && sub.hooks == nullptr && w.fits(off, sub.flat->idr_size)) {
+            // A plain element in place: its image's copies, without a call per element.
+            const FlatPlan &fp = *sub.flat;
+            std::memset(w.buf + off, 0, fp.idr_size);
+            for (uint32_t s = 0; s < fp.idr_count; ++s) {
+              copy_small(w.buf + off + fp.idr[s].wire_off, bytes(elem, fp.idr[s].mem_off),
+                         fp.idr[s].len);
+            }
+            off += fp.idr_size;
+            continue;
+          }
           Writer sw = w.at(off);
-          off += idr_encode(*f.sub, elem, sw.buf, sw.len);
+          off += idr_encode(sub, elem, sw.buf, sw.len);
         }
         break;
       }
@@ -442,7 +454,20 @@ int32_t idr_decode(const Record &r, void *rec, const uint8_t *data, uint32_t len
           } else {
             e = arr + uint64_t{k} * f.sub->size;
           }
-          int32_t rc = nested(*f.sub, e);
+          const Record &sub = *f.sub;
+          if (sub.flat != nullptr && sub.hooks == nullptr && off % 4 == 0 &&
+              off + sub.flat->idr_size <= length) {
+            // A plain element whose image is there whole: cleared, then its copies.
+            const FlatPlan &fp = *sub.flat;
+            std::memset(e, 0, sub.size);
+            for (uint32_t s = 0; s < fp.idr_count; ++s) {
+              copy_small(bytes(e, fp.idr[s].mem_off), data + off + fp.idr[s].wire_off,
+                         fp.idr[s].len);
+            }
+            off += fp.idr_size;
+            continue;
+          }
+          int32_t rc = nested(sub, e);
           if (rc < 0) return rc;
         }
         break;
