@@ -15,6 +15,13 @@ set(TARLINK_SCHEMA_FILES
   ${TARLINK_SCHEMA_DIR}/firewall.schema
   ${TARLINK_SCHEMA_DIR}/attachments.schema
   ${TARLINK_SCHEMA_DIR}/blobs.schema
+  ${TARLINK_SCHEMA_DIR}/interface_options.schema
+  ${TARLINK_SCHEMA_DIR}/routing.schema
+  ${TARLINK_SCHEMA_DIR}/bridging.schema
+  ${TARLINK_SCHEMA_DIR}/analytics.schema
+  ${TARLINK_SCHEMA_DIR}/daemons.schema
+  ${TARLINK_SCHEMA_DIR}/subsystems.schema
+  ${TARLINK_SCHEMA_DIR}/misc.schema
   CACHE INTERNAL "the record schema")
 
 if(NOT TARGET idlgen)

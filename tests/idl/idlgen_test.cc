@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace {
@@ -55,6 +56,61 @@ TEST(Idlgen, ReferencesNeedTheirImports) {
   // The test schema nests the library's tlk_hdr: without the library schema imported it is unknown.
   EXPECT_NE(r.status, 0);
   EXPECT_NE(r.output.find("unknown record type 'tlk_hdr'"), std::string::npos) << r.output;
+}
+
+// What a record's head words change in the generated header and in the export list.
+TEST(Idlgen, InnerTagOnlyAndSystemRecordsExportAndDeclareLess) {
+  const std::string dir = ::testing::TempDir();
+  const std::string schema = dir + "/heads.schema", header = dir + "/heads.h",
+                    exports = dir + "/heads.exports";
+  {
+    std::FILE *f = std::fopen(schema.c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fputs(
+        "record plain host\n  u32 a tag=1\nend\n"
+        "record part host inner\n  u16 b tag=1\nend\n"
+        "record word host tagonly tlvonly\n  u8 c tag=1\n  nested part p tag=2\nend\n"
+        "record timeval host system=sys/time.h\n  growlong tv_sec tag=1\n"
+        "  growlong tv_usec tag=2\nend\n",
+        f);
+    std::fclose(f);
+  }
+  std::string cmd = std::string(IDLGEN_PATH) + " --header " + header + " --source /dev/null" +
+                    " --guard G --exports " + exports + " " + schema + " 2>&1";
+  ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
+  auto slurp = [](const std::string &path) {
+    std::string text;
+    std::FILE *f = std::fopen(path.c_str(), "r");
+    if (f == nullptr) return text;
+    char buf[4096];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) text.append(buf, n);
+    std::fclose(f);
+    return text;
+  };
+  const std::string h = slurp(header), x = slurp(exports);
+  struct Case {
+    const std::string *text;
+    const char *needle;
+    bool present;
+  } cases[] = {
+      {&x, "tlv_encode_plain_0\n", true},
+      {&x, "idr_rtti_sizeof_plain_0\n", true},
+      {&x, "_part_0", false},
+      {&x, "tlv_rtti_sizeof_map_word_0\n", true},
+      {&x, "idr_encode_word_0", false},
+      {&x, "tlv_decode_timeval_0\n", true},
+      {&h, "typedef struct plain plain;", true},
+      {&h, "typedef struct part part;", true},
+      {&h, "struct part {", true},
+      {&h, "typedef struct word word;", false},
+      {&h, "struct word {", true},
+      {&h, "#include <sys/time.h>", true},
+      {&h, "struct timeval {", false},
+      {&h, "struct timeval_tlvmap {", true},
+  };
+  for (const Case &c : cases) {
+    EXPECT_EQ(c.text->find(c.needle) != std::string::npos, c.present) << c.needle;
+  }
 }
 
 }  // namespace

@@ -267,8 +267,11 @@ bool parse_header(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
     return false;
   }
   Opts o = split_opts(t, 3);
-  std::set<std::string> keys = {"size32", "map32"}, flags = {"tlvonly", "alloc"};
+  std::set<std::string> keys = {"size32", "map32"},
+                        flags = {"tlvonly", "alloc", "inner", "tagonly"};
   rec.has_idr = !o.flags.count("tlvonly");
+  rec.inner = o.flags.count("inner") != 0;
+  rec.tag_only = o.flags.count("tagonly") != 0;
   rec.force_alloc = o.flags.count("alloc") != 0;
   if (o.kv.count("size32") && !parse_u32(o.kv["size32"], rec.size32)) {
     cx.error("bad size32");
@@ -309,7 +312,8 @@ bool parse_header(Ctx &cx, const std::vector<std::string> &t, Record &rec) {
       return false;
     }
   } else if (t[0] == "record") {
-    keys.insert("mapspare");
+    keys.insert({"mapspare", "system"});
+    if (o.kv.count("system")) rec.system = o.kv["system"];
     if (o.kv.count("mapspare") &&
         (!parse_u32(o.kv["mapspare"], rec.map_spare) || rec.map_spare == 0 || rec.map_spare > 64)) {
       cx.error("mapspare must be 1 to 64 words");

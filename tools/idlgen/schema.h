@@ -56,6 +56,9 @@ struct Record {
   bool has_idr = true;
   bool force_alloc = false;
   bool imported = false;  // described elsewhere: referenced, not emitted
+  bool inner = false;     // a building block of other records: no exported codecs or constants
+  bool tag_only = false;  // declared as `struct NAME` only, without a typedef of the same name
+  std::string system;     // the system header that defines the struct: only its map is emitted
   // choice records
   bool is_choice = false;
   std::string sel_name, resv_name, arm_name;
