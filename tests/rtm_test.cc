@@ -109,7 +109,7 @@ TEST_F(RtmTest, AnAddCarriesItsFieldsGatewayAndOpaqueBlock) {
        7,
        &garbage,
        0,
-       {0, 0, 0, 0, 0, 0, 0, 0, 7, 0, 0, 0}},
+       {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7}},  // the head alone, in network order
   };
   for (const auto &r : rows) {
     SCOPED_TRACE(r.what);
