@@ -296,8 +296,193 @@ struct Records {
   }
 };
 
+// The records of the object families whose texts are plain field lists.
+struct MoreRecords {
+  uint8_t v4[4] = {10, 1, 0, 0};
+  uint8_t v6[16] = {0x20, 0x01, 0x0d, 0xb8};
+  notify_nh_vid_content vids[2] = {{40, 3}, {41, 4}};
+  notify_nh_keyid_content keys[1] = {{42, 900}};
+  uint8_t arp[42] = {};
+  uint8_t ipv4_frame[20] = {};
+  ifdest_msg idm{};
+  res_msg_evo rme{};
+  ifvc_msg ivm{};
+  sample_msg smm{};
+  ifvp_msg ivp{};
+  tlk_commit_msg tcm{};
+  pic_msg picm{};
+  ksync_msg ksm{};
+  stp_msg stp{}, stp_no_if{};
+  vlan_msg vlm{};
+  mesh_group_msg mgm{};
+  analyzer_msg anm{};
+  bd_msg bdm{};
+  ifbd_msg ibm{};
+  fc_fabric_msg fcm{};
+  pktinject_msg pim_arp{}, pim_ip{};
+  notify_msg ntm{};
+
+  MoreRecords() {
+    head(idm.idm_hdr, 18, 1);
+    idm.idm_ifd_name = bytes("so-1/0/0");
+    idm.idm_ifd_name_len = 8;
+    idm.idm_unit = 3;
+    idm.idm_af = 2;
+    idm.idm_prefix = {16, 4, v4};
+
+    head(rme.rme_hdr, 19, 4);
+    rme.rme_af = 28;
+    rme.rme_ifidx = 66;
+    rme.rme_plen = 0x40;
+    rme.rme_prefix = {32, 16, v6};
+
+    head(ivm.ivm_hdr, 27, 2);
+    ivm.ivm_ifd = bytes("at-0/1/0");
+    ivm.ivm_ifd_len = 8;
+    ivm.ivm_vpci = 0x1f;
+    const uint8_t dst[4] = {192, 0, 2, 9};
+    memcpy(&ivm.ivm_ipdst, dst, 4);
+    ivm.ivm_ifl_index = 81;
+    ivm.ivm_flags = 0x6;
+    ivm.ivm_flap_cnt = 2;
+
+    head(smm.smm_hdr, 40, 1);
+    smm.smm_proto = 2;
+    smm.smm_rate = 1000;
+    smm.smm_max_pps = 500;
+    smm.smm_nh_index = 1048590;
+    smm.smm_class = 1;
+    smm.smm_run_len = 3;
+    smm.smm_num_ingr_ifl = 4;
+    smm.smm_num_egr_ifl = 5;
+    smm.smm_num_ingr_vlan = 6;
+    smm.smm_num_egr_vlan = 7;
+    smm.smm_ifd_index = 140;
+    smm.smm_op_bd_id = 8;
+    smm.smm_inst_id = 9;
+    memcpy(smm.smm_inst_name, "sampler", 7);
+    smm.smm_flags = 0x30;
+
+    head(ivp.ivp_hdr, 46, 1);
+    ivp.ivp_ifdev_index = 140;
+    ivp.ivp_vpi = 12;
+    ivp.ivp_flags = 1;
+
+    head(tcm.tcm_hdr, 49, 1);
+    tcm.tcm_peer_type = 2;
+    tcm.tcm_peer_index = 3;
+    tcm.tcm_peer_slot = 4;
+    tcm.tcm_cp_seq_num = 0x55;
+    tcm.tcm_commit_flags = 0x1;
+
+    head(picm.picm_hdr, 68, 2);
+    picm.picm_idx = 0x21;
+    picm.picm_id = 0x7;
+    picm.picm_flags = 0x100;
+    picm.picm_seq = 12;
+
+    head(ksm.ksm_hdr, 69, 1);
+    ksm.ksm_hdr.tlkh_seq = 31;
+    ksm.ksm_seqno = 0x99;
+    ksm.ksm_cp_cookie = 0xbeef;
+    ksm.ksync_flags = 0x2;
+
+    head(stp.stpm_hdr, 82, 2);
+    stp.stpm_idx = 5;
+    stp.stpm_state = 3;
+    stp.stpm_action = 1;
+    stp.stpm_epoch = 9;
+    stp.stpm_clear_epoch = 8;
+    stp.stpm_hw_learn = 1;
+    stp.stpm_tc_generation = 4;
+    stp.stpm_peer_ip = 0xFFFFFF0A;
+    stp_no_if = stp;
+    stp.stpm_inst_len = 20;
+    stp.stpm_inst.sii_ifl_index = 77;
+    stp.stpm_inst.sii_instance = 2;
+
+    head(vlm.vlm_hdr, 84, 4);
+    vlm.vlm_inst = 1;
+    vlm.vlm_index = 10;
+    vlm.vlm_tag = 100;
+    vlm.vlm_hw_token = 4000;
+
+    head(mgm.mgm_hdr, 87, 1);
+    mgm.mgm_name = bytes("__all_ces__");
+    mgm.mgm_name_len = 11;
+    mgm.mgm_af = 2;
+    mgm.mgm_rtb_id = 6;
+    mgm.mgm_key.mgi_index = 3;
+    mgm.mgm_flags = 1;
+
+    head(anm.anm_hdr, 88, 1);
+    anm.anm_index = 1;
+    anm.anm_op_nh = 1048600;
+    anm.anm_num_ingr_ifl = 2;
+    anm.anm_num_egr_ifl = 3;
+    anm.anm_num_ingr_vlan = 4;
+    anm.anm_num_egr_vlan = 5;
+    anm.anm_op_vlan_id = 6;
+
+    head(bdm.bdm_hdr, 89, 1);
+    bdm.bdm_name = bytes("bd10");
+    bdm.bdm_name_len = 4;
+    bdm.bdm_index = 10;
+    bdm.bdm_flags = 2;
+    bdm.bdm_cfg_flags = 3;
+    bdm.bdm_rtb = 7;
+    bdm.bdm_vlan_id = 10;
+    bdm.bdm_irb_ifl = 90;
+    bdm.bdm_vlan_token = 0x1234;
+
+    head(ibm.ibm_hdr, 90, 1);
+    ibm.ibm_index = 81;
+    ibm.ibm_index_type = 1;
+    ibm.ibm_bd_index = 10;
+    ibm.ibm_vlan_id = 100;
+    ibm.ibm_isid = 5000;
+    ibm.ibm_stp_index = 2;
+
+    head(fcm.fcm_hdr, 94, 1);
+    fcm.fcm_name = bytes("fab1");
+    fcm.fcm_name_len = 4;
+    fcm.fcm_inst = 1;
+    fcm.fcm_fabric_index = 2;
+    fcm.fcm_tag = 3;
+    fcm.fcm_flags = 4;
+
+    // An ARP request: the frame's ethertype, then sender and target MAC and IP.
+    const uint8_t arp_body[] = {
+        0x08, 0x06, 0,    1,    8,    0,    6,  4, 0, 1,   // ethertype, ARP head
+        0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 10, 0, 0, 1,   // sender
+        0,    0,    0,    0,    0,    0,    10, 0, 0, 2};  // target
+    memcpy(arp + 12, arp_body, sizeof arp_body);
+    head(pim_arp.pim_hdr, 96, 1);
+    pim_arp.pim_hdr.tlkh_seq = 17;
+    pim_arp.pim_ifl = 77;
+    pim_arp.pim_packet = arp;
+    pim_arp.pim_packet_len = sizeof arp;
+    pim_arp.pim_meta = v4;
+    pim_arp.pim_meta_len = 4;
+    ipv4_frame[12] = 0x08;
+    pim_ip = pim_arp;
+    pim_ip.pim_packet = ipv4_frame;
+    pim_ip.pim_packet_len = sizeof ipv4_frame;
+    pim_ip.pim_meta = nullptr;
+    pim_ip.pim_meta_len = 0;
+
+    head(ntm.ntm_hdr, 98, 1);
+    ntm.ntm_entries = 3;
+    ntm.ntm_vid.nnvd_entries = vids;
+    ntm.ntm_vid.nnvd_entries_count = 2;
+    ntm.ntm_keyid.nnkd_entries = keys;
+    ntm.ntm_keyid.nnkd_entries_count = 1;
+  }
+};
+
 TEST_F(FormatMsg, EachKindInBriefAndFullModes) {
   Records r;
+  MoreRecords o;
   struct Row {
     const char *name;
     const void *msg;
@@ -331,6 +516,55 @@ TEST_F(FormatMsg, EachKindInBriefAndFullModes) {
       {"rt class", &r.ntbl, "name=gold table_id=0 class_id=6 flags=0"},
       {"NH-comp", &r.rnhc, "nh=comp idx=1048600 refcnt=0, af=inet, tid=0 hw_token=0 subnh=3 "},
       {"marker", &r.mk, "cookie=0xabc seq-no=0x10 alias_seq-no=0x11 flags=0x3 "},
+      {"ifdest", &o.idm,
+       fmt("%s.%u, af %d, %s, pfx %s/%u", "so-1/0/0", 3, 2, "inet", "10.1.0.0", 16)},
+      {"ifmismatch", &o.rme,
+       fmt("%s ifidx=%u plen=0x%x prefix=%s", "inet6", 66, 0x40, "2001:db8::")},
+      {"ifvc", &o.ivm,
+       fmt("ifd=%s vpci=0x%x ipdst=%s ifl_index=%d, flags=0x%x, flap-cnt=%d", "at-0/1/0", 0x1f,
+           "192.0.2.9", 81, 6, 2)},
+      {"sampling", &o.smm,
+       fmt("proto=%d, rate=%d, max-pps=%d, NH-index=%d, class=%d, run-len=%d, num_ingr_ifl %d, "
+           "num_egr_ifl %d, num_ingr_vlan %d, num_egr_vlan %d, ifd-index=%d, op_bd_id %d, "
+           "inst_id=%d, inst_name=%s, flags=%#x",
+           2, 1000, 500, 1048590, 1, 3, 4, 5, 6, 7, 140, 8, 9, "sampler", 0x30)},
+      {"ifvp", &o.ivp, fmt("ifdev index %d, vpi %d, flags %d", 140, 12, 1)},
+      {"commit", &o.tcm,
+       fmt("peer_type=%u peer_index=%u peer_slot=%u cp_seq_num=%#x commit_flags=%#x", 2, 3, 4, 0x55,
+           1)},
+      {"pic", &o.picm, fmt("pic idx 0x%x id 0x%x flags 0x%x seq %d ", 0x21, 7, 0x100, 12)},
+      {"ksync", &o.ksm, fmt("seqno 0x%x cp cookie 0x%x flags 0x%x seq %d ", 0x99, 0xbeef, 2, 31)},
+#define STP_TEXT                                                                                   \
+  "STP idx=%u, state=%u, action=%u, epoch=%u, latest clear epoch=%u HW-lrn=%utc-generation=%ustp-" \
+  "peer-ip=%u"
+      {"stp", &o.stp,
+       fmt("if %s instance %u ", "77", 2) + fmt(STP_TEXT, 5, 3, 1, 9, 8, 1, 4, 0xFFFFFF0Au)},
+      {"stp", &o.stp_no_if, fmt(STP_TEXT, 5, 3, 1, 9, 8, 1, 4, 0xFFFFFF0Au)},
+#undef STP_TEXT
+      {"vlan", &o.vlm, fmt("Vlan Inst=%u Index=%u, Tag=%u, HW Token=%u", 1, 10, 100, 4000)},
+      {"mesh-group", &o.mgm,
+       fmt("Meshgroup %s af=%u rtb_id=%u index=%u flags=%u\n", "__all_ces__", 2, 6, 3, 1)},
+      {"analyzer", &o.anm,
+       fmt("an_index=%u op_nh=%u num_ingr_ifl=%u num_egr_ifl=%u num_ingr_vlan=%u num_egr_vlan=%u "
+           "op_vlan_id=%u",
+           1, 1048600, 2, 3, 4, 5, 6)},
+      {"bridge-domain", &o.bdm,
+       fmt("Bridge Domain %s, index %u, flags %u, cfg flags %u, rtb %u, vlan %d IRB IFL %u, vlan "
+           "token 0x%x\n",
+           "bd10", 10, 2, 3, 7, 10, 90, 0x1234)},
+      {"ifbdmesg", &o.ibm,
+       fmt("index %u index-type %sBridge Domain %u VLAN ID %uISID %uSTP Index %u \n", 81, "1", 10,
+           100, 5000, 2)},
+      {"fc fabric", &o.fcm, fmt("Fabric %s Inst=%u Index=%u, Tag=%u, Flag=%u", "fab1", 1, 2, 3, 4)},
+      {"pkt inject", &o.pim_arp,
+       fmt("proto=%d id=%d seq-no=%d plen=%d dlen=%d l2=%d l3=%d sip=%s smac=%s tip=%s tmac=%s",
+           0x806, 77, 17, 42, 4, 14, 28, "10.0.0.1", "00:11:22:33:44:55", "10.0.0.2",
+           "00:00:00:00:00:00")},
+      {"pkt inject", &o.pim_ip,
+       fmt("proto=%d id=%d seq-no=%d plen=%d dlen=%d", 0x800, 77, 17, 20, 0)},
+      {"notify msg", &o.ntm,
+       fmt("nh entries = %d\n", 3) + fmt("nh_idx = %u version-id = %u\n", 40, 3) +
+           fmt("nh_idx = %u version-id = %u\n", 41, 4) + fmt("nh_idx = %u oam id = %u\n", 42, 900)},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
@@ -351,6 +585,22 @@ TEST_F(FormatMsg, EachKindInBriefAndFullModes) {
     EXPECT_EQ(std::string(brief), line.substr(0, 127));
     EXPECT_EQ(too_small(), before + (line.size() < 128 ? 0 : 1));
   }
+}
+
+// The client list's line, a raw message: the printer's text, then the line's end.
+TEST_F(FormatMsg, ClientListLineIsThePrintersText) {
+  alignas(8) uint8_t m[64] = {};
+  m[5] = TLK_MSG_IFSCLINFO;
+  m[6] = TLK_OP_ADD;
+  m[24] = 1;                      // the subtype
+  const uint32_t client_len = 4;  // a client name follows ...
+  const uint16_t client_at = 40;  // ... at this offset
+  memcpy(&m[28], &client_len, 4);
+  memcpy(&m[20], &client_at, 2);
+  memcpy(&m[40], "rpd", 4);
+  EXPECT_EQ(out(m), columns("self", "self", "P", "ifsclinfo", "add") +
+                        fmt("%s client %s\n", tarvik_format_ifsclim_subtype(1), "rpd") + "\n");
+  EXPECT_EQ(rc, 0);
 }
 
 TEST_F(FormatMsg, RouteAttachmentsRpfAndUnknownTypes) {

@@ -309,6 +309,166 @@ void sa_info(Out &out, const void *message) {
           static_cast<int>(wire::load_u32(b + 40)));
 }
 
+// A 32-bit IPv4 address kept as it travels, its first byte the highest of the dotted form.
+struct Ipv4 {
+  char s[kScratch];
+  explicit Ipv4(const void *word) : Ipv4(static_cast<const uint8_t *>(word)) {}
+  explicit Ipv4(const uint8_t *b) { snprintf(s, sizeof s, "%u.%u.%u.%u", b[0], b[1], b[2], b[3]); }
+};
+
+// A number as the text of a "%s" column whose record keeps only the number.
+struct Num {
+  char s[16];
+  explicit Num(uint32_t v) { snprintf(s, sizeof s, "%u", v); }
+};
+
+void ifdest(Out &out, const ifdest_msg &m) {
+  const Name name(m.idm_ifd_name, m.idm_ifd_name_len);
+  const Prefix pfx(m.idm_prefix.prefix, m.idm_prefix.prefix_len, m.idm_prefix.plen, m.idm_af);
+  // The word after the family's number is the family's name.
+  out.add("%s.%u, af %d, %s, pfx %s/%u", name.s, m.idm_unit, m.idm_af, tarvik_format_af(m.idm_af),
+          pfx.s, static_cast<unsigned>(m.idm_prefix.plen));
+}
+
+void ifmismatch(Out &out, const res_msg_evo &m) {
+  const Prefix pfx(m.rme_prefix.prefix, m.rme_prefix.prefix_len, m.rme_prefix.plen, m.rme_af);
+  out.add("%s ifidx=%u plen=0x%x prefix=%s", tarvik_format_af(m.rme_af), m.rme_ifidx, m.rme_plen,
+          pfx.s);
+}
+
+void ifvc(Out &out, const ifvc_msg &m) {
+  const Name ifd(m.ivm_ifd, m.ivm_ifd_len);
+  out.add("ifd=%s vpci=0x%x ipdst=%s ifl_index=%d, flags=0x%x, flap-cnt=%d", ifd.s, m.ivm_vpci,
+          Ipv4(&m.ivm_ipdst).s, static_cast<int>(m.ivm_ifl_index), m.ivm_flags,
+          static_cast<int>(m.ivm_flap_cnt));
+}
+
+void sampling(Out &out, const sample_msg &m) {
+  const Name inst(m.smm_inst_name, sizeof m.smm_inst_name);
+  out.add(
+      "proto=%d, rate=%d, max-pps=%d, NH-index=%d, class=%d, run-len=%d, num_ingr_ifl %d, "
+      "num_egr_ifl %d, num_ingr_vlan %d, num_egr_vlan %d, ifd-index=%d, op_bd_id %d, inst_id=%d, "
+      "inst_name=%s, flags=%#x",
+      m.smm_proto, static_cast<int>(m.smm_rate), static_cast<int>(m.smm_max_pps),
+      static_cast<int>(m.smm_nh_index), m.smm_class, static_cast<int>(m.smm_run_len),
+      m.smm_num_ingr_ifl, m.smm_num_egr_ifl, m.smm_num_ingr_vlan, m.smm_num_egr_vlan,
+      static_cast<int>(m.smm_ifd_index), static_cast<int>(m.smm_op_bd_id),
+      static_cast<int>(m.smm_inst_id), inst.s, m.smm_flags);
+}
+
+void ifvp(Out &out, const ifvp_msg &m) {
+  out.add("ifdev index %d, vpi %d, flags %d", static_cast<int>(m.ivp_ifdev_index),
+          static_cast<int>(m.ivp_vpi), static_cast<int>(m.ivp_flags));
+}
+
+void commit(Out &out, const tlk_commit_msg &m) {
+  out.add("peer_type=%u peer_index=%u peer_slot=%u cp_seq_num=%#x commit_flags=%#x",
+          m.tcm_peer_type, m.tcm_peer_index, m.tcm_peer_slot, m.tcm_cp_seq_num, m.tcm_commit_flags);
+}
+
+void pic(Out &out, const pic_msg &m) {
+  out.add("pic idx 0x%x id 0x%x flags 0x%x seq %d ", m.picm_idx, m.picm_id, m.picm_flags,
+          static_cast<int>(m.picm_seq));
+}
+
+void ksync(Out &out, const ksync_msg &m) {
+  // The record keeps no sequence of its own: "seq" is the header's.
+  out.add("seqno 0x%x cp cookie 0x%x flags 0x%x seq %d ", m.ksm_seqno, m.ksm_cp_cookie,
+          m.ksync_flags, static_cast<int>(m.ksm_hdr.tlkh_seq));
+}
+
+void stp(Out &out, const stp_msg &m) {
+  // The interface is known when the instance block came with the message (its length is set);
+  // the record names it by its logical interface index, which stands for the name.
+  if (m.stpm_inst_len != 0)
+    out.add("if %s instance %u ", Num(m.stpm_inst.sii_ifl_index).s, m.stpm_inst.sii_instance);
+  out.add(
+      "STP idx=%u, state=%u, action=%u, epoch=%u, latest clear epoch=%u HW-lrn=%utc-generation="
+      "%ustp-peer-ip=%u",
+      m.stpm_idx, m.stpm_state, m.stpm_action, m.stpm_epoch, m.stpm_clear_epoch, m.stpm_hw_learn,
+      m.stpm_tc_generation, m.stpm_peer_ip);
+}
+
+void vlan(Out &out, const vlan_msg &m) {
+  out.add("Vlan Inst=%u Index=%u, Tag=%u, HW Token=%u", m.vlm_inst, m.vlm_index, m.vlm_tag,
+          m.vlm_hw_token);
+}
+
+void mesh_group(Out &out, const mesh_group_msg &m) {
+  const Name name(m.mgm_name, m.mgm_name_len);
+  // The group's index is its key.
+  out.add("Meshgroup %s af=%u rtb_id=%u index=%u flags=%u\n", name.s, m.mgm_af, m.mgm_rtb_id,
+          m.mgm_key.mgi_index, m.mgm_flags);
+}
+
+void analyzer(Out &out, const analyzer_msg &m) {
+  out.add(
+      "an_index=%u op_nh=%u num_ingr_ifl=%u num_egr_ifl=%u num_ingr_vlan=%u num_egr_vlan=%u "
+      "op_vlan_id=%u",
+      m.anm_index, m.anm_op_nh, m.anm_num_ingr_ifl, m.anm_num_egr_ifl, m.anm_num_ingr_vlan,
+      m.anm_num_egr_vlan, m.anm_op_vlan_id);
+}
+
+void bridge_domain(Out &out, const bd_msg &m) {
+  const Name name(m.bdm_name, m.bdm_name_len);
+  out.add(
+      "Bridge Domain %s, index %u, flags %u, cfg flags %u, rtb %u, vlan %d IRB IFL %u, vlan token "
+      "0x%x\n",
+      name.s, m.bdm_index, m.bdm_flags, m.bdm_cfg_flags, m.bdm_rtb, m.bdm_vlan_id, m.bdm_irb_ifl,
+      m.bdm_vlan_token);
+}
+
+void ifbd(Out &out, const ifbd_msg &m) {
+  // The index type travels as a number, and prints as one.
+  out.add("index %u index-type %sBridge Domain %u VLAN ID %uISID %uSTP Index %u \n", m.ibm_index,
+          Num(m.ibm_index_type).s, m.ibm_bd_index, m.ibm_vlan_id, m.ibm_isid, m.ibm_stp_index);
+}
+
+void fc_fabric(Out &out, const fc_fabric_msg &m) {
+  const Name name(m.fcm_name, m.fcm_name_len);
+  out.add("Fabric %s Inst=%u Index=%u, Tag=%u, Flag=%u", name.s, m.fcm_inst, m.fcm_fabric_index,
+          m.fcm_tag, m.fcm_flags);
+}
+
+// An injected packet.  The record carries the outgoing interface and the packet itself: the
+// protocol is the frame's ethertype, the id the interface, the sequence the header's, and the
+// two lengths those of the packet and its metadata.  An ARP frame is a packet with addresses:
+//
+//   0        12        14          22          28         32          38        42
+//   | dst, src | ethertype | ARP head | sender MAC | sender IP | target MAC | target IP |
+void pkt_inject(Out &out, const pktinject_msg &m) {
+  constexpr uint32_t kEtherHead = 14, kArpBody = 28, kEthertypeArp = 0x0806;
+  const uint8_t *p = m.pim_packet;
+  const uint32_t len = p != nullptr ? m.pim_packet_len : 0;
+  const int proto = len >= kEtherHead ? (p[12] << 8 | p[13]) : 0;
+  const int id = static_cast<int>(m.pim_ifl), seq = static_cast<int>(m.pim_hdr.tlkh_seq);
+  const int plen = static_cast<int>(m.pim_packet_len), dlen = static_cast<int>(m.pim_meta_len);
+  if (proto != kEthertypeArp || len < kEtherHead + kArpBody) {
+    out.add("proto=%d id=%d seq-no=%d plen=%d dlen=%d", proto, id, seq, plen, dlen);
+    return;
+  }
+  char smac[32], tmac[32];
+  const uint8_t *s = p + 22, *t = p + 32;
+  snprintf(smac, sizeof smac, "%02x:%02x:%02x:%02x:%02x:%02x", s[0], s[1], s[2], s[3], s[4], s[5]);
+  snprintf(tmac, sizeof tmac, "%02x:%02x:%02x:%02x:%02x:%02x", t[0], t[1], t[2], t[3], t[4], t[5]);
+  out.add("proto=%d id=%d seq-no=%d plen=%d dlen=%d l2=%d l3=%d sip=%s smac=%s tip=%s tmac=%s",
+          proto, id, seq, plen, dlen, static_cast<int>(kEtherHead), static_cast<int>(kArpBody),
+          Ipv4(p + 28).s, smac, Ipv4(p + 38).s, tmac);
+}
+
+// A next hop notification: its count, then the version changes and the OAM key changes.
+void notify(Out &out, const notify_msg &m) {
+  out.add("nh entries = %d\n", static_cast<int>(m.ntm_entries));
+  const notify_nh_vid_data &v = m.ntm_vid;
+  for (uint32_t i = 0; v.nnvd_entries != nullptr && i < v.nnvd_entries_count; ++i)
+    out.add("nh_idx = %u version-id = %u\n", v.nnvd_entries[i].nnvc_nh_idx,
+            v.nnvd_entries[i].nnvc_version_id);
+  const notify_nh_keyid_change_data &k = m.ntm_keyid;
+  for (uint32_t i = 0; k.nnkd_entries != nullptr && i < k.nnkd_entries_count; ++i)
+    out.add("nh_idx = %u oam id = %u\n", k.nnkd_entries[i].nnkc_nh_idx,
+            k.nnkd_entries[i].nnkc_oam_id);
+}
+
 template <typename T>
 const T &as(const void *message) {
   return *static_cast<const T *>(message);
@@ -369,6 +529,46 @@ void append_type_text(Out &out, int type, int mode, const void *message) {
       return sa_info(out, message);
     case TLK_MSG_COS_FRAGMAP:
       return cos_fragmap(out, message);
+    case TLK_MSG_IFDEST:
+      return ifdest(out, as<ifdest_msg>(message));
+    case TLK_MSG_IFMISMATCH:
+      return ifmismatch(out, as<res_msg_evo>(message));
+    case TLK_MSG_IFVC:
+      return ifvc(out, as<ifvc_msg>(message));
+    case TLK_MSG_SAMPLING:
+      return sampling(out, as<sample_msg>(message));
+    case TLK_MSG_IFVP:
+      return ifvp(out, as<ifvp_msg>(message));
+    case TLK_MSG_COMMIT:
+      return commit(out, as<tlk_commit_msg>(message));
+    case TLK_MSG_PIC:
+      return pic(out, as<pic_msg>(message));
+    case TLK_MSG_KSYNC:
+      return ksync(out, as<ksync_msg>(message));
+    case TLK_MSG_STP:
+      return stp(out, as<stp_msg>(message));
+    case TLK_MSG_VLAN:
+      return vlan(out, as<vlan_msg>(message));
+    case TLK_MSG_IFSCLINFO: {
+      char line[257];
+      line[0] = 0;
+      (void)tarvik_ifsclim_print(message, line, sizeof line);
+      return out.put(line);
+    }
+    case TLK_MSG_MESH_GROUP:
+      return mesh_group(out, as<mesh_group_msg>(message));
+    case TLK_MSG_ANALYZER:
+      return analyzer(out, as<analyzer_msg>(message));
+    case TLK_MSG_BRIDGE_DOMAIN:
+      return bridge_domain(out, as<bd_msg>(message));
+    case TLK_MSG_IFBDMESG:
+      return ifbd(out, as<ifbd_msg>(message));
+    case TLK_MSG_FC_FABRIC:
+      return fc_fabric(out, as<fc_fabric_msg>(message));
+    case TLK_MSG_PKT_INJECT:
+      return pkt_inject(out, as<pktinject_msg>(message));
+    case TLK_MSG_NOTIFY_MSG:
+      return notify(out, as<notify_msg>(message));
     default:
       return;  // the common columns say all there is for the other types
   }
