@@ -426,6 +426,197 @@ std::vector<Row> blob_rows() {
   rows.push_back({"vbf", 73, 2, be_words({1}), " service "});
   rows.push_back({"oiu past the words", 74, 4, be_words({1}), "OIU type unkown"});
   rows.push_back({"slaac", 92, 1, be_words({1}), " Slaac-Snoopd minor-type 1 "});
+  {
+    medge_tariff_prof t{};
+    uint32_t tariffs[2] = {5, 6};
+    t.mtp_id = 1;
+    t.mtp_gw_id = 2;
+    t.mtp_num_tariff_entries = 2;
+    t.mtp_tariffs = tariffs;
+    t.mtp_tariffs_count = 2;
+    rows.push_back({"medge tariff", 56, 0, ENC(medge_tariff_prof, t),
+                    fmt("Tariff Prof: id=%d, gw_id=%d, num_tariff_entries=%d", 1, 2, 2)});
+    medge_quota_prof q{};
+    q.mqp_id = 3;
+    q.mqp_tariff_prof_id = 1;
+    q.mqp_gw_id = 2;
+    q.mqp_time = 60;
+    q.mqp_vol = 1000;
+    rows.push_back({"medge quota", 56, 1, ENC(medge_quota_prof, q),
+                    fmt(" Quota Prof: id=%d, tariff_prof_id=%d, gw_id: %d, time=%d, vol=%d", 3, 1,
+                        2, 60, 1000)});
+    medge_pfe_gw_mapping g{};
+    g.mpgm_id = 4;
+    g.mpgm_gw_id = 2;
+    rows.push_back({"medge pfe mapping", 56, 2, ENC(medge_pfe_gw_mapping, g),
+                    fmt(" PFE<->GW Mapping: id=%d,gw_id=%d", 4, 2)});
+    rows.push_back(
+        {"medge damaged", 56, 1, kDamaged, fmt(" minor-type: %d unable to IDL DECODE \n", 1)});
+    rows.push_back({"medge minor without a record", 56, 9, be_words({1}), ""});
+  }
+  {
+    gencfg_secy_params r{};
+    r.gsp_minor_type = 0;
+    r.gsp_ifd_index = 140;
+    r.gsp_sci = 0x0011223344550001ull;
+    r.gsp_cipher = 1;
+    r.gsp_offset = 30;
+    r.gsp_replay_protect = 1;
+    r.gsp_replay_window = 64;
+    rows.push_back({"macsec secy", 57, 0, ENC(gencfg_secy_params, r),
+                    fmt("\n minor-type: %s\n ifd_index: %d\n", "secy_params", 140) +
+                        fmt(" sci: 0x%llx\n cipher: %u\n offset: %u\n replay_protect: %u\n "
+                            "replay_window: %u\n",
+                            0x0011223344550001ull, 1, 30, 1, 64)});
+    gencfg_global_disable g{};
+    g.ggd_disable = 1;
+    rows.push_back({"macsec global disable", 57, 4, ENC(gencfg_global_disable, g),
+                    fmt("\n minor-type: %s\n ifd_index: %d\n", "global_disable", 0) +
+                        fmt(" disable: %u\n", 1)});
+    rows.push_back({"macsec damaged", 57, 3, kDamaged,
+                    fmt(" minor-type: %s unable to IDL DECODE \n", "macsec_filter")});
+  }
+  {
+    qdhcp_msg_bd_cfg r{};
+    r.qmbc_minor_type = 0;
+    r.qmbc_bd_index = 10;
+    r.qmbc_config_flags = 0x5;
+    r.qmbc_config_flags2 = 0x80;
+    rows.push_back(
+        {"dhcp relay domain", 59, 0, ENC(qdhcp_msg_bd_cfg, r),
+         fmt(" minor-type: %d bd_index: %d\n config_flags: %x config_flags2:%x ", 0, 10, 5, 0x80) +
+             "no-dhcp-snoop ip-source-guard "});
+    rows.push_back(
+        {"dhcp global v4 relay", 59, 3, be_words({1}), "\n minor-type: global_v4_relay \n"});
+    rows.push_back({"dhcp global v6 relay", 59, 5, kDamaged, "\n minor-type: global_v6_relay \n"});
+    rows.push_back(
+        {"dhcp damaged", 59, 1, kDamaged, fmt(" minor-type: %d unable to IDL DECODE \n", 1)});
+  }
+  {
+    analytics_msg_ifd_cfg i{};
+    i.amic_ifd_idx = 140;
+    i.amic_ts = 1;
+    i.amic_qm = 2;
+    i.amic_lth = 3;
+    i.amic_ltl = 4;
+    i.amic_dth = 5;
+    i.amic_dtl = 6;
+    rows.push_back({"analytics interface", 67, 0, ENC(analytics_msg_ifd_cfg, i),
+                    fmt(" type=ifd_cfg: ifd_idx=%u ts=%u qm=%u lth=%u ltl=%u dth=%u dtl=%u", 140, 1,
+                        2, 3, 4, 5, 6)});
+    analytics_msg_global_cfg g{};
+    g.amgc_ts = 1;
+    g.amgc_tsint = 10;
+    g.amgc_qs = 1;
+    g.amgc_qsint = 100;
+    g.amgc_lth = 7;
+    g.amgc_ltl = 8;
+    g.amgc_dth = 9;
+    g.amgc_dtl = 10;
+    rows.push_back({"analytics global", 67, 1, ENC(analytics_msg_global_cfg, g),
+                    fmt(" type=gbl_cfg: ts=%u tsint=%usec qs=%u qsint=%umsec lth=%u ltl=%u dth=%u "
+                        "dtl=%u",
+                        1, 10, 1, 100, 7, 8, 9, 10)});
+  }
+  {
+    agentd_msg_sensor_counter_cfg r{};
+    r.amsc_id = 1ll << 40;
+    r.amsc_flags = 0x3;
+    rows.push_back({"sensor counter", 70, 2, ENC(agentd_msg_sensor_counter_cfg, r),
+                    fmt(" type=counter_cfg: id=%lld, flags=0x%x", 1ll << 40, 3)});
+  }
+  {
+    ep_interface i{};
+    i.epi_minor_type = 0;
+    i.epi_slot = 100;
+    i.epi_num_interfaces = 48;
+    rows.push_back(
+        {"port extender interfaces", 76, 0, ENC(ep_interface, i),
+         fmt("\nSPMD minor type:      %d\nslot:                 %d\nnumber of interfaces: %d", 0,
+             100, 48)});
+    ep_device d{};
+    ep_device_cascade cascades[2] = {{140, 1}, {141, 2}};
+    d.epd_minor_type = 1;
+    d.epd_slot = 101;
+    SET(d, epd_model, "qfx");
+    SET(d, epd_serial, "SN1");
+    SET(d, epd_alias, "sat1");
+    d.epd_state = 2;
+    const uint8_t id[6] = {0, 1, 2, 3, 4, 0xab};
+    memcpy(d.epd_system_id, id, 6);
+    d.epd_rgid = 1;
+    d.epd_mcast_replication = 1;
+    d.epd_stat_port = 10;
+    d.epd_amd_port = 11;
+    d.epd_cpd_port = 12;
+    d.epd_connectivity = 1;
+    d.epd_inband_lb_addr = 0xC0000201;
+    d.epd_cascades = cascades;
+    d.epd_cascades_count = 2;
+    rows.push_back(
+        {"port extender device", 76, 1, ENC(ep_device, d),
+         fmt("\nSPMD minor type:      %d\nslot:                 %d\nmodel:                "
+             "%s\nserial number:        %s\nalias:                %s\nstate:                "
+             "%d\nsystem id:            %02x:%02x:%02x:%02x:%02x:%02x\nredundancy group id:  "
+             "%d\nmcast replication:    %d\nstat port number:     %d\namd port number:      "
+             "%d\ncpd port number:      %d\nep connectivity:      %d\ninband lb addr:       %s",
+             1, 101, "qfx", "SN1", "sat1", 2, 0, 1, 2, 3, 4, 0xab, 1, 1, 10, 11, 12, 1,
+             "192.0.2.1") +
+             fmt("\nnumber of cascade interfaces configured:  %d", 2) +
+             "\n  cascade ifd 140 port 1\n  cascade ifd 141 port 2"});
+    rows.push_back(
+        {"port extender unknown", 76, 5, be_words({1}), "\nSPMD minor type = [UNKNOWN]"});
+  }
+  {
+    satellite_global_info r{};
+    SET(r, sgi_rg_name, "rg-east");
+    r.sgi_rg_id = 7;
+    const uint8_t mac[6] = {0x02, 0, 0, 0, 0, 0x10};
+    memcpy(r.sgi_system_mac, mac, 6);
+    rows.push_back({"satellite", 80, 0, ENC(satellite_global_info, r),
+                    fmt("\nRedundancy Group Name:    %s\nRedundancy Group ID:      %d\nSystem MAC "
+                        "address:       %02x:%02x:%02x:%02x:%02x:%02x",
+                        "rg-east", 7, 2, 0, 0, 0, 0, 0x10)});
+  }
+  {
+    rpd_evpn_etree_leaf_gencfg r{};
+    r.reel_version = 1;
+    r.reel_lsys_id = 2;
+    r.reel_label = 300000;
+    rows.push_back({"evpn etree leaf", 83, 0, ENC(rpd_evpn_etree_leaf_gencfg, r),
+                    fmt(" version %d lsys_id %d label %d", 1, 2, 300000)});
+    rows.push_back(
+        {"evpn damaged", 83, 0, kDamaged, fmt(" minor-type: %d unable to IDL DECODE \n", 0)});
+  }
+  {
+    gencfg_mac_ip r{};
+    r.gmi_af = 2;
+    const uint8_t ip[4] = {198, 51, 100, 7};
+    memcpy(r.gmi_ip, ip, 4);
+    const uint8_t mac[6] = {0x00, 0x0a, 0xbc, 0x01, 0x02, 0x03};
+    memcpy(r.gmi_mac, mac, 6);
+    r.gmi_bd = 10;
+    r.gmi_ifl_index = 81;
+    rows.push_back({"mac ip v4", 90, 0, ENC(gencfg_mac_ip, r),
+                    fmt("IP: %s, MAC: %x:%x:%x:%x:%x:%x BD %u IFL index %u", "198.51.100.7", 0, 0xa,
+                        0xbc, 1, 2, 3, 10, 81)});
+    gencfg_mac_ip v6 = r;
+    v6.gmi_af = 28;
+    const uint8_t ip6[16] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+    memcpy(v6.gmi_ip, ip6, 16);
+    rows.push_back({"mac ip v6", 90, 0, ENC(gencfg_mac_ip, v6),
+                    fmt("IP: %s, MAC: %x:%x:%x:%x:%x:%x BD %u IFL index %u", "2001:db8::1", 0, 0xa,
+                        0xbc, 1, 2, 3, 10, 81)});
+  }
+  {
+    phcd_msg_led_state r{};
+    r.pmls_led_state = 2;
+    rows.push_back({"phone-home led", 94, 0, ENC(phcd_msg_led_state, r),
+                    fmt("\n phone-home led_state: %d", 2)});
+    rows.push_back({"phone-home other minor", 94, 1, ENC(phcd_msg_led_state, r), ""});
+    rows.push_back(
+        {"phone-home damaged", 94, 0, kDamaged, "\n phone-home minor-type 0 unable to IDL DECODE"});
+  }
   rows.push_back({"major above the arms", 95, 0, be_words({1}), ""});
   rows.push_back({"major without an arm", 3, 0, be_words({1}), ""});
   return rows;

@@ -66,6 +66,18 @@ constexpr uint16_t kMemFpdlDefinition = 53;
 constexpr uint16_t kMemFpdlFpb = 54;
 constexpr uint16_t kMemFpdlApi = 55;
 constexpr uint16_t kMemFpdlBind = 56;
+// The payloads of the daemons and subsystems below are small records, decoded in the local area;
+// each major keeps an identifier of its own for the day one of them outgrows it.
+constexpr uint16_t kMemMedge = 66;
+constexpr uint16_t kMemMacsec = 67;
+constexpr uint16_t kMemDhcpRelay = 68;
+constexpr uint16_t kMemAnalytics = 69;
+constexpr uint16_t kMemSensorAgent = 70;
+constexpr uint16_t kMemPortExtender = 72;
+constexpr uint16_t kMemSatellite = 34;
+constexpr uint16_t kMemEvpn = 37;
+constexpr uint16_t kMemMacIp = 1;
+constexpr uint16_t kMemPhoneHome = 2;
 
 constexpr char kBadDecodeD[] = " minor-type: %d unable to IDL DECODE \n";
 constexpr char kBadDecodeU[] = "\n minor-type: %u unable to IDL DECODE \n";
@@ -715,6 +727,278 @@ void fpdl_blob(Out &out, const gencfg_msg &m) {
   if (d == Decoded::kBad) out.add(kBadDecodeU, static_cast<unsigned>(m.minor));
 }
 
+// ---- Daemon and subsystem payloads. ----
+
+// Decodes and prints a blob whose decode failure shows as the minor's number.
+template <typename R, typename Dec, typename Rel, typename Print>
+void numbered_arm(Out &out, const gencfg_msg &m, uint16_t memid, Dec dec, Rel rel, Print print) {
+  if (decode_blob<R>(m, memid, dec, rel, print) == Decoded::kBad) out.add(kBadDecodeD, m.minor);
+}
+#define ARM(rec) numbered_arm<rec>(out, m, kMem, COS(rec), [&](const rec &r)
+
+// Mobile edge profiles and mappings, by minor type.
+void medge_blob(Out &out, const gencfg_msg &m) {
+  constexpr uint16_t kMem = kMemMedge;
+  switch (m.minor) {
+    case 0:
+      return ARM(medge_tariff_prof) {
+        out.add("Tariff Prof: id=%d, gw_id=%d, num_tariff_entries=%d", r.mtp_id, r.mtp_gw_id,
+                r.mtp_num_tariff_entries);
+      });
+    case 1:
+      return ARM(medge_quota_prof) {
+        out.add(" Quota Prof: id=%d, tariff_prof_id=%d, gw_id: %d, time=%d, vol=%d", r.mqp_id,
+                r.mqp_tariff_prof_id, r.mqp_gw_id, r.mqp_time, r.mqp_vol);
+      });
+    case 2:
+      return ARM(medge_pfe_gw_mapping) {
+        out.add(" PFE<->GW Mapping: id=%d,gw_id=%d", r.mpgm_id, r.mpgm_gw_id);
+      });
+    case 3:
+      return ARM(medge_apn_mif_gw_mapping) {
+        out.add(" APN<->MIF<->GW Mapping: id=%d,gw_id=%d,mif_id=%d,apn=%s", r.mamg_id, r.mamg_gw_id,
+                r.mamg_mif_id, Str(r.mamg_apn, r.mamg_apn_len).s);
+      });
+    case 4:
+      return ARM(medge_tdf_domain_info) {
+        out.add(" TDF Domain: id=%d,gw_id=%d,domain=%s", r.mtdi_id, r.mtdi_gw_id,
+                Str(r.mtdi_domain, r.mtdi_domain_len).s);
+      });
+    default:
+      return;
+  }
+}
+
+constexpr char kMacsecHead[] = "\n minor-type: %s\n ifd_index: %d\n";
+
+// MACsec: the minor's word and the interface, then the fields of each record.  A record without
+// an interface (the global switch) shows index 0.
+void macsec_blob(Out &out, const gencfg_msg &m) {
+  static const char *const kWords[] = {"secy_params",     "sc_params",      "sc_enable",
+                                       "macsec_filter",   "global_disable", "config_status",
+                                       "interface_macsec"};
+  using ull = unsigned long long;
+  if (m.minor >= sizeof kWords / sizeof kWords[0]) return;
+  const char *word = kWords[m.minor];
+  Decoded d = Decoded::kOk;
+  switch (m.minor) {
+    case 0:
+      d = decode_blob<gencfg_secy_params>(
+          m, kMemMacsec, COS(gencfg_secy_params), [&](const gencfg_secy_params &r) {
+            out.add(kMacsecHead, word, r.gsp_ifd_index);
+            out.add(
+                " sci: 0x%llx\n cipher: %u\n offset: %u\n replay_protect: %u\n replay_window: "
+                "%u\n",
+                ull{r.gsp_sci}, r.gsp_cipher, r.gsp_offset, r.gsp_replay_protect,
+                r.gsp_replay_window);
+          });
+      break;
+    case 1:
+      d = decode_blob<gencfg_sc_params>(
+          m, kMemMacsec, COS(gencfg_sc_params), [&](const gencfg_sc_params &r) {
+            out.add(kMacsecHead, word, r.gsp_ifd_index);
+            out.add(" sci: 0x%llx\n direction: %u\n cipher: %u\n an: %u\n", ull{r.gsp_sci},
+                    r.gsp_direction, r.gsp_cipher, r.gsp_an);
+          });
+      break;
+    case 2:
+      d = decode_blob<gencfg_sc_enable>(
+          m, kMemMacsec, COS(gencfg_sc_enable), [&](const gencfg_sc_enable &r) {
+            out.add(kMacsecHead, word, r.gse_ifd_index);
+            out.add(" sci: 0x%llx\n enable: %u\n", ull{r.gse_sci}, r.gse_enable);
+          });
+      break;
+    case 3:
+      d = decode_blob<gencfg_macsec_filter>(
+          m, kMemMacsec, COS(gencfg_macsec_filter), [&](const gencfg_macsec_filter &r) {
+            const uint8_t *a = r.gmf_mac;
+            out.add(kMacsecHead, word, r.gmf_ifd_index);
+            out.add(" ethertype: 0x%x\n mac: %02x:%02x:%02x:%02x:%02x:%02x\n", r.gmf_ethertype,
+                    a[0], a[1], a[2], a[3], a[4], a[5]);
+          });
+      break;
+    case 4:
+      d = decode_blob<gencfg_global_disable>(m, kMemMacsec, COS(gencfg_global_disable),
+                                             [&](const gencfg_global_disable &r) {
+                                               out.add(kMacsecHead, word, 0);
+                                               out.add(" disable: %u\n", r.ggd_disable);
+                                             });
+      break;
+    case 5:
+      d = decode_blob<gencfg_macsec_config_status>(m, kMemMacsec, COS(gencfg_macsec_config_status),
+                                                   [&](const gencfg_macsec_config_status &r) {
+                                                     out.add(kMacsecHead, word, r.gmcs_ifd_index);
+                                                     out.add(" status: %u\n", r.gmcs_status);
+                                                   });
+      break;
+    default:
+      d = decode_blob<gencfg_interface_macsec>(
+          m, kMemMacsec, COS(gencfg_interface_macsec), [&](const gencfg_interface_macsec &r) {
+            out.add(kMacsecHead, word, r.gim_ifd_index);
+            out.add(" flags: 0x%x\n enable: %u\n", r.gim_flags, r.gim_enable);
+          });
+      break;
+  }
+  if (d == Decoded::kBad) out.add(kBadDecodeS, word);
+}
+
+// The DHCP relay's per-domain switches, one word per flag that is on.
+void dhcp_flag_words(Out &out, uint32_t flags) {
+  static const char *const kWords[] = {"no-dhcp-snoop ", "arp-inspection ", "ip-source-guard "};
+  for (uint32_t bit = 0; bit < sizeof kWords / sizeof kWords[0]; ++bit)
+    if (flags & (1u << bit)) out.put(kWords[bit]);
+}
+
+constexpr char kDhcpDomainHead[] =
+    " minor-type: %d bd_index: %d\n config_flags: %x config_flags2:%x ";
+
+// DHCP relay and snooping configuration, by minor type.  The two global relay switches carry
+// nothing worth decoding.
+void dhcp_relay_blob(Out &out, const gencfg_msg &m) {
+  constexpr uint16_t kMem = kMemDhcpRelay;
+  switch (m.minor) {
+    case 0:
+      return ARM(qdhcp_msg_bd_cfg) {
+        out.add(kDhcpDomainHead, r.qmbc_minor_type, r.qmbc_bd_index, r.qmbc_config_flags,
+                r.qmbc_config_flags2);
+        dhcp_flag_words(out, r.qmbc_config_flags);
+      });
+    case 1:
+      return ARM(qdhcp_msg_ifbd_cfg) {
+        out.add(kDhcpDomainHead, r.qmic_minor_type, r.qmic_bd_index, r.qmic_config_flags,
+                r.qmic_config_flags2);
+        dhcp_flag_words(out, r.qmic_config_flags);
+        out.add("ifl_index: %u ", r.qmic_ifl_index);
+      });
+    case 2:
+      return ARM(qdhcp_msg_host_name_cfg) {
+        out.add(" minor-type: %d host_name: %s ", r.qmhn_minor_type,
+                Str(r.qmhn_host_name, r.qmhn_host_name_len).s);
+      });
+    case 3:
+      return out.put("\n minor-type: global_v4_relay \n");
+    case 4:
+      return ARM(qdhcp_msg_rt_relay_server_cfg) {
+        const uint32_t a = r.qmrs_server_addr;
+        out.add(" minor-type: %d rtb_id: %u server: %u.%u.%u.%u v6_servers: %u ", r.qmrs_minor_type,
+                r.qmrs_rtb_id, a >> 24, a >> 16 & 0xFF, a >> 8 & 0xFF, a & 0xFF,
+                r.qmrs_v6_servers.qial_addrs_count);
+      });
+    case 5:
+      return out.put("\n minor-type: global_v6_relay \n");
+    case 6:
+      return ARM(qdhcp_msg_chassis_mac_cfg) {
+        const uint8_t *a = r.qmcm_mac.qm_mac;
+        out.add(" minor-type: %d chassis_mac: %02x:%02x:%02x:%02x:%02x:%02x ", r.qmcm_minor_type,
+                a[0], a[1], a[2], a[3], a[4], a[5]);
+      });
+    case 7:
+      return ARM(qdhcp_msg_rag_policy) {
+        out.add(" minor-type: %d policy_id: %u flags: %x prefixes: %u ", r.qmrp_minor_type,
+                r.qmrp_policy_id, r.qmrp_flags, r.qmrp_prefixes.qipl_prefixes_count);
+      });
+    default:
+      return;
+  }
+}
+
+void analytics_blob(Out &out, const gencfg_msg &m) {
+  constexpr uint16_t kMem = kMemAnalytics;
+  if (m.minor == 0) return ARM(analytics_msg_ifd_cfg) {
+      out.add(" type=ifd_cfg: ifd_idx=%u ts=%u qm=%u lth=%u ltl=%u dth=%u dtl=%u", r.amic_ifd_idx,
+              r.amic_ts, r.amic_qm, r.amic_lth, r.amic_ltl, r.amic_dth, r.amic_dtl);
+    });
+  if (m.minor == 1) return ARM(analytics_msg_global_cfg) {
+      out.add(" type=gbl_cfg: ts=%u tsint=%usec qs=%u qsint=%umsec lth=%u ltl=%u dth=%u dtl=%u",
+              r.amgc_ts, r.amgc_tsint, r.amgc_qs, r.amgc_qsint, r.amgc_lth, r.amgc_ltl, r.amgc_dth,
+              r.amgc_dtl);
+    });
+}
+
+// Port extenders (satellite devices): an interface list or a device, by minor type.
+void port_extender_blob(Out &out, const gencfg_msg &m) {
+  constexpr uint16_t kMem = kMemPortExtender;
+  if (m.minor == 0) return ARM(ep_interface) {
+      out.add("\nSPMD minor type:      %d\nslot:                 %d\nnumber of interfaces: %d",
+              r.epi_minor_type, r.epi_slot, r.epi_num_interfaces);
+    });
+  if (m.minor == 1) return ARM(ep_device) {
+      const uint8_t *id = r.epd_system_id;
+      const uint32_t a = r.epd_inband_lb_addr;
+      char lb[16];
+      snprintf(lb, sizeof lb, "%u.%u.%u.%u", a >> 24, a >> 16 & 0xFF, a >> 8 & 0xFF, a & 0xFF);
+      out.add(
+          "\nSPMD minor type:      %d\nslot:                 %d\nmodel:                %s\nserial "
+          "number:        %s\nalias:                %s\nstate:                %d\nsystem id:      "
+          "      %02x:%02x:%02x:%02x:%02x:%02x\nredundancy group id:  %d\nmcast replication:    "
+          "%d\nstat port number:     %d\namd port number:      %d\ncpd port number:      %d\nep "
+          "connectivity:      %d\ninband lb addr:       %s",
+          r.epd_minor_type, r.epd_slot, Str(r.epd_model, r.epd_model_len).s,
+          Str(r.epd_serial, r.epd_serial_len).s, Str(r.epd_alias, r.epd_alias_len).s, r.epd_state,
+          id[0], id[1], id[2], id[3], id[4], id[5], r.epd_rgid, r.epd_mcast_replication,
+          r.epd_stat_port, r.epd_amd_port, r.epd_cpd_port, r.epd_connectivity, lb);
+      out.add("\nnumber of cascade interfaces configured:  %d",
+              static_cast<int>(r.epd_cascades_count));
+      for (uint32_t i = 0; r.epd_cascades != nullptr && i < r.epd_cascades_count; ++i)
+        if (!list_row(out, "\n  cascade ifd %u port %u", r.epd_cascades[i].epdc_ifd_index,
+                      r.epd_cascades[i].epdc_port))
+          break;
+    });
+  out.put("\nSPMD minor type = [UNKNOWN]");
+}
+
+void mac_ip_blob(Out &out, const gencfg_msg &m) {
+  constexpr uint16_t kMem = kMemMacIp;
+  constexpr int kInet = 2;
+  ARM(gencfg_mac_ip) {
+    char ip[kScratch];
+    ip[0] = 0;
+    tarvik_format_prefix(ip, sizeof ip, r.gmi_ip, r.gmi_af == kInet ? 32 : 128, r.gmi_af, 0);
+    const uint8_t *a = r.gmi_mac;
+    out.add("IP: %s, MAC: %x:%x:%x:%x:%x:%x BD %u IFL index %u", ip, a[0], a[1], a[2], a[3], a[4],
+            a[5], r.gmi_bd, r.gmi_ifl_index);
+  });
+}
+
+void phone_home_blob(Out &out, const gencfg_msg &m) {
+  if (m.minor != 0) return;
+  const Decoded d = decode_blob<phcd_msg_led_state>(
+      m, kMemPhoneHome, COS(phcd_msg_led_state), [&](const phcd_msg_led_state &r) {
+        out.add("\n phone-home led_state: %d", static_cast<int>(r.pmls_led_state));
+      });
+  if (d == Decoded::kBad)
+    out.add("\n phone-home minor-type %u unable to IDL DECODE", static_cast<unsigned>(m.minor));
+}
+
+void sensor_agent_blob(Out &out, const gencfg_msg &m) {
+  constexpr uint16_t kMem = kMemSensorAgent;
+  ARM(agentd_msg_sensor_counter_cfg) {
+    out.add(" type=counter_cfg: id=%lld, flags=0x%x", static_cast<long long>(r.amsc_id),
+            r.amsc_flags);
+  });
+}
+
+void satellite_blob(Out &out, const gencfg_msg &m) {
+  constexpr uint16_t kMem = kMemSatellite;
+  ARM(satellite_global_info) {
+    const uint8_t *a = r.sgi_system_mac;
+    out.add(
+        "\nRedundancy Group Name:    %s\nRedundancy Group ID:      %d\nSystem MAC address:   "
+        "    %02x:%02x:%02x:%02x:%02x:%02x",
+        Str(r.sgi_rg_name, r.sgi_rg_name_len).s, static_cast<int>(r.sgi_rg_id), a[0], a[1], a[2],
+        a[3], a[4], a[5]);
+  });
+}
+
+void evpn_blob(Out &out, const gencfg_msg &m) {
+  constexpr uint16_t kMem = kMemEvpn;
+  ARM(rpd_evpn_etree_leaf_gencfg) {
+    out.add(" version %d lsys_id %d label %d", static_cast<int>(r.reel_version),
+            static_cast<int>(r.reel_lsys_id), static_cast<int>(r.reel_label));
+  });
+}
+
+#undef ARM
 #undef COS
 
 // ---- Blobs of fixed layout: big-endian words at fixed offsets, names of 64 bytes. ----
@@ -837,8 +1121,18 @@ void append_gencfg_text(Out &out, const gencfg_msg &m) {
       return fpdl_blob(out, m);
     case 54:
       return out.add(" interface name %s", name_at(m, 0).s);
+    case 56:
+      return medge_blob(out, m);
+    case 57:
+      return macsec_blob(out, m);
+    case 59:
+      return dhcp_relay_blob(out, m);
+    case 67:
+      return analytics_blob(out, m);
     case 69:
       return ppm_blob(out, m);
+    case 70:
+      return sensor_agent_blob(out, m);
     case 72:
       return out.add("format_lldpd_gencfg_output minor %d ", m.minor);
     case 73: {
@@ -852,8 +1146,18 @@ void append_gencfg_text(Out &out, const gencfg_msg &m) {
       out.put(m.minor < 4 ? kOiu[m.minor] : "OIU type unkown");  // so spelled
       return;
     }
+    case 76:
+      return port_extender_blob(out, m);
+    case 80:
+      return satellite_blob(out, m);
+    case 83:
+      return evpn_blob(out, m);
+    case 90:
+      return mac_ip_blob(out, m);
     case 92:
       return out.add(" Slaac-Snoopd minor-type %d ", m.minor);
+    case 94:
+      return phone_home_blob(out, m);
     default:
       return;
   }
