@@ -443,5 +443,51 @@ TEST(RnhEvpn, TheOpaqueAreaDecoderKeepsTheLastEvpnItem) {
   }
 }
 
+// A composite's trace line: the head, then one text per item it carries, in their order; an item
+// the formatter has no words for adds nothing.
+TEST(RnhTrace, CompositeItemsAfterTheHead) {
+  rnhc_msg m{};
+  m.rnhc_hdr.tlkh_type = TLK_MSG_NH_COMP;
+  m.rnhc_hdr.tlkh_op = TLK_OP_ADD;
+  m.idx.idx = 1048600;
+  m.af = TLK_AF_INET;
+  uint32_t dlnh[2] = {7, 8}, comp[3] = {1001, 1002, 1003}, derv[1] = {55};
+  tlk_msg_info items[8] = {};
+  items[0].tlkmi_type = 0x4000002;
+  items[0].tlkmi_u.nh_comp_func.ncf_value = 4;
+  items[1].tlkmi_type = 0x400001b;
+  items[1].tlkmi_u.nh_comp_tunnel_params_idl = {1, 2, 3, 4, 5, 6, 0x0a000001, 0x0a000002, 9, 10};
+  items[2].tlkmi_type = 0x400001d;
+  items[2].tlkmi_u.nh_comp_dlnh_params_idl.dlnh_flags = 0x30;
+  items[2].tlkmi_u.nh_comp_dlnh_params_idl.dlnh_list = dlnh;
+  items[2].tlkmi_u.nh_comp_dlnh_params_idl.dlnh_list_len = 2;
+  items[3].tlkmi_type = 0x4000001;
+  items[3].tlkmi_u.nh_comp_nh_list_idl.ncnli_entries = comp;
+  items[3].tlkmi_u.nh_comp_nh_list_idl.ncnli_count = 3;
+  items[4].tlkmi_type = 0x4000003;
+  items[4].tlkmi_u.nh_comp_derived_nh_list_idl.ncdnl_entries = derv;
+  items[4].tlkmi_u.nh_comp_derived_nh_list_idl.ncdnl_count = 1;
+  items[5].tlkmi_type = 0x4000005;
+  items[5].tlkmi_u.nh_comp_filter_idx.ncfi_value = 12;
+  items[6].tlkmi_type = 0x4000011;
+  items[6].tlkmi_u.tlk_msg_info_u32.value = 77;
+  items[7].tlkmi_type = 0x400000a;  // linked next hop: no words
+  tlk_msg_info *list[8];
+  for (int i = 0; i < 8; ++i) list[i] = &items[i];
+  m.rnhc_hdr.tlkh_info = list;
+  m.rnhc_hdr.tlkh_info_len = 8;
+  char line[2048];
+  ASSERT_EQ(tarvik_format_output(nullptr, line, sizeof line, 0, &m), 0);
+  const std::string text = line;
+  const size_t at = text.find("subnh=0 ");
+  ASSERT_NE(at, std::string::npos) << text;
+  EXPECT_EQ(text.substr(at + 8),
+            "fn=4 "
+            "tuntype 1 encapid 2  decapid 3 tunid 4  flags 0x5 anchor_id 6 "
+            "srcip 0xa000001 destip 0xa000002 grekey 9 antispoof 0xa "
+            "dlnh_flags 0x30 dlnh_list_len 2 dlnh-list=7,8, "
+            "comp=1001,1002,1003, derv=55, filter 12 sgid=77 \n");
+}
+
 }  // namespace
 }  // namespace tlktest

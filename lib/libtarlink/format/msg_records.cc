@@ -1,10 +1,12 @@
 // The per-type texts of the trace line, read from the decoded records.  A field that a record
 // does not carry prints as 0, so that every line keeps the same words in the same places.
 #include <errno.h>
+#include <stdio.h>
 #include <string.h>
 
 #include "format/message.h"
 #include "format/names.h"
+#include "format/text.h"
 #include "tarlink.h"
 #include "wire.h"
 
@@ -210,9 +212,60 @@ void rt_class(Out &out, const ntbl_msg &m) {
   out.add("name=%s table_id=%d class_id=%d flags=%d", name.s, 0, m.idx, 0);
 }
 
+// A list of next hop indexes as "i,j,k," in a scratch buffer, cut at its size.
+struct IndexList {
+  char s[kScratch];
+  IndexList(const uint32_t *v, uint32_t n) {
+    Text t(s, sizeof s);
+    t.clear();
+    for (uint32_t i = 0; v != nullptr && i < n && !t.full(); ++i) t.add("%u,", v[i]);
+  }
+};
+
+// The composite's items, each with its text: its function, tunnel, downstream, component and
+// derived next hop lists, filter and group.
 void composite(Out &out, const rnhc_msg &m) {
   out.add("nh=%s idx=%d refcnt=%u, af=%s, tid=%u hw_token=%u subnh=%u ", nexthop_word(m.nh),
           static_cast<int>(m.idx.idx), 0u, tarvik_format_af(m.af), 0u, 0u, m.child_count);
+  // Selectors by their low 24 bits (the composite family's items are 0x4000000 and up).
+  each_attachment(m.rnhc_hdr, [&](uint32_t sel, uint32_t value, const tlk_msg_info *a) {
+    switch (sel) {
+      case 0x000002: {  // the function, by number
+        char fn[16];
+        snprintf(fn, sizeof fn, "%u", value);
+        return out.add("fn=%s ", fn);
+      }
+      case 0x00001b: {
+        const nh_comp_tunnel_params_idl &t = a->tlkmi_u.nh_comp_tunnel_params_idl;
+        char kind[16];
+        snprintf(kind, sizeof kind, "%u", t.tuntype);
+        out.add("tuntype %s encapid %u  decapid %u tunid %u  flags 0x%x anchor_id %u ", kind,
+                t.encapid, t.decapid, t.tunid, t.flags, t.anchor_id);
+        out.add("srcip 0x%x destip 0x%x ", t.srcip, t.destip);
+        out.add("grekey %u ", t.grekey);
+        return out.add("antispoof 0x%x ", t.antispoof);
+      }
+      case 0x00001d: {
+        const nh_comp_dlnh_params_idl &d = a->tlkmi_u.nh_comp_dlnh_params_idl;
+        out.add("dlnh_flags 0x%x dlnh_list_len %u ", d.dlnh_flags, d.dlnh_list_len);
+        return out.add("dlnh-list=%s ", IndexList(d.dlnh_list, d.dlnh_list_len).s);
+      }
+      case 0x000001: {
+        const nh_comp_nh_list_idl &l = a->tlkmi_u.nh_comp_nh_list_idl;
+        return out.add("comp=%s ", IndexList(l.ncnli_entries, l.ncnli_count).s);
+      }
+      case 0x000003: {
+        const nh_comp_derived_nh_list_idl &l = a->tlkmi_u.nh_comp_derived_nh_list_idl;
+        return out.add("derv=%s ", IndexList(l.ncdnl_entries, l.ncdnl_count).s);
+      }
+      case 0x000005:
+        return out.add("filter %u ", value);
+      case 0x000011:  // the service group
+        return out.add("sgid=%u ", value);
+      default:
+        return;
+    }
+  });
 }
 
 void marker(Out &out, const tlk_marker_msg &m) {
