@@ -6,7 +6,7 @@
 //                     the "other options" byte and MSP bytes of its attachments), change (2) sets
 //                     the attribute its attachment names, delete (3) removes; get (4) answers the
 //                     PIC, getnext (5) the next by key.  Each change goes to every other session
-//                     listening for "pic".  Starts with PICs 0/0 (key 0), 1/0 (8) and 1/2 (10).
+//                     listening for "pic".  Starts with PICs 1/0 (key 8), 1/2 (10) and 2/1 (17).
 //   "sampling" (40)   kept by (a, b, c) with the instance name; add, delete, get and getnext as
 //                     PICs.  Starts with (1, 0, 0) "sample-1" and (2, 0, 0) "sample-2".
 //   "ksync" (69)      one state: get answers it, change sets a, b, c and the flags (bit 0 clears

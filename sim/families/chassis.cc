@@ -45,7 +45,7 @@ bool reads(uint8_t op) {
 class PicFamily final : public Family {
  public:
   explicit PicFamily(Host &host) : host_(host) {
-    for (uint16_t key : {uint16_t{0}, uint16_t{8}, uint16_t{10}}) {
+    for (uint16_t key : {uint16_t{8}, uint16_t{10}, uint16_t{17}}) {
       Pic p;
       p.key = key;
       p.type = static_cast<uint16_t>(0x100 + key);
