@@ -19,6 +19,7 @@
 #include "tarsim/kernel.hpp"
 #include "tarsim/remote.hpp"
 // The facets.
+#include "tarsim/chassis.hpp"
 #include "tarsim/cos.hpp"
 #include "tarsim/devices.hpp"
 #include "tarsim/dfw.hpp"

@@ -97,6 +97,8 @@ class RtStats;      // tarsim/rt_stats.hpp
 
 // tarsim/cos.hpp
 class Cos;
+// tarsim/chassis.hpp
+class Chassis;
 // tarsim/sa.hpp
 class SecurityAssociations;
 
@@ -172,6 +174,9 @@ class TARSIM_EXPORT Kernel {
   // Security associations, their counters and the public-key service.
   SecurityAssociations security_associations();
   const SecurityAssociations security_associations() const;
+  // PICs, sampling instances, the synchronisation state, system statistics and fabrics.
+  Chassis chassis();
+  const Chassis chassis() const;
 
   // --- Version negotiation ----------------------------------------------------------------
   // What the library expects: count 110, interface version 98, then one byte per type 1..109.

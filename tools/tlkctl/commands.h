@@ -75,6 +75,11 @@ int run_show_cos(int argc, char **argv);
 // tlkctl show sa [name]: security associations, or one by name with its trace line.
 int run_show_sa(int argc, char **argv);
 
+// tlkctl raw TYPE OP [HEXBYTES]: one request of any type, the answer as its trace line.
+int run_raw(int argc, char **argv);
+// tlkctl show pics: the PICs by slot and port.
+int run_show_pics(int argc, char **argv);
+
 // Misuse of command `name`: its usage line from the table on stderr; returns 2.
 int usage_error(const char *name);
 

@@ -74,6 +74,13 @@ constexpr tlkctl::Command kCommands[] = {
      "list the class-of-service objects: forwarding classes, policers and shapers with their\n"
      "rates, classifiers, rewrite rules and fragmentation maps with their interfaces",
      tlkctl::run_show_cos},
+    {"show pics", "", "list the PICs by slot and port with their type, id and flags",
+     tlkctl::run_show_pics},
+    {"raw", "TYPE OP [HEXBYTES]",
+     "send one request of message type TYPE and op OP (a zeroed frame if the type has a record\n"
+     "and no HEXBYTES are given, else a raw message with HEXBYTES behind its 24-byte header)\n"
+     "and print each answer as its trace line",
+     tlkctl::run_raw},
     {"show sa", "[name]",
      "list the security associations (index, name, SPI, direction, protocol, interface), or\n"
      "one by name with its trace line",

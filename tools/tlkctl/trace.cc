@@ -55,6 +55,10 @@ bool raw_layout(uint8_t type) {
         TLK_MSG_COS_POLICER, TLK_MSG_COS_SHAPER, TLK_MSG_SA_INFO, TLK_MSG_COS_FRAGMAP}) {
     if (type == raw) return true;
   }
+  // Interface statistics and alarms, monitoring and service PIC configuration.
+  for (uint8_t raw : {TLK_MSG_IFLSTATS, TLK_MSG_IFDALARM, TLK_MSG_MONITORING, TLK_MSG_ASP_CONFIG}) {
+    if (type == raw) return true;
+  }
   return type == TLK_MSG_TARLINK_STATS || type == TLK_MSG_TLK_ERR;
 }  // the largest raw message the library reads in one go
 

@@ -520,6 +520,64 @@ void notify(Out &out, const notify_msg &m) {
   for (uint32_t i = 0; k.nnkd_entries != nullptr && i < k.nnkd_entries_count; ++i)
     out.add("nh_idx = %u oam id = %u\n", k.nnkd_entries[i].nnkc_nh_idx,
             k.nnkd_entries[i].nnkc_oam_id);
+// Interface statistics: the interface index at 32, the received and sent counters at 72 and 80,
+// printed as their low 32 bits.
+void iflstats(Out &out, const void *message) {
+  const auto b = raw_body<tarvik_iflstats_body>(message);
+  out.add("iflidx=%u, txpkts=%u rxpkts=%u", b.iflidx, static_cast<unsigned>(b.tx_packets),
+          static_cast<unsigned>(b.rx_packets));
+}
+
+// Device alarms: the name, where the reply carries one behind its 52 bytes, and the words.
+void ifdalarm(Out &out, const void *message) {
+  constexpr size_t kBody = sizeof(tarvik_ifdalarm_body);
+  const auto b = raw_body<tarvik_ifdalarm_body>(message);
+  const auto *m = static_cast<const uint8_t *>(message);
+  const uint32_t msglen = wire::load_u32(m + wire::kMsglenAt);
+  const uint32_t avail = msglen > kBody ? msglen - static_cast<uint32_t>(kBody) : 0;
+  const Name name(avail != 0 ? m + kBody : nullptr, b.name_len < avail ? b.name_len : avail);
+  out.add("name=%s idx=%d alarms=0x%x mask=0x%x type=%d", name.s, b.index, b.alarms, b.mask,
+          b.type);
+}
+
+// An address of a monitoring entry, by its family: four bytes for inet, sixteen otherwise.
+struct MonAddr {
+  char s[kScratch];
+  MonAddr(const uint8_t *bytes, uint8_t af) {
+    s[0] = 0;
+    tarvik_format_prefix(s, sizeof s, bytes, af == TLK_AF_INET ? 32 : 128, af, 0);
+    if (char *slash = strchr(s, '/')) *slash = 0;  // an address, not a prefix
+  }
+};
+
+// Monitoring: the interface name (the first section behind the 280 bytes) and unit, the timers
+// and, where the entry has them, its destination and source with the group name (the second
+// section).
+void monitoring(Out &out, const void *message) {
+  constexpr size_t kFixed = sizeof(tarvik_mon_body), kNameMax = 255;
+  uint8_t b[kFixed + 2 * (kNameMax + 4)] = {};
+  const auto *m = static_cast<const uint8_t *>(message);
+  const uint32_t msglen = wire::load_u32(m + wire::kMsglenAt);
+  memcpy(b, m, msglen < sizeof b ? msglen : sizeof b);
+  tarvik_mon_body mon;
+  memcpy(&mon, b, sizeof mon);
+  const uint32_t name_len = mon.name_len < kNameMax ? mon.name_len : kNameMax;
+  const uint32_t group_len = mon.group_len < kNameMax ? mon.group_len : kNameMax;
+  const Name name(b + kFixed, name_len);
+  const Name group(b + kFixed + wire::round4(name_len), group_len);
+  out.add("%s.%d, af=%d, at=%u, it=%d, agg int=%d, serv %d, aggr 0x%x", name.s,
+          static_cast<int>(mon.unit), mon.af, mon.active, static_cast<int>(mon.inactive),
+          static_cast<int>(mon.agg_int), static_cast<int>(mon.mon_a), mon.aggr);
+  if ((mon.set & TARVIK_MON_DST) != 0)
+    out.add(" dst (%s:%u)", MonAddr(mon.dst, mon.af).s, mon.dst_port);
+  if ((mon.set & TARVIK_MON_SRC) != 0)
+    out.add(" src (%s:%u) group (%s)", MonAddr(mon.src, mon.af).s, mon.src_port, group.s);
+}
+
+// Service PIC configuration: the PIC at 42, the type at 40, the index at 24.
+void asp_config(Out &out, const void *message) {
+  const auto b = raw_body<tarvik_asp_body>(message);
+  out.add("picidx=%d, cfgtype=%d, cfgidx=%d", b.asp_a, b.asp_kind, static_cast<int>(b.asp_id));
 }
 
 template <typename T>
@@ -622,6 +680,14 @@ void append_type_text(Out &out, int type, int mode, const void *message) {
       return pkt_inject(out, as<pktinject_msg>(message));
     case TLK_MSG_NOTIFY_MSG:
       return notify(out, as<notify_msg>(message));
+    case TLK_MSG_IFLSTATS:
+      return iflstats(out, message);
+    case TLK_MSG_IFDALARM:
+      return ifdalarm(out, message);
+    case TLK_MSG_MONITORING:
+      return monitoring(out, message);
+    case TLK_MSG_ASP_CONFIG:
+      return asp_config(out, message);
     default:
       return;  // the common columns say all there is for the other types
   }
