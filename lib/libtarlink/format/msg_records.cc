@@ -520,6 +520,8 @@ void notify(Out &out, const notify_msg &m) {
   for (uint32_t i = 0; k.nnkd_entries != nullptr && i < k.nnkd_entries_count; ++i)
     out.add("nh_idx = %u oam id = %u\n", k.nnkd_entries[i].nnkc_nh_idx,
             k.nnkd_entries[i].nnkc_oam_id);
+}
+
 // Interface statistics: the interface index at 32, the received and sent counters at 72 and 80,
 // printed as their low 32 bits.
 void iflstats(Out &out, const void *message) {
