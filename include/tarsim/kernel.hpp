@@ -99,6 +99,8 @@ class RtStats;      // tarsim/rt_stats.hpp
 class Cos;
 // tarsim/sa.hpp
 class SecurityAssociations;
+// tarsim/bridge.hpp
+class Bridging;
 
 // Answers a raw request; it calls Kernel::send (or reply_with_seq) as often as it likes.
 using Responder = std::function<void(Kernel &, const Request &)>;
@@ -172,6 +174,9 @@ class TARSIM_EXPORT Kernel {
   // Security associations, their counters and the public-key service.
   SecurityAssociations security_associations();
   const SecurityAssociations security_associations() const;
+  // Bridge domains, their interfaces, spanning tree, VLANs, mesh groups, analyzers, MAC tables.
+  Bridging bridging();
+  const Bridging bridging() const;
 
   // --- Version negotiation ----------------------------------------------------------------
   // What the library expects: count 110, interface version 98, then one byte per type 1..109.
