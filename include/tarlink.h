@@ -36,6 +36,7 @@
  *   tarlink/rnh_stats.h  next hop statistics
  *   tarlink/dfw_stats.h  firewall counters and the firewall log
  *   tarlink/unnum.h      unnumbered address donors
+ *   tarlink/bridge.h     bridge domains, spanning tree, VLANs, mesh groups, MAC tables
  *   tarlink/format.h     value formatters and name tables for traces
  *
  * All of them compile as C99 and as C++.
@@ -45,6 +46,7 @@
 
 #include "tarlink/async.h"
 #include "tarlink/base.h"
+#include "tarlink/bridge.h"
 #include "tarlink/bulk.h"
 #include "tarlink/chassis.h"
 #include "tarlink/cos.h"

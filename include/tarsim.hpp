@@ -13,6 +13,7 @@
 //   kernel.state_log()  tarsim/ifstate.hpp  the interface state log ("ifstate" chain)
 //   kernel.cos()       tarsim/cos.hpp       class-of-service objects and the collector PIC
 //   kernel.security_associations()  tarsim/sa.hpp  security associations, public-key service
+//   kernel.bridging()  tarsim/bridge.hpp  bridge domains, spanning tree, VLANs, MAC tables
 // The C face is tarsim.h.
 #pragma once
 
@@ -20,6 +21,7 @@
 #include "tarsim/remote.hpp"
 // The facets.
 #include "tarsim/chassis.hpp"
+#include "tarsim/bridge.hpp"
 #include "tarsim/cos.hpp"
 #include "tarsim/devices.hpp"
 #include "tarsim/dfw.hpp"

@@ -156,6 +156,56 @@ std::vector<Key> object_keys(const Items &items) {
   return keys;
 }
 
+// Bridging: a name as a walk key, one character a word (a 16-byte interface key as 16 words).
+Key chars_key(const char *s, size_t n) {
+  Key k;
+  for (size_t i = 0; i < n; ++i) k.push_back(static_cast<unsigned char>(s[i]));
+  return k;
+}
+Key name_key(const uint8_t *name, uint32_t len) {
+  const auto *s = reinterpret_cast<const char *>(name);
+  return name ? chars_key(s, strnlen(s, len)) : Key{};
+}
+std::string key_text(const Key &k) {
+  std::string s;
+  for (uint32_t w : k) s.push_back(static_cast<char>(w));
+  return s.substr(0, s.find('\0'));
+}
+Key ifbd_key(const char *name) {
+  char key[16] = {};
+  strncpy(key, name, sizeof key - 1);
+  return chars_key(key, sizeof key);
+}
+int ifbd_by_key(tarvik_cookie *c, const Key &k, uint32_t op, void **out) {
+  char key[16] = {};
+  for (size_t i = 0; i < k.size() && i < sizeof key; ++i) key[i] = static_cast<char>(k[i]);
+  return tarvik_ifbd_get(c, op, key, out, nullptr);
+}
+int stp_by_key(tarvik_cookie *c, const Key &k, uint32_t op, void **out) {
+  stp_if_inst inst{};
+  inst.sii_ifl_index = k.at(0);
+  inst.sii_instance = static_cast<uint16_t>(k.at(1));
+  return tarvik_stp_get(c, op, TLK_STP_KIND_IF, 0, &inst, k.at(2), out, nullptr);
+}
+const bd_msg &bd(const void *m) {
+  return *static_cast<const bd_msg *>(m);
+}
+const ifbd_msg &ifbdm(const void *m) {
+  return *static_cast<const ifbd_msg *>(m);
+}
+const stp_msg &stpm(const void *m) {
+  return *static_cast<const stp_msg *>(m);
+}
+const vlan_msg &vlan(const void *m) {
+  return *static_cast<const vlan_msg *>(m);
+}
+const mesh_group_msg &mesh(const void *m) {
+  return *static_cast<const mesh_group_msg *>(m);
+}
+const analyzer_msg &analyzer(const void *m) {
+  return *static_cast<const analyzer_msg *>(m);
+}
+
 const Family kFamilies[] = {
     {
         "logical interfaces",
@@ -547,6 +597,48 @@ const Family kFamilies[] = {
         [](const tarsim::Kernel &k) {
           std::vector<Key> keys;
           for (size_t i = 0; i < k.chassis().pic_count(); ++i) keys.push_back({k.chassis().pic_at(i)->key});
+        "bridge domains",
+        {1},
+        {77},
+        {{"index", [](auto *c, uint32_t op, void **o,
+                      void **m) { return tarvik_bd_get(c, 9, op, 1, o, m); }},
+         {"name and tag", [](auto *c, uint32_t op, void **o,
+                             void **m) { return tarvik_bd_get_by_name(c, 9, op, "vlan-100", 1, o, m); }},
+         {"name, any tag", [](auto *c, uint32_t op, void **o, void **m) {
+            return tarvik_bd_get_by_name(c, 9, op, "vlan-100", TLK_BD_TAG_ANY, o, m);
+          }}},
+        [](auto *c, const Key &key, uint32_t op, void **o) {
+          return tarvik_bd_get(c, 0, op, key.at(0), o, nullptr);
+        },
+        [](const void *m) { return Key{bd(m).bdm_index}; },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          for (size_t i = 0; i < k.bridging().domain_count(); ++i)
+            keys.push_back({k.bridging().domain_at(i)->index});
+          return keys;
+        },
+        [](auto *c, const char *name, void **o) {
+          return tarvik_bd_get_by_name(c, 0, TLK_OP_GET, name, TLK_BD_TAG_ANY, o, nullptr);
+        },
+        127,
+        [](const void *r) { return std::pair{text(bd(r).bdm_name), bd(r).bdm_name_len}; },
+    },
+    {
+        "interfaces in a domain",
+        ifbd_key("ge-0/0/1.0"),
+        ifbd_key("ge-9/9/9.0"),
+        {{"key", [](auto *c, uint32_t op, void **o, void **m) {
+            char key[16] = "ge-0/0/1.0";
+            return tarvik_ifbd_get(c, op, key, o, m);
+          }}},
+        ifbd_by_key,
+        [](const void *m) {
+          return chars_key(reinterpret_cast<const char *>(ifbdm(m).ibm_key.ibk_name), 16);
+        },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          for (size_t i = 0; i < k.bridging().interface_count(); ++i)
+            keys.push_back(chars_key(k.bridging().interface_at(i)->key, 16));
           return keys;
         },
     },
@@ -568,6 +660,24 @@ const Family kFamilies[] = {
           for (size_t i = 0; i < k.chassis().sample_count(); ++i) {
             const tarsim::Sample *s = k.chassis().sample_at(i);
             keys.push_back({s->a, s->b, s->c});
+        "spanning tree",
+        {71, 0, 100},
+        {999, 0, 0},
+        {{"interface instance", [](auto *c, uint32_t op, void **o, void **m) {
+            stp_if_inst inst{};
+            inst.sii_ifl_index = 71;
+            return tarvik_stp_get(c, op, TLK_STP_KIND_IF, 0, &inst, 100, o, m);
+          }}},
+        stp_by_key,
+        [](const void *m) {
+          return Key{stpm(m).stpm_inst.sii_ifl_index, stpm(m).stpm_inst.sii_instance,
+                     stpm(m).stpm_inst_vlan};
+        },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          for (size_t i = 0; i < k.bridging().stp_count(); ++i) {
+            const tarsim::SpanningTree *t = k.bridging().stp_at(i);
+            keys.push_back({t->ifl, t->instance, t->vlan});
           }
           return keys;
         },
@@ -605,6 +715,77 @@ const Family kFamilies[] = {
         },
         [](const void *m) { return Key{static_cast<const fmgrp_msg *>(m)->fgm_group_index}; },
         [](const tarsim::Kernel &) { return std::vector<Key>{{10}, {20}}; },
+        "vlans",
+        {1},
+        {77},
+        {{"index", [](auto *c, uint32_t op, void **o,
+                      void **) { return tarvik_vlanm_get_by_index(c, 1, op, o); }},
+         {"name", [](auto *c, uint32_t op, void **o,
+                     void **) { return tarvik_vlanm_get_by_name(c, 0, "v100", op, o); }},
+         {"layer 3 interface", [](auto *c, uint32_t op, void **o,
+                                  void **) { return tarvik_vlanm_get_by_l3ifl(c, 71, op, o); }}},
+        [](auto *c, const Key &key, uint32_t op, void **o) {
+          return tarvik_vlanm_get_by_index(c, key.at(0), op, o);
+        },
+        [](const void *m) { return Key{vlan(m).vlm_index}; },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          for (size_t i = 0; i < k.bridging().vlan_count(); ++i)
+            keys.push_back({k.bridging().vlan_at(i)->index});
+          return keys;
+        },
+        [](auto *c, const char *name, void **o) {
+          return tarvik_vlanm_get_by_name(c, 0, name, TLK_OP_GET, o);
+        },
+        127,
+        [](const void *r) { return std::pair{text(vlan(r).vlm_name), vlan(r).vlm_name_len}; },
+    },
+    {
+        "mesh groups",
+        {1},
+        {77},
+        {{"id", [](auto *c, uint32_t op, void **o, void **m) {
+            return tarvik_mesh_group_op(c, op, 0, 1, o, m, nullptr, 0, 0, 0, 0, 0);
+          }},
+         {"name", [](auto *c, uint32_t op, void **o, void **m) {
+            return tarvik_mesh_group_op(c, op, 0, 0, o, m, "__ves__", 64, 0, 0, 0, 0);
+          }}},
+        [](auto *c, const Key &key, uint32_t op, void **o) {
+          return tarvik_mesh_group_op(c, op, 0, key.at(0), o, nullptr, nullptr, 0, 0, 0, 0, 0);
+        },
+        [](const void *m) { return Key{mesh(m).mgm_id}; },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          for (size_t i = 0; i < k.bridging().mesh_group_count(); ++i)
+            keys.push_back({k.bridging().mesh_group_at(i)->id});
+          return keys;
+        },
+    },
+    {
+        "analyzers",
+        chars_key("mirror-a", 8),
+        chars_key("nope", 4),
+        {{"name", [](auto *c, uint32_t op, void **o,
+                     void **) { return tarvik_analyzer_get(c, op, o, "mirror-a"); }}},
+        [](auto *c, const Key &key, uint32_t op, void **o) {
+          return tarvik_analyzer_get(c, op, o, key_text(key).c_str());
+        },
+        [](const void *m) { return name_key(analyzer(m).anm_name, analyzer(m).anm_name_len); },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          for (size_t i = 0; i < k.bridging().analyzer_count(); ++i) {
+            const char *n = k.bridging().analyzer_at(i)->name;
+            keys.push_back(chars_key(n, strlen(n)));
+          }
+          return keys;
+        },
+        [](auto *c, const char *name, void **o) {
+          return tarvik_analyzer_get(c, TLK_OP_GET, o, name);
+        },
+        128,
+        [](const void *r) {
+          return std::pair{text(analyzer(r).anm_name), analyzer(r).anm_name_len};
+        },
     },
 };
 

@@ -101,6 +101,8 @@ class Cos;
 class Chassis;
 // tarsim/sa.hpp
 class SecurityAssociations;
+// tarsim/bridge.hpp
+class Bridging;
 
 // Answers a raw request; it calls Kernel::send (or reply_with_seq) as often as it likes.
 using Responder = std::function<void(Kernel &, const Request &)>;
@@ -177,6 +179,9 @@ class TARSIM_EXPORT Kernel {
   // PICs, sampling instances, the synchronisation state, system statistics and fabrics.
   Chassis chassis();
   const Chassis chassis() const;
+  // Bridge domains, their interfaces, spanning tree, VLANs, mesh groups, analyzers, MAC tables.
+  Bridging bridging();
+  const Bridging bridging() const;
 
   // --- Version negotiation ----------------------------------------------------------------
   // What the library expects: count 110, interface version 98, then one byte per type 1..109.

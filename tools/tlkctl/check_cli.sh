@@ -33,6 +33,16 @@ for cmd in "show cos" "show sa"; do
   # shellcheck disable=SC2086
   expect 0 stdout "^usage: tlkctl" -- $cmd --help
 done
+for cmd in "show bridges" "show vlans" "show macs"; do
+  # shellcheck disable=SC2086
+  expect 0 stdout "^usage: tlkctl" -- $cmd --help
+done
+expect 2 stderr "^usage: tlkctl show macs" -- show macs a b
+expect 0 stdout "^ *1 +vlan-100 +1 +100 +1024 +2" -- show bridges
+expect 0 stdout "^ *2 +v200 +200 +2 +72" -- show vlans
+expect 0 stdout "^vlan-200 +02:00:5e:00:01:20 +200 +73" -- show macs
+expect 0 stdout "^1 +02:00:5e:00:01:11 +100 +72" -- show macs 1
+expect 1 stderr "no bridge domain 'nope'" -- show macs nope
 expect 2 stderr "^usage: tlkctl show sa" -- show sa a b
 expect 0 stdout "^2 +tunnel-b +0x2002 +inbound" -- show sa
 expect 0 stdout "sadb name=tunnel-a direc=outbound spi=4097" -- show sa tunnel-a

@@ -74,6 +74,10 @@ int run_ifname(int argc, char **argv);
 int run_show_cos(int argc, char **argv);
 // tlkctl show sa [name]: security associations, or one by name with its trace line.
 int run_show_sa(int argc, char **argv);
+// tlkctl show bridges / show vlans / show macs [bd]: bridging objects, aligned (bridge.cc).
+int run_show_bridges(int argc, char **argv);
+int run_show_vlans(int argc, char **argv);
+int run_show_macs(int argc, char **argv);
 
 // tlkctl raw TYPE OP [HEXBYTES]: one request of any type, the answer as its trace line.
 int run_raw(int argc, char **argv);
@@ -133,6 +137,8 @@ int demo_routes(tarsim::Kernel &kernel, tarvik_cookie *c);
 int demo_nexthops(tarsim::Kernel &kernel, tarvik_cookie *c);
 // The last records of the interface state log (statelog.cc).
 int demo_statelog(tarsim::Kernel &kernel, tarvik_cookie *c);
+// A bridge domain with attributes, a VLAN and two interfaces, then the domains (bridge.cc).
+int demo_bridging(tarsim::Kernel &kernel, tarvik_cookie *c);
 
 // `n` bytes of configuration-like text, the same every time: it compresses several times over.
 std::vector<uint8_t> pattern_blob(size_t n);

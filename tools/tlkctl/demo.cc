@@ -31,6 +31,7 @@ constexpr DemoStep kFamilySteps[] = {
     {"A route table created and read back by name", demo_tables},
     {"Many objects: one write per batch against one write per object", demo_bulk},
     {"A table of routes programmed in bulk, and destinations resolved in it", demo_routes},
+    {"A bridge domain with a VLAN and two interfaces, then the domains", demo_bridging},
 };
 
 void show_negotiation(tarvik_cookie *c) {

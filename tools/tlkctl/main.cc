@@ -85,6 +85,15 @@ constexpr tlkctl::Command kCommands[] = {
      "list the security associations (index, name, SPI, direction, protocol, interface), or\n"
      "one by name with its trace line",
      tlkctl::run_show_sa},
+    {"show bridges", "",
+     "list the bridge domains: index, name, tag, VLAN, MAC limit, interfaces, attributes",
+     tlkctl::run_show_bridges},
+    {"show vlans", "", "list the VLANs: index, name, tag, bridge domain, layer 3 interface",
+     tlkctl::run_show_vlans},
+    {"show macs", "[bd]",
+     "list the MAC table of every bridge domain, or of one by index or name: domain, MAC,\n"
+     "VLAN, interface, flags",
+     tlkctl::run_show_macs},
 };
 
 // A command's row: its name and arguments, then its help text indented a line at a time.
