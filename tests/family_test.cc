@@ -597,6 +597,66 @@ const Family kFamilies[] = {
         [](const tarsim::Kernel &k) {
           std::vector<Key> keys;
           for (size_t i = 0; i < k.chassis().pic_count(); ++i) keys.push_back({k.chassis().pic_at(i)->key});
+          return keys;
+        },
+    },
+    {
+        "sampling instances",
+        {1, 0, 0},
+        {7, 0, 0},
+        {{"keys", [](auto *c, uint32_t op, void **o,
+                     void **m) { return tarvik_sample_get(c, op, 1, 0, 0, o, m); }}},
+        [](auto *c, const Key &key, uint32_t op, void **o) {
+          return tarvik_sample_get(c, op, key.at(0), key.at(1), key.at(2), o, nullptr);
+        },
+        [](const void *m) {
+          const auto &s = *static_cast<const sample_msg *>(m);
+          return Key{s.sample_a, s.sample_b, s.sample_c};
+        },
+        [](const tarsim::Kernel &k) {
+          std::vector<Key> keys;
+          for (size_t i = 0; i < k.chassis().sample_count(); ++i) {
+            const tarsim::Sample *s = k.chassis().sample_at(i);
+            keys.push_back({s->a, s->b, s->c});
+          }
+          return keys;
+        },
+    },
+    {
+        "fc fabrics",
+        {1},
+        {5},
+        {{"index", [](auto *c, uint32_t op, void **o,
+                      void **) { return tarvik_fc_fabric_get_by_index(c, 1, op, o); }},
+         {"name", [](auto *c, uint32_t op, void **o,
+                     void **) { return tarvik_fc_fabric_get_by_name(c, "fabric-a", op, o); }}},
+        [](auto *c, const Key &key, uint32_t op, void **o) {
+          return tarvik_fc_fabric_get_by_index(c, static_cast<uint16_t>(key.at(0)), op, o);
+        },
+        [](const void *m) { return Key{static_cast<const fc_fabric_msg *>(m)->fcm_fabric_index}; },
+        [](const tarsim::Kernel &) { return std::vector<Key>{{1}, {2}}; },
+        [](auto *c, const char *name, void **o) {
+          return tarvik_fc_fabric_get_by_name(c, name, TLK_OP_GET, o);
+        },
+        128,
+        [](const void *req) {
+          const auto &m = *static_cast<const fc_fabric_msg *>(req);
+          return std::make_pair(text(m.fcm_name), m.fcm_name_len);
+        },
+    },
+    {
+        "fabric multicast groups",
+        {10},
+        {15},
+        {{"index", [](auto *c, uint32_t op, void **o,
+                      void **m) { return tarvik_fmgrpm_get_by_index(c, 10, op, o, m); }}},
+        [](auto *c, const Key &key, uint32_t op, void **o) {
+          return tarvik_fmgrpm_get_by_index(c, key.at(0), op, o, nullptr);
+        },
+        [](const void *m) { return Key{static_cast<const fmgrp_msg *>(m)->fgm_group_index}; },
+        [](const tarsim::Kernel &) { return std::vector<Key>{{10}, {20}}; },
+    },
+    {
         "bridge domains",
         {1},
         {77},
@@ -643,23 +703,6 @@ const Family kFamilies[] = {
         },
     },
     {
-        "sampling instances",
-        {1, 0, 0},
-        {7, 0, 0},
-        {{"keys", [](auto *c, uint32_t op, void **o,
-                     void **m) { return tarvik_sample_get(c, op, 1, 0, 0, o, m); }}},
-        [](auto *c, const Key &key, uint32_t op, void **o) {
-          return tarvik_sample_get(c, op, key.at(0), key.at(1), key.at(2), o, nullptr);
-        },
-        [](const void *m) {
-          const auto &s = *static_cast<const sample_msg *>(m);
-          return Key{s.sample_a, s.sample_b, s.sample_c};
-        },
-        [](const tarsim::Kernel &k) {
-          std::vector<Key> keys;
-          for (size_t i = 0; i < k.chassis().sample_count(); ++i) {
-            const tarsim::Sample *s = k.chassis().sample_at(i);
-            keys.push_back({s->a, s->b, s->c});
         "spanning tree",
         {71, 0, 100},
         {999, 0, 0},
@@ -683,38 +726,6 @@ const Family kFamilies[] = {
         },
     },
     {
-        "fc fabrics",
-        {1},
-        {5},
-        {{"index", [](auto *c, uint32_t op, void **o,
-                      void **) { return tarvik_fc_fabric_get_by_index(c, 1, op, o); }},
-         {"name", [](auto *c, uint32_t op, void **o,
-                     void **) { return tarvik_fc_fabric_get_by_name(c, "fabric-a", op, o); }}},
-        [](auto *c, const Key &key, uint32_t op, void **o) {
-          return tarvik_fc_fabric_get_by_index(c, static_cast<uint16_t>(key.at(0)), op, o);
-        },
-        [](const void *m) { return Key{static_cast<const fc_fabric_msg *>(m)->fcm_fabric_index}; },
-        [](const tarsim::Kernel &) { return std::vector<Key>{{1}, {2}}; },
-        [](auto *c, const char *name, void **o) {
-          return tarvik_fc_fabric_get_by_name(c, name, TLK_OP_GET, o);
-        },
-        128,
-        [](const void *req) {
-          const auto &m = *static_cast<const fc_fabric_msg *>(req);
-          return std::make_pair(text(m.fcm_name), m.fcm_name_len);
-        },
-    },
-    {
-        "fabric multicast groups",
-        {10},
-        {15},
-        {{"index", [](auto *c, uint32_t op, void **o,
-                      void **m) { return tarvik_fmgrpm_get_by_index(c, 10, op, o, m); }}},
-        [](auto *c, const Key &key, uint32_t op, void **o) {
-          return tarvik_fmgrpm_get_by_index(c, key.at(0), op, o, nullptr);
-        },
-        [](const void *m) { return Key{static_cast<const fmgrp_msg *>(m)->fgm_group_index}; },
-        [](const tarsim::Kernel &) { return std::vector<Key>{{10}, {20}}; },
         "vlans",
         {1},
         {77},
