@@ -14,7 +14,7 @@
 namespace tlkctl {
 namespace {
 
-constexpr size_t kMacFixed = 64, kMacEntry = 16, kMacCountAt = 40, kMacIndexAt = 32;
+constexpr size_t kMacFixed = 64, kMacEntry = 16, kMacCountAt = 40;
 
 using Rows = std::vector<std::vector<std::string>>;
 
