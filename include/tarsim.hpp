@@ -20,8 +20,8 @@
 #include "tarsim/kernel.hpp"
 #include "tarsim/remote.hpp"
 // The facets.
-#include "tarsim/chassis.hpp"
 #include "tarsim/bridge.hpp"
+#include "tarsim/chassis.hpp"
 #include "tarsim/cos.hpp"
 #include "tarsim/devices.hpp"
 #include "tarsim/dfw.hpp"
