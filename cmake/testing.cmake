@@ -34,13 +34,14 @@ function(tarlink_add_gtest target)
   endforeach()
 endfunction()
 
-# tarlink_precompile_gtest(<target> PUBLIC|PRIVATE)
-#   GoogleTest's header is most of what a test file costs to compile: parse it once per binary.
+# tarlink_precompile_gtest(<target> PUBLIC|PRIVATE [<header>...])
+#   GoogleTest's header, and the library's umbrella headers where they are given, are most of what
+#   a test file costs to compile: parse them once per binary.
 #   With it precompiled, g++ 12 inlines std::string's copies further and then warns of bounds that
 #   no run reaches (its -Warray-bounds and -Wstringop-overflow false positives on string
 #   concatenation); those two stay off for test code.
 function(tarlink_precompile_gtest target scope)
-  target_precompile_headers(${target} ${scope} <gtest/gtest.h>)
+  target_precompile_headers(${target} ${scope} <gtest/gtest.h> ${ARGN})
   target_compile_options(${target} ${scope}
     $<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds -Wno-stringop-overflow>)
 endfunction()
