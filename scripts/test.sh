@@ -24,8 +24,9 @@ step "format (clang-format, the style in .clang-format)"
   xargs clang-format --dry-run --Werror
 echo "every source is formatted"
 
-step "build and test (g++, RelWithDebInfo)"
-cmake --preset default -DCMAKE_INSTALL_LIBDIR="lib/$(gcc -print-multiarch)" >/dev/null
+# Optimised without debug information: what CI needs, and a fifth less to compile.
+step "build and test (g++, Release)"
+cmake --preset default -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_LIBDIR="lib/$(gcc -print-multiarch)" >/dev/null
 cmake --build --preset default
 ctest --preset default
 
