@@ -24,9 +24,11 @@ step "format (clang-format, the style in .clang-format)"
   xargs clang-format --dry-run --Werror
 echo "every source is formatted"
 
-# Optimised without debug information: what CI needs, and a fifth less to compile.
-step "build and test (g++, Release)"
-cmake --preset default -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_LIBDIR="lib/$(gcc -print-multiarch)" >/dev/null
+# Optimised as always, without debug information: a good part less to compile, nothing less tested.
+step "build and test (g++, -O2)"
+cmake --preset default -DCMAKE_C_FLAGS_RELWITHDEBINFO="-O2 -DNDEBUG" \
+  -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -DNDEBUG" \
+  -DCMAKE_INSTALL_LIBDIR="lib/$(gcc -print-multiarch)" >/dev/null
 cmake --build --preset default
 ctest --preset default
 
