@@ -72,9 +72,12 @@ bool NetlinkPeer::open(std::string *why) {
   strncpy(ifr.ifr_name, "lo", IFNAMSIZ - 1);
   const bool up = ioctl(s, SIOCGIFFLAGS, &ifr) == 0 &&
                   (ifr.ifr_flags |= IFF_UP, ioctl(s, SIOCSIFFLAGS, &ifr) == 0);
+  // The host's index by ioctl: this binary links libtarlink, whose if_nametoindex asks the
+  // simulated kernel (it takes the C library's name, as programs that link it expect).
+  const bool indexed = up && ioctl(s, SIOCGIFINDEX, &ifr) == 0;
   close(s);
-  if (!up) return fail("bringing lo up");
-  lo_index_ = if_nametoindex("lo");
+  if (!indexed) return fail("bringing lo up");
+  lo_index_ = static_cast<unsigned>(ifr.ifr_ifindex);
   nl_ = mnl_socket_open(NETLINK_ROUTE);
   if (!nl_) return fail("mnl_socket_open");
   if (mnl_socket_bind(nl_, 0, MNL_SOCKET_AUTOPID) < 0) return fail("mnl_socket_bind");
