@@ -44,7 +44,7 @@ cmake --build --preset m32
 ctest --preset m32
 
 step "fuzz the decoders for a bounded time"
-./fuzz/run.sh "${TARLINK_FUZZ_SECONDS:-8}"
+./fuzz/run.sh "${TARLINK_FUZZ_SECONDS:-5}"
 
 step "install, then build an example against the installed package"
 prefix=$(mktemp -d)
