@@ -290,6 +290,18 @@ TEST_F(CosSaTest, OutputQueueStatisticsTakeEnoentFromTheWriteAsNoError) {
   EXPECT_TRUE(out.lines.empty());
 }
 
+TEST_F(CosSaTest, OutputQueueStatisticsReadTheQueueAsked) {
+  for (uint32_t read = 1; read <= 2; ++read) {
+    void *m = nullptr;
+    ASSERT_EQ(tarvik_cvoqstats_get(c, 140, 2, &m), 0);
+    const auto &r = *static_cast<const rt_cos_voqstats_msg *>(m);
+    EXPECT_EQ(r.rcvm_ifd, 140u);
+    EXPECT_EQ(r.rcvm_queue, 2u);
+    EXPECT_EQ(r.rcvm_packets, read) << "a second read sees the queue move";
+    tarvik_msg_idl_release(c, m, nullptr);
+  }
+}
+
 TEST_F(CosSaTest, PolicyAttachedAsksForTheInterfacesPolicyBlob) {
   uint32_t key[2] = {71, 0x40000000};
   uint8_t blob[4] = {1, 2, 3, 4};

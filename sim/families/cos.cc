@@ -273,7 +273,37 @@ class CollectorFamily final : public Family {
   Host &host_;
 };
 
+// Virtual output queue statistics: a framed read by device and queue, answered with counters
+// that grow by one packet of 100 bytes a read, so that two reads tell a live queue.
+class VoqStatsFamily final : public Family {
+ public:
+  explicit VoqStatsFamily(Host &host) : host_(host) {
+    host.answer_frames(TLK_MSG_VOQ_STATS, [this](Session &s, const Frame &f) {
+      const auto &req = f.as<rt_cos_voqstats_msg>();
+      const tlk_hdr &h = f.hdr();
+      if (h.tlkh_op != TLK_OP_GET) return;
+      ++reads;
+      rt_cos_voqstats_msg m{};
+      m.rcvm_hdr.tlkh_version = h.tlkh_version;
+      m.rcvm_hdr.tlkh_type = TLK_MSG_VOQ_STATS;
+      m.rcvm_hdr.tlkh_op = h.tlkh_op;
+      m.rcvm_hdr.tlkh_seq = h.tlkh_seq;
+      m.rcvm_ifd = req.rcvm_ifd;
+      m.rcvm_queue = req.rcvm_queue;
+      m.rcvm_stat_type = req.rcvm_stat_type;
+      m.rcvm_packets = reads;
+      m.rcvm_bytes = reads * 100;
+      host_.reply(s, encode_frame(TLK_MSG_VOQ_STATS, &m, f.tlv));
+    });
+  }
+  uint32_t reads = 0;
+
+ private:
+  Host &host_;
+};
+
 namespace {
+const FamilySlot<VoqStatsFamily> kVoqStats("cos_voq_stats");
 const FamilySlot<PolicerFamily> kPolicers("cos_policers");
 const FamilySlot<ShaperFamily> kShapers("cos_shapers");
 const FamilySlot<ClassifierFamily> kClassifiers("cos_classifiers");
