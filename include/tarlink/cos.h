@@ -157,12 +157,12 @@ TLK_EXPORT int inf_ifl_is_cos_policy_attached(uint32_t ifl, tarvik_cookie *cooki
 
 /* The collector parameters ("cpic params"); op get or getnext. */
 TLK_EXPORT int tarvik_cp_params_get(tarvik_cookie *cookie, uint32_t op, void **msg_out);
-/* The file specification (sent as type 60); op must be TLK_OP_GET. */
+/* The collector's file description (sent as type 60); op must be TLK_OP_GET. */
 TLK_EXPORT int tarvik_cp_fspec_get(tarvik_cookie *cookie, uint32_t op, void **msg_out);
 /* An input interface's collector map (sent as type 59); op get or getnext. */
 TLK_EXPORT int tarvik_iif_cp_map_get(tarvik_cookie *cookie, uint32_t op, const char *name,
                                      void **msg_out);
-/* An input interface's file specification map; the first name is required. */
+/* An input interface's map to file descriptions; the first name is required. */
 TLK_EXPORT int tarvik_iif_fspec_map_get(tarvik_cookie *cookie, uint32_t op, const char *name,
                                         const char *name2, void **msg_out);
 /* Collector statistics by index; index 0 or op getnext gives EINVAL. */

@@ -48,7 +48,7 @@ struct Sink {
   }
 };
 
-struct Spec {
+struct Conversion {
   bool left = false, zero = false, alt = false, space = false, plus = false;
   int width = 0;
   int prec = -1;  // none
@@ -56,8 +56,8 @@ struct Spec {
 
 // Writes `body` (digits, or the string) with its sign or prefix, padded to the width as printf
 // pads: blanks on the left or right, or zeros between the prefix and the digits.
-void emit(Sink &out, const Spec &s, const char *prefix, size_t plen, const char *body, size_t blen,
-          size_t zeros) {
+void emit(Sink &out, const Conversion &s, const char *prefix, size_t plen, const char *body,
+          size_t blen, size_t zeros) {
   const size_t len = plen + zeros + blen;
   const size_t pad = s.width > 0 && static_cast<size_t>(s.width) > len ? s.width - len : 0;
   if (!s.left && !s.zero) out.pad(' ', pad);
@@ -68,7 +68,7 @@ void emit(Sink &out, const Spec &s, const char *prefix, size_t plen, const char 
   if (s.left) out.pad(' ', pad);
 }
 
-void emit_integer(Sink &out, Spec s, char conv, uint64_t v, bool negative) {
+void emit_integer(Sink &out, Conversion s, char conv, uint64_t v, bool negative) {
   char digits[24];
   char *end = digits + sizeof digits, *p = end;
   // One loop per base, so that each divides by a constant.
@@ -121,7 +121,7 @@ int fast_vsnprintf(char *dst, size_t size, const char *format, va_list ap_in) {
     out.put(word, static_cast<size_t>(f - word));
     if (*f == 0) break;
     ++f;
-    Spec s;
+    Conversion s;
     for (;; ++f) {
       if (*f == '-')
         s.left = true;

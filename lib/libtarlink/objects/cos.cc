@@ -10,7 +10,7 @@
 //   +------+----+----+----------+---------+-----+-------+------------------------+
 //
 // The first word holds the version letter (low byte) and the type (high byte).  Two collector
-// types are used crosswise to their catalogue names (the file spec read goes as type 60, the
+// types are used crosswise to their catalogue names (the file description read goes as type 60, the
 // interface map read as type 59): those numbers are the ones the kernel answers, and stay.
 #include <errno.h>
 #include <stdio.h>

@@ -90,28 +90,28 @@ void print_in_order(Cursor &out, const char *format, const uint8_t *rec) {
     const bool wide = q[0] == 'l' && q[1] == 'l';
     if (wide) q += 2;
     const char conv = *q;
-    char spec[16];
-    const size_t spec_len = static_cast<size_t>(q - pct + 1);
-    if (conv == 0 || spec_len >= sizeof spec) break;
-    memcpy(spec, pct, spec_len);
-    spec[spec_len] = 0;
+    char one[16];  // this conversion alone, as its own format
+    const size_t one_len = static_cast<size_t>(q - pct + 1);
+    if (conv == 0 || one_len >= sizeof one) break;
+    memcpy(one, pct, one_len);
+    one[one_len] = 0;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     if (conv == 's') {
       char name[kNameBytes + 1];
-      out.add(spec, str_at(rec, off, kNameBytes, name));
+      out.add(one, str_at(rec, off, kNameBytes, name));
       off += kNameBytes;
     } else if (wide || conv == 'p') {
       off = (off + 7) & ~size_t{7};
       const uint64_t v = at<uint64_t>(rec, off);
       if (conv == 'p')
-        out.add(spec, reinterpret_cast<void *>(static_cast<uintptr_t>(v)));
+        out.add(one, reinterpret_cast<void *>(static_cast<uintptr_t>(v)));
       else
-        out.add(spec, static_cast<unsigned long long>(v));
+        out.add(one, static_cast<unsigned long long>(v));
       off += 8;
     } else {
       off = (off + 3) & ~size_t{3};
-      out.add(spec, at<uint32_t>(rec, off));
+      out.add(one, at<uint32_t>(rec, off));
       off += 4;
     }
 #pragma GCC diagnostic pop
