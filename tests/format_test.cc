@@ -1,6 +1,7 @@
 // The value formatters and name tables: the words of each table that matter (its ends, its
 // catch-all, its odd spellings and gaps), the prefix forms of each family, and the socket address
 // printer with name lookups through a test seam.
+#include <arpa/inet.h>
 #include <errno.h>
 #include <limits.h>
 #include <netdb.h>
@@ -422,6 +423,23 @@ TEST(FormatPrefix, TheHostsInetNtopKnowsOnlyInetAndInet6) {
   EXPECT_EQ(host->inet_ntop(119, v6, text, sizeof text), nullptr);
   EXPECT_EQ(errno, EAFNOSUPPORT);
   EXPECT_EQ(host->gethostbyaddr(v6, 16, 121), nullptr);
+  // Its dotted IPv4 is written by hand: the C library's text, and its ENOSPC, at every size.
+  for (const int a : {0, 7, 10, 99, 100, 199, 255}) {
+    const uint8_t v4[4] = {static_cast<uint8_t>(a), static_cast<uint8_t>(255 - a),
+                           static_cast<uint8_t>(a / 3), 0};
+    for (socklen_t size = 0; size <= 16; ++size) {
+      char want[16] = {}, got[16] = {};
+      errno = 0;
+      const bool ok = inet_ntop(AF_INET, v4, want, size) != nullptr;
+      const int want_errno = errno;
+      errno = 0;
+      ASSERT_EQ(host->inet_ntop(2, v4, got, size) != nullptr, ok) << a << " size " << size;
+      if (ok)
+        EXPECT_STREQ(got, want);
+      else
+        EXPECT_EQ(errno, want_errno);
+    }
+  }
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -574,22 +592,30 @@ TEST(FormatSockaddr, LocalDomainIsReadOnceOnTheFirstNameFound) {
 void same_as_libc(const char *format, ...) {
   va_list ap;
   va_start(ap, format);
-  char want[256], got[256];
+  char want[256], got[256], kept[256];
   for (size_t size = 0; size < sizeof want; ++size) {
     memset(want, 'W', sizeof want);
     memset(got, 'W', sizeof got);
-    va_list a, b;
+    memset(kept, 'W', sizeof kept);
+    va_list a, b, c;
     va_copy(a, ap);
     va_copy(b, ap);
+    va_copy(c, ap);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     const int n_want = vsnprintf(want, size, format, a);
     const int n_got = tlk::format::fast_vsnprintf(got, size, format, b);
+    // Every format here is a literal, so the kept parse of its address serves too.
+    const int n_kept = tlk::format::literal_vsnprintf(kept, size, format, c);
 #pragma GCC diagnostic pop
     va_end(a);
     va_end(b);
+    va_end(c);
     ASSERT_EQ(n_got, n_want) << format << " size " << size;
+    ASSERT_EQ(n_kept, n_want) << format << " size " << size;
     ASSERT_EQ(std::string(got, sizeof got), std::string(want, sizeof want))
+        << format << " size " << size;
+    ASSERT_EQ(std::string(kept, sizeof kept), std::string(want, sizeof want))
         << format << " size " << size;
     if (static_cast<size_t>(n_want) + 2 < size) break;  // past the whole text
   }

@@ -105,7 +105,9 @@ bool read_whole_file(const char *path, std::vector<uint8_t> *bytes, std::string 
     return false;
   }
   bytes->clear();
-  bytes->resize(st.st_size > 0 ? static_cast<size_t>(st.st_size) : 0);
+  // One byte more than the file, so that the read that finds its end has room and the buffer
+  // (hundreds of megabytes for a long capture) is not grown and copied just to learn that.
+  bytes->resize(st.st_size > 0 ? static_cast<size_t>(st.st_size) + 1 : 0);
   size_t have = 0;
   for (;;) {
     if (have == bytes->size()) bytes->resize(have + 65536);  // a file that grew, or a pipe

@@ -15,7 +15,9 @@ namespace tlk::format {
 
 void Out::vadd(const char *format, va_list ap) {
   if (pos == nullptr) return;
-  const int n = fast_vsnprintf(pos, left > 0 ? static_cast<size_t>(left) : 0, format, ap);
+  const size_t room = left > 0 ? static_cast<size_t>(left) : 0;
+  const int n = caller_formats ? fast_vsnprintf(pos, room, format, ap)
+                               : literal_vsnprintf(pos, room, format, ap);
   left -= n;
   if (left >= 0)
     pos += n;
@@ -173,7 +175,7 @@ extern "C" {
 
 TLK_EXPORT char *tarvik_fill_format_buf(char *pos, int *left, const char *format, ...) {
   if (pos == nullptr || left == nullptr) return pos;
-  Out out{pos, *left};
+  Out out{pos, *left, true};
   va_list ap;
   va_start(ap, format);
   out.vadd(format, ap);

@@ -18,6 +18,8 @@ namespace tlk::format {
 struct Out {
   char *pos;
   int left;
+  // The formats come from the caller (tarvik_fill_format_buf), not from this library's literals.
+  bool caller_formats = false;
 
   TLK_PRINTF(2, 3) void add(const char *format, ...);
   __attribute__((format(printf, 2, 0))) void vadd(const char *format, va_list ap);

@@ -7,6 +7,9 @@
 #include <string.h>
 #include <sys/types.h>
 
+#include <atomic>
+#include <vector>
+
 namespace tlk::format {
 namespace {
 
@@ -101,11 +104,284 @@ void emit_integer(Sink &out, Conversion s, char conv, uint64_t v, bool negative)
     prefix[plen++] = '0';
     prefix[plen++] = conv;
   }
+  if (s.width == 0 && zeros == 0) {  // most of a trace line's numbers: no padding at all
+    out.put(prefix, plen);
+    out.put(p, blen);
+    return;
+  }
   if (s.prec >= 0 || s.left) s.zero = false;
   emit(out, s, prefix, plen, p, blen, zeros);
 }
 
-enum class Len { kNone, kHH, kH, kL, kLL, kZ, kJ, kT };
+enum class Len : uint8_t { kNone, kHH, kH, kL, kLL, kZ, kJ, kT };
+
+// One conversion of a format: its flags, width and precision ("*" read from the arguments) and
+// its length and letter.
+struct Spec {
+  Conversion c;
+  bool star_width = false, star_prec = false;
+  Len len = Len::kNone;
+  char conv = 0;
+};
+
+// Reads the conversion after a '%' at `f`; returns where the format goes on.
+const char *parse_spec(const char *f, Spec *out) {
+  Spec s;
+  for (;; ++f) {
+    if (*f == '-')
+      s.c.left = true;
+    else if (*f == '0')
+      s.c.zero = true;
+    else if (*f == '#')
+      s.c.alt = true;
+    else if (*f == ' ')
+      s.c.space = true;
+    else if (*f == '+')
+      s.c.plus = true;
+    else
+      break;
+  }
+  if (*f == '*') {
+    s.star_width = true;
+    ++f;
+  } else {
+    while (*f >= '0' && *f <= '9' && s.c.width < 100000000)
+      s.c.width = s.c.width * 10 + (*f++ - '0');
+  }
+  if (*f == '.') {
+    ++f;
+    s.c.prec = 0;
+    if (*f == '*') {
+      s.star_prec = true;
+      ++f;
+    } else {
+      while (*f >= '0' && *f <= '9' && s.c.prec < 100000000)
+        s.c.prec = s.c.prec * 10 + (*f++ - '0');
+    }
+  }
+  if (f[0] == 'h') {
+    s.len = f[1] == 'h' ? Len::kHH : Len::kH;
+    f += f[1] == 'h' ? 2 : 1;
+  } else if (f[0] == 'l') {
+    s.len = f[1] == 'l' ? Len::kLL : Len::kL;
+    f += f[1] == 'l' ? 2 : 1;
+  } else if (f[0] == 'z' || f[0] == 'j' || f[0] == 't') {
+    s.len = f[0] == 'z' ? Len::kZ : f[0] == 'j' ? Len::kJ : Len::kT;
+    ++f;
+  }
+  s.conv = *f;
+  if (*f != 0) ++f;
+  *out = s;
+  return f;
+}
+
+// Whether the conversion is one this printf writes itself, judged from the format alone (a null
+// or zero-padded %s is found only when it is converted).
+bool handled(const Spec &s) {
+  switch (s.conv) {
+    case 'd':
+    case 'i':
+    case 'u':
+    case 'x':
+    case 'X':
+    case 'o':
+      return true;
+    case 'c':
+      return s.len == Len::kNone && !s.c.zero;
+    case 's':
+      return s.len == Len::kNone;
+    case '%':
+      return !s.c.left && !s.c.zero && !s.c.alt && !s.c.space && !s.c.plus && s.c.width == 0 &&
+             s.c.prec < 0 && !s.star_width && !s.star_prec && s.len == Len::kNone;
+    default:
+      return false;
+  }
+}
+
+// Converts one argument.  False when the C library must write the whole text instead.
+bool convert(Sink &out, Spec s, va_list *ap) {
+  if (s.star_width) {
+    s.c.width = va_arg(*ap, int);
+    if (s.c.width < 0) {
+      s.c.left = true;
+      s.c.width = s.c.width == INT32_MIN ? INT32_MAX : -s.c.width;
+    }
+  }
+  if (s.star_prec) {
+    s.c.prec = va_arg(*ap, int);
+    if (s.c.prec < 0) s.c.prec = -1;
+  }
+  switch (s.conv) {
+    case 'd':
+    case 'i': {
+      int64_t v;
+      switch (s.len) {
+        case Len::kHH:
+          v = static_cast<signed char>(va_arg(*ap, int));
+          break;
+        case Len::kH:
+          v = static_cast<short>(va_arg(*ap, int));
+          break;
+        case Len::kL:
+          v = va_arg(*ap, long);
+          break;
+        case Len::kLL:
+          v = va_arg(*ap, long long);
+          break;
+        case Len::kZ:
+          v = static_cast<int64_t>(va_arg(*ap, ssize_t));
+          break;
+        case Len::kJ:
+          v = va_arg(*ap, intmax_t);
+          break;
+        case Len::kT:
+          v = va_arg(*ap, ptrdiff_t);
+          break;
+        default:
+          v = va_arg(*ap, int);
+          break;
+      }
+      const uint64_t mag = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
+      emit_integer(out, s.c, s.conv, mag, v < 0);
+      return true;
+    }
+    case 'u':
+    case 'x':
+    case 'X':
+    case 'o': {
+      uint64_t v;
+      switch (s.len) {
+        case Len::kHH:
+          v = static_cast<unsigned char>(va_arg(*ap, unsigned));
+          break;
+        case Len::kH:
+          v = static_cast<unsigned short>(va_arg(*ap, unsigned));
+          break;
+        case Len::kL:
+          v = va_arg(*ap, unsigned long);
+          break;
+        case Len::kLL:
+          v = va_arg(*ap, unsigned long long);
+          break;
+        case Len::kZ:
+          v = va_arg(*ap, size_t);
+          break;
+        case Len::kJ:
+          v = va_arg(*ap, uintmax_t);
+          break;
+        case Len::kT:
+          v = static_cast<uint64_t>(va_arg(*ap, ptrdiff_t));
+          break;
+        default:
+          v = va_arg(*ap, unsigned);
+          break;
+      }
+      emit_integer(out, s.c, s.conv, v, false);
+      return true;
+    }
+    case 'c': {
+      if (!handled(s)) return false;
+      const char c = static_cast<char>(va_arg(*ap, int));
+      emit(out, s.c, nullptr, 0, &c, 1, 0);
+      return true;
+    }
+    case 's': {
+      if (!handled(s)) return false;
+      const char *str = va_arg(*ap, const char *);
+      if (str == nullptr || s.c.zero) return false;  // "(null)", zero-padded text
+      const size_t blen = s.c.prec >= 0 ? strnlen(str, static_cast<size_t>(s.c.prec)) : strlen(str);
+      if (s.c.width == 0)
+        out.put(str, blen);
+      else
+        emit(out, s.c, nullptr, 0, str, blen, 0);
+      return true;
+    }
+    case '%':
+      if (!handled(s)) return false;
+      out.put('%');
+      return true;
+    default:
+      return false;
+  }
+}
+
+int finish(Sink &out, char *dst, size_t size) {
+  if (size > 0) *out.cur = 0;
+  const size_t n = static_cast<size_t>(out.cur - dst) + out.over;
+  return n > INT32_MAX ? -1 : static_cast<int>(n);
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+int libc_vsnprintf(char *dst, size_t size, const char *format, va_list ap_in) {
+  va_list again;
+  va_copy(again, ap_in);
+  const int n = vsnprintf(dst, size, format, again);
+  va_end(again);
+  return n;
+}
+#pragma GCC diagnostic pop
+
+// A literal format's parse, kept: the words between the conversions as offsets into the format,
+// and each conversion ready to run.  A trace line's format has a dozen or more conversions, and
+// reading them afresh each time cost as much as writing the digits.
+struct Step {
+  uint32_t words_at, words_len;  // the words before the conversion
+  Spec spec;
+};
+struct Program {
+  const char *format;
+  bool usable;  // false: a conversion the C library writes, so the plain path takes it
+  uint32_t tail_at, tail_len;
+  std::vector<Step> steps;
+};
+
+Program *compile(const char *format) {
+  auto *p = new Program{format, true, 0, 0, {}};
+  const char *f = format;
+  for (;;) {
+    const char *words = f;
+    while (*f != 0 && *f != '%') ++f;
+    const auto at = static_cast<uint32_t>(words - format);
+    const auto len = static_cast<uint32_t>(f - words);
+    if (*f == 0) {
+      p->tail_at = at;
+      p->tail_len = len;
+      return p;
+    }
+    Step step{at, len, {}};
+    f = parse_spec(f + 1, &step.spec);
+    if (!handled(step.spec)) {
+      p->usable = false;
+      p->steps.clear();
+      return p;
+    }
+    p->steps.push_back(step);
+  }
+}
+
+// Programs by the format's address, in a table that only grows: a slot, once set, keeps its
+// program for the life of the process, so readers need no lock.  A format whose probe finds no
+// free slot is simply parsed each time.
+constexpr size_t kSlots = 1024;
+constexpr size_t kProbes = 8;
+std::atomic<const Program *> g_programs[kSlots];
+
+const Program *program_of(const char *format) {
+  const auto key = reinterpret_cast<uintptr_t>(format);
+  const size_t home = static_cast<size_t>((key >> 3) * 0x9E3779B97F4A7C15ull >> 54);
+  for (size_t i = 0; i < kProbes; ++i) {
+    std::atomic<const Program *> &slot = g_programs[(home + i) % kSlots];
+    const Program *p = slot.load(std::memory_order_acquire);
+    if (p == nullptr) {
+      Program *made = compile(format);
+      if (slot.compare_exchange_strong(p, made, std::memory_order_acq_rel)) return made;
+      delete made;  // another thread took the slot first: p is its program
+    }
+    if (p->format == format) return p;
+  }
+  return nullptr;
+}
 
 }  // namespace
 
@@ -120,164 +396,33 @@ int fast_vsnprintf(char *dst, size_t size, const char *format, va_list ap_in) {
     while (*f != 0 && *f != '%') ++f;
     out.put(word, static_cast<size_t>(f - word));
     if (*f == 0) break;
-    ++f;
-    Conversion s;
-    for (;; ++f) {
-      if (*f == '-')
-        s.left = true;
-      else if (*f == '0')
-        s.zero = true;
-      else if (*f == '#')
-        s.alt = true;
-      else if (*f == ' ')
-        s.space = true;
-      else if (*f == '+')
-        s.plus = true;
-      else
-        break;
-    }
-    if (*f == '*') {
-      s.width = va_arg(ap, int);
-      if (s.width < 0) {
-        s.left = true;
-        s.width = s.width == INT32_MIN ? INT32_MAX : -s.width;
-      }
-      ++f;
-    } else {
-      while (*f >= '0' && *f <= '9') s.width = s.width * 10 + (*f++ - '0');
-    }
-    if (*f == '.') {
-      ++f;
-      s.prec = 0;
-      if (*f == '*') {
-        s.prec = va_arg(ap, int);
-        if (s.prec < 0) s.prec = -1;
-        ++f;
-      } else {
-        while (*f >= '0' && *f <= '9') s.prec = s.prec * 10 + (*f++ - '0');
-      }
-    }
-    Len len = Len::kNone;
-    if (f[0] == 'h') {
-      len = f[1] == 'h' ? Len::kHH : Len::kH;
-      f += f[1] == 'h' ? 2 : 1;
-    } else if (f[0] == 'l') {
-      len = f[1] == 'l' ? Len::kLL : Len::kL;
-      f += f[1] == 'l' ? 2 : 1;
-    } else if (f[0] == 'z' || f[0] == 'j' || f[0] == 't') {
-      len = f[0] == 'z' ? Len::kZ : f[0] == 'j' ? Len::kJ : Len::kT;
-      ++f;
-    }
-    const char conv = *f++;
-    switch (conv) {
-      case 'd':
-      case 'i': {
-        int64_t v;
-        switch (len) {
-          case Len::kHH:
-            v = static_cast<signed char>(va_arg(ap, int));
-            break;
-          case Len::kH:
-            v = static_cast<short>(va_arg(ap, int));
-            break;
-          case Len::kL:
-            v = va_arg(ap, long);
-            break;
-          case Len::kLL:
-            v = va_arg(ap, long long);
-            break;
-          case Len::kZ:
-            v = static_cast<int64_t>(va_arg(ap, ssize_t));
-            break;
-          case Len::kJ:
-            v = va_arg(ap, intmax_t);
-            break;
-          case Len::kT:
-            v = va_arg(ap, ptrdiff_t);
-            break;
-          default:
-            v = va_arg(ap, int);
-            break;
-        }
-        const uint64_t mag = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
-        emit_integer(out, s, conv, mag, v < 0);
-        break;
-      }
-      case 'u':
-      case 'x':
-      case 'X':
-      case 'o': {
-        uint64_t v;
-        switch (len) {
-          case Len::kHH:
-            v = static_cast<unsigned char>(va_arg(ap, unsigned));
-            break;
-          case Len::kH:
-            v = static_cast<unsigned short>(va_arg(ap, unsigned));
-            break;
-          case Len::kL:
-            v = va_arg(ap, unsigned long);
-            break;
-          case Len::kLL:
-            v = va_arg(ap, unsigned long long);
-            break;
-          case Len::kZ:
-            v = va_arg(ap, size_t);
-            break;
-          case Len::kJ:
-            v = va_arg(ap, uintmax_t);
-            break;
-          case Len::kT:
-            v = static_cast<uint64_t>(va_arg(ap, ptrdiff_t));
-            break;
-          default:
-            v = va_arg(ap, unsigned);
-            break;
-        }
-        emit_integer(out, s, conv, v, false);
-        break;
-      }
-      case 'c': {
-        if (len != Len::kNone || s.zero) goto fallback;
-        const char c = static_cast<char>(va_arg(ap, int));
-        emit(out, s, nullptr, 0, &c, 1, 0);
-        break;
-      }
-      case 's': {
-        if (len != Len::kNone) goto fallback;
-        const char *str = va_arg(ap, const char *);
-        if (str == nullptr || s.zero) goto fallback;  // "(null)", zero-padded text
-        const size_t blen = s.prec >= 0 ? strnlen(str, static_cast<size_t>(s.prec)) : strlen(str);
-        emit(out, s, nullptr, 0, str, blen, 0);
-        break;
-      }
-      case '%':
-        if (s.left || s.zero || s.alt || s.space || s.plus || s.width != 0 || s.prec >= 0 ||
-            len != Len::kNone)
-          goto fallback;
-        out.put('%');
-        break;
-      default:
-        goto fallback;
+    Spec spec;
+    f = parse_spec(f + 1, &spec);
+    if (!convert(out, spec, &ap)) {
+      va_end(ap);
+      return libc_vsnprintf(dst, size, format, ap_in);
     }
   }
   va_end(ap);
-  if (size > 0) *out.cur = 0;
-  {
-    const size_t n = static_cast<size_t>(out.cur - dst) + out.over;
-    return n > INT32_MAX ? -1 : static_cast<int>(n);
-  }
+  return finish(out, dst, size);
+}
 
-fallback:
+int literal_vsnprintf(char *dst, size_t size, const char *format, va_list ap_in) {
+  const Program *p = program_of(format);
+  if (p == nullptr || !p->usable) return fast_vsnprintf(dst, size, format, ap_in);
+  va_list ap;
+  va_copy(ap, ap_in);
+  Sink out{dst, size > 0 ? dst + size - 1 : dst};
+  for (const Step &step : p->steps) {
+    out.put(format + step.words_at, step.words_len);
+    if (!convert(out, step.spec, &ap)) {
+      va_end(ap);
+      return libc_vsnprintf(dst, size, format, ap_in);
+    }
+  }
+  out.put(format + p->tail_at, p->tail_len);
   va_end(ap);
-  va_list again;
-  va_copy(again, ap_in);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  const int n = vsnprintf(dst, size, format, again);
-#pragma GCC diagnostic pop
-  va_end(again);
-  return n;
+  return finish(out, dst, size);
 }
 
 }  // namespace tlk::format

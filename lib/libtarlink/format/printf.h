@@ -15,6 +15,11 @@ namespace tlk::format {
 __attribute__((format(printf, 3, 0))) int fast_vsnprintf(char *dst, size_t size, const char *format,
                                                          va_list ap);
 
+// The same for a format that lives, unchanged, as long as the process: a string literal.  Its
+// parse is kept, found again by the format's address, so each call only converts.
+__attribute__((format(printf, 3, 0))) int literal_vsnprintf(char *dst, size_t size,
+                                                            const char *format, va_list ap);
+
 }  // namespace tlk::format
 
 #endif  // TARLINK_FORMAT_PRINTF_H

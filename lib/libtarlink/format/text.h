@@ -27,7 +27,7 @@ class Text {
     if (size_ == 0) return;
     va_list ap;
     va_start(ap, format);
-    const int n = fast_vsnprintf(dst_ + used_, size_ - used_, format, ap);
+    const int n = literal_vsnprintf(dst_ + used_, size_ - used_, format, ap);
     va_end(ap);
     if (n > 0)
       used_ += static_cast<size_t>(n) < size_ - used_ ? static_cast<size_t>(n) : size_ - used_ - 1;

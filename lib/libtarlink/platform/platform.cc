@@ -143,7 +143,25 @@ const char *host_inet_ntop(int family, const void *src, char *dst, socklen_t siz
     errno = EAFNOSUPPORT;
     return nullptr;
   }
-  return ::inet_ntop(af, src, dst, size);
+  if (af != AF_INET) return ::inet_ntop(af, src, dst, size);
+  // Dotted IPv4 by hand: the C library's goes through sprintf, and a trace of routes prints one
+  // per line.  Same result and the same ENOSPC for a short buffer.
+  const auto *b = static_cast<const uint8_t *>(src);
+  char text[INET_ADDRSTRLEN];
+  size_t n = 0;
+  for (int i = 0; i < 4; ++i) {
+    const unsigned v = b[i];
+    if (v >= 100) text[n++] = static_cast<char>('0' + v / 100);
+    if (v >= 10) text[n++] = static_cast<char>('0' + v / 10 % 10);
+    text[n++] = static_cast<char>('0' + v % 10);
+    text[n++] = i < 3 ? '.' : 0;
+  }
+  if (n > size) {
+    errno = ENOSPC;
+    return nullptr;
+  }
+  memcpy(dst, text, n);
+  return dst;
 }
 
 // The local address in the router's layout: length byte, family byte, then the family's bytes
