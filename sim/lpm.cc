@@ -3,6 +3,7 @@
 
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 
@@ -33,7 +34,59 @@ void masked(uint8_t out[16], const uint8_t *key, unsigned bits) {
   if (bits % 8 != 0) out[whole] &= static_cast<uint8_t>(0xFF << (8 - bits % 8));
 }
 
+constexpr size_t kLargePage = size_t{2} << 20;
+
+size_t whole_large_pages(size_t bytes) {
+  return (bytes + kLargePage - 1) / kLargePage * kLargePage;
+}
+
+// A table this big moves its roots into large pages; smaller ones keep their sparse, lazily
+// touched small pages (a large page of roots costs 2 MiB however few routes it holds).
+constexpr size_t kLargeTable = 65536;
+
 }  // namespace
+
+void *large_pages_alloc(size_t bytes) {
+  const size_t len = whole_large_pages(bytes);
+  // One large page more than asked, then the ends cut off, for a start on a 2 MiB boundary.
+  void *raw =
+      mmap(nullptr, len + kLargePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (raw == MAP_FAILED) return nullptr;
+  const uintptr_t base = reinterpret_cast<uintptr_t>(raw);
+  const uintptr_t start = (base + kLargePage - 1) / kLargePage * kLargePage;
+  if (start > base) munmap(raw, start - base);
+  const size_t tail = kLargePage - (start - base);
+  if (tail > 0) munmap(reinterpret_cast<void *>(start + len), tail);
+  void *p = reinterpret_cast<void *>(start);
+  madvise(p, len, MADV_HUGEPAGE);  // a hint: without it the pages are small, and still right
+  return p;
+}
+
+void large_pages_free(void *p, size_t bytes) {
+  if (p != nullptr) munmap(p, whole_large_pages(bytes));
+}
+
+void Lpm::free_roots(Tier &t) {
+  if (t.large)
+    large_pages_free(t.roots, (size_t{1} << t.stride) * sizeof(uint32_t));
+  else
+    free(t.roots);
+  t.roots = nullptr;
+  t.large = false;
+}
+
+void Lpm::enlarge_roots() {
+  for (Tier &t : tiers_) {
+    const size_t bytes = (size_t{1} << t.stride) * sizeof(uint32_t);
+    if (t.roots == nullptr || t.large || bytes < kLargePage) continue;
+    auto *moved = static_cast<uint32_t *>(large_pages_alloc(bytes));
+    if (moved == nullptr) continue;  // stays in small pages
+    memcpy(moved, t.roots, bytes);
+    free(t.roots);
+    t.roots = moved;
+    t.large = true;
+  }
+}
 
 uint32_t Lpm::make(const uint8_t *key, unsigned bits, bool has, uint32_t value) {
   Node n{};
@@ -57,15 +110,14 @@ void Lpm::release(uint32_t n) {
 }
 
 Lpm::~Lpm() {
-  for (Tier &t : tiers_) free(t.roots);
+  for (Tier &t : tiers_) free_roots(t);
 }
 
 void Lpm::clear() {
   nodes_.clear();
   free_.clear();
   for (Tier &t : tiers_) {
-    free(t.roots);
-    t.roots = nullptr;
+    free_roots(t);
     t.occupied.clear();
   }
   size_ = 0;
@@ -93,7 +145,10 @@ void Lpm::set_root(RootRef r, uint32_t node) {
   if (t.roots == nullptr) {
     // Zero pages from the system: a table that never uses most roots never touches them.
     const size_t n = size_t{1} << t.stride;
-    t.roots = static_cast<uint32_t *>(calloc(n, sizeof(uint32_t)));
+    const bool large = size_ >= kLargeTable && n * sizeof(uint32_t) >= kLargePage;
+    t.roots = large ? static_cast<uint32_t *>(large_pages_alloc(n * sizeof(uint32_t))) : nullptr;
+    t.large = t.roots != nullptr;
+    if (t.roots == nullptr) t.roots = static_cast<uint32_t *>(calloc(n, sizeof(uint32_t)));
     if (t.roots == nullptr) abort();
     t.occupied.assign((n + 63) / 64, 0);
   }
@@ -140,7 +195,7 @@ uint32_t Lpm::put(const uint8_t *in, unsigned bits, uint32_t value, bool replace
   for (;;) {
     if (n == kNil) {
       link(make(k, bits, true, value));
-      ++size_;
+      if (++size_ == kLargeTable) enlarge_roots();
       return kNone;
     }
     const unsigned nl = nodes_[n].len_lo;
@@ -154,7 +209,7 @@ uint32_t Lpm::put(const uint8_t *in, unsigned bits, uint32_t value, bool replace
       }
       nd.has = 1;
       nd.value = value;
-      ++size_;
+      if (++size_ == kLargeTable) enlarge_roots();
       return kNone;
     }
     if (c == nl) {  // the node's prefix covers the key: go down
@@ -174,7 +229,7 @@ uint32_t Lpm::put(const uint8_t *in, unsigned bits, uint32_t value, bool replace
       nodes_[g].child[bit(nodes_[n].key, c)] = n;
       link(g);
     }
-    ++size_;
+    if (++size_ == kLargeTable) enlarge_roots();
     return kNone;
   }
 }

@@ -18,10 +18,40 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <stdlib.h>
 
 #include <vector>
 
 namespace tarsim::internal {
+
+// Memory in 2 MiB pages where the system gives them (null if it gives none), for the trie's big
+// arrays: a lookup in a table of a million routes touches a few spots in tens of megabytes, and
+// with 4 KiB pages each is a miss of the address translation as well as of the cache.  `bytes`
+// is rounded up to whole large pages; release with the same count.  The memory reads as zero.
+void *large_pages_alloc(size_t bytes);
+void large_pages_free(void *p, size_t bytes);
+
+// The node vector's allocator: blocks of 2 MiB and more in large pages, the rest from malloc.
+template <typename T>
+struct LargePageAllocator {
+  using value_type = T;
+  static constexpr size_t kLarge = size_t{2} << 20;
+  LargePageAllocator() = default;
+  template <typename U>
+  LargePageAllocator(const LargePageAllocator<U> &) {}
+  T *allocate(size_t n) {
+    void *p = n * sizeof(T) >= kLarge ? large_pages_alloc(n * sizeof(T)) : malloc(n * sizeof(T));
+    if (p == nullptr) abort();
+    return static_cast<T *>(p);
+  }
+  void deallocate(T *p, size_t n) {
+    if (n * sizeof(T) >= kLarge)
+      large_pages_free(p, n * sizeof(T));
+    else
+      free(p);
+  }
+  friend bool operator==(const LargePageAllocator &, const LargePageAllocator &) { return true; }
+};
 
 class Lpm {
  public:
@@ -63,7 +93,8 @@ class Lpm {
 
   struct Tier {
     unsigned stride;  // bits that pick a root; a tier holds prefixes of at least that
-    uint32_t *roots;  // 2^stride entries, node + 1 (0 for none), calloc'ed on first use
+    uint32_t *roots;  // 2^stride entries, node + 1 (0 for none), allocated on first use
+    bool large;       // roots in large pages (a big table), else calloc'ed
     std::vector<uint64_t> occupied;  // one bit per root that holds anything
   };
   static constexpr unsigned kTiers = 3;
@@ -86,9 +117,14 @@ class Lpm {
   uint32_t first_in(uint32_t n) const;
   uint32_t next_node(const uint8_t *key, unsigned bits) const;
 
-  std::vector<Node> nodes_;
   std::vector<uint32_t> free_;
-  Tier tiers_[kTiers] = {{20, nullptr, {}}, {16, nullptr, {}}, {0, nullptr, {}}};
+  // Moves the roots of a table that has grown big into large pages.
+  void enlarge_roots();
+  void free_roots(Tier &t);
+
+  std::vector<Node, LargePageAllocator<Node>> nodes_;
+  Tier tiers_[kTiers] = {
+      {20, nullptr, false, {}}, {16, nullptr, false, {}}, {0, nullptr, false, {}}};
   size_t size_ = 0;
 };
 

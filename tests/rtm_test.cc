@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <random>
+#include <set>
 #include <vector>
 
 #include "harness.h"
@@ -418,6 +419,40 @@ TEST_F(RtmTest, MatchAgreesWithABruteForceSearchOverRandomTables) {
     }
     EXPECT_EQ(err, EOPNOTSUPP);
     EXPECT_EQ(at, ref.size());
+  }
+}
+
+// A table big enough that the trie moves its roots and nodes into large pages (tens of thousands
+// of routes) answers every match as before the move: the /24s, the /16s and the /8 under them.
+TEST_F(RtmTest, MatchInATableGrownBigAgreesWithItsRoutes) {
+  kernel.record(false);
+  std::mt19937 rng(20261124);  // 32-bit draws
+  auto draw = [&] { return static_cast<uint32_t>(rng()); };
+  std::set<uint32_t> nets24, nets16 = {0x0A00, 0x0B07, 0x0C20};
+  for (uint32_t n16 : nets16)
+    ASSERT_TRUE(kernel.routes().create(tarsim::route_inet(kTid, n16 << 16, 16)));
+  ASSERT_TRUE(kernel.routes().create(tarsim::route_inet(kTid, 0x0A000000, 8)));
+  while (nets24.size() < 70000) {
+    const uint32_t n24 = (10u + draw() % 4) << 16 | (draw() & 0xFFFF);
+    if (nets24.insert(n24).second) {
+      ASSERT_TRUE(kernel.routes().create(tarsim::route_inet(kTid, n24 << 8, 24)));
+    }
+  }
+  for (int q = 0; q < 2000; ++q) {
+    const uint32_t addr = (10u + draw() % 4) << 24 | (draw() & 0xFFFFFF);
+    const uint16_t want = nets24.count(addr >> 8)    ? 24
+                          : nets16.count(addr >> 16) ? 16
+                          : (addr >> 24) == 10       ? 8
+                                                     : 0;
+    const uint8_t dst[4] = {static_cast<uint8_t>(addr >> 24), static_cast<uint8_t>(addr >> 16),
+                            static_cast<uint8_t>(addr >> 8), static_cast<uint8_t>(addr)};
+    void *m = nullptr;
+    const int err = tarvik_rtmatch_by_prefix(c, kTid, TLK_AF_INET, 0, dst, 32, &m, nullptr);
+    ASSERT_EQ(err, want == 0 ? EOPNOTSUPP : 0) << addr;
+    if (err == 0) {
+      EXPECT_EQ(static_cast<rt_msg *>(m)->plen, want) << addr;
+    }
+    tarvik_msg_idl_release(c, m, nullptr);
   }
 }
 
