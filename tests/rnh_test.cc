@@ -452,7 +452,7 @@ TEST(RnhTrace, CompositeItemsAfterTheHead) {
   m.idx.idx = 1048600;
   m.af = TLK_AF_INET;
   uint32_t dlnh[2] = {7, 8}, comp[3] = {1001, 1002, 1003}, derv[1] = {55};
-  tlk_msg_info items[8] = {};
+  tlk_msg_info items[10] = {};
   items[0].tlkmi_type = 0x4000002;
   items[0].tlkmi_u.nh_comp_func.ncf_value = 4;
   items[1].tlkmi_type = 0x400001b;
@@ -472,10 +472,18 @@ TEST(RnhTrace, CompositeItemsAfterTheHead) {
   items[6].tlkmi_type = 0x4000011;
   items[6].tlkmi_u.tlk_msg_info_u32.value = 77;
   items[7].tlkmi_type = 0x400000a;  // linked next hop: no words
-  tlk_msg_info *list[8];
-  for (int i = 0; i < 8; ++i) list[i] = &items[i];
+  // The label block: operation 3 at offset 5 with flags 0x12, ids 7 and 6, MTU 1500, two labels
+  // (the second with all-zero flags) and one policer.
+  tagp_label8 labels[2] = {{300016, 0x21030201}, {17, 0}};
+  tagp_label7 policer[1] = {};
+  items[8].tlkmi_type = 0x4000007;
+  items[8].tlkmi_u.tagp = {0x120503, 7, 6, 1500, labels, 2, 0, policer, 1};
+  items[9].tlkmi_type = 0x4000008;
+  items[9].tlkmi_u.msg_tagp.mt_value = 299776;
+  tlk_msg_info *list[10];
+  for (int i = 0; i < 10; ++i) list[i] = &items[i];
   m.rnhc_hdr.tlkh_info = list;
-  m.rnhc_hdr.tlkh_info_len = 8;
+  m.rnhc_hdr.tlkh_info_len = 10;
   char line[2048];
   ASSERT_EQ(tarvik_format_output(nullptr, line, sizeof line, 0, &m), 0);
   const std::string text = line;
@@ -486,7 +494,14 @@ TEST(RnhTrace, CompositeItemsAfterTheHead) {
             "tuntype 1 encapid 2  decapid 3 tunid 4  flags 0x5 anchor_id 6 "
             "srcip 0xa000001 destip 0xa000002 grekey 9 antispoof 0xa "
             "dlnh_flags 0x30 dlnh_list_len 2 dlnh-list=7,8, "
-            "comp=1001,1002,1003, derv=55, filter 12 sgid=77 \n");
+            "comp=1001,1002,1003, derv=55, filter 12 sgid=77 "
+            "opcode=3, offset=5, flags=0x12, selfid=7, parentid=6, mtu=1500, label_count=2, "
+            "policer_count=1 "
+            "label_proto=1, label_cos_action=2, label_cos_value=3, label=300016, "
+            "label_ttl_action=1, lb_attr=Entropy label "
+            "label_proto=0, label_cos_action=0, label_cos_value=0, label=17, "
+            "label_ttl_action=0, lb_attr=None "
+            "comp label: 299776 \n");
 }
 
 }  // namespace

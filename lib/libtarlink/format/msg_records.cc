@@ -44,6 +44,29 @@ struct Prefix {
   }
 };
 
+// A 32-bit IPv4 address kept as it travels, its first byte the highest of the dotted form.
+struct Ipv4 {
+  char s[kScratch];
+  explicit Ipv4(const void *word) : Ipv4(static_cast<const uint8_t *>(word)) {}
+  explicit Ipv4(const uint8_t *b) { snprintf(s, sizeof s, "%u.%u.%u.%u", b[0], b[1], b[2], b[3]); }
+};
+
+// A number as the text of a "%s" column whose record keeps only the number.
+struct Num {
+  char s[16];
+  explicit Num(uint32_t v) { snprintf(s, sizeof s, "%u", v); }
+};
+
+// A list of next hop indexes as "i,j,k," in a scratch buffer, cut at its size.
+struct IndexList {
+  char s[kScratch];
+  IndexList(const uint32_t *v, uint32_t n) {
+    Text t(s, sizeof s);
+    t.clear();
+    for (uint32_t i = 0; v != nullptr && i < n && !t.full(); ++i) t.add("%u,", v[i]);
+  }
+};
+
 const char *nexthop_word(unsigned nh) {
   // The table's last entry, for anything out of range, is no word at all; the C library prints
   // it as "(null)", and so do we without handing a null to printf.
@@ -61,6 +84,283 @@ void each_attachment(const tlk_hdr &h, Fn fn) {
     uint32_t value;
     memcpy(&value, &a->tlkmi_u, sizeof value);
     fn(a->tlkmi_type & kSelectorMask, value, a);
+  }
+}
+
+// Full selectors of the attachments whose arms hold pointers: such an arm is read only under its
+// own selector, so that an attachment of another family with the same low bits is never taken
+// for it.
+constexpr uint32_t kDfwApplyInfo = 245;
+constexpr uint32_t kNhChildNexthops = 0x2000008, kNhChildIfls = 0x2000009;
+constexpr uint32_t kCompLabelBlock = 0x4000007;
+constexpr uint32_t kRnhInfoRpfList = 16;  // the next hop info arm of a multicast RPF list
+
+// A 10-byte Ethernet segment identifier, its bytes in hex and colons.
+struct Esi {
+  char s[32];
+  explicit Esi(const uint8_t (&e)[10]) {
+    snprintf(s, sizeof s, "%02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x", e[0], e[1], e[2],
+             e[3], e[4], e[5], e[6], e[7], e[8], e[9]);
+  }
+  static bool zero(const uint8_t (&e)[10]) {
+    for (uint8_t b : e)
+      if (b != 0) return false;
+    return true;
+  }
+};
+
+// A MAC address in the six-bytes-of-hex form of a "%s" column.
+struct Mac {
+  char s[20];
+  explicit Mac(const uint8_t (&m)[6]) {
+    snprintf(s, sizeof s, "%02x:%02x:%02x:%02x:%02x:%02x", m[0], m[1], m[2], m[3], m[4], m[5]);
+  }
+};
+
+// The "no preempt" bit of the segment attachments' flags.
+const char *preempt_word(uint8_t flags) {
+  return (flags & 1) != 0 ? "no-preempt" : "";
+}
+
+// A label block (`tagp`) as the trace shows it.  Its own words: the low byte of tg_w0 is the
+// operation, the next byte the offset, the high half the flags; tg_w1 is the block's own id,
+// tg_w2 its parent's, tg_w3 the MTU.  Each 8-byte entry is a label and a flags word whose bytes
+// are, from the lowest: the protocol, the CoS action, the CoS value, and in the highest byte the
+// TTL action (low nibble) and the load balancing attribute (high nibble).  The 7-byte entries
+// are policers, only counted.
+struct LabelBlock {
+  const tagp &t;
+  unsigned opcode() const { return t.tg_w0 & 0xFF; }
+  unsigned offset() const { return (t.tg_w0 >> 8) & 0xFF; }
+  unsigned flags() const { return t.tg_w0 >> 16; }
+  uint32_t labels() const { return t.tg_labels != nullptr ? t.tg_label_count : 0; }
+  static unsigned proto(const tagp_label8 &l) { return l.tl8_flags & 0xFF; }
+  static unsigned cos_action(const tagp_label8 &l) { return (l.tl8_flags >> 8) & 0xFF; }
+  static unsigned cos_value(const tagp_label8 &l) { return (l.tl8_flags >> 16) & 0xFF; }
+  static unsigned ttl_action(const tagp_label8 &l) { return (l.tl8_flags >> 24) & 0xF; }
+  static const char *lb_attr(const tagp_label8 &l) {
+    return tarvik_format_lb_attr(l.tl8_flags >> 28);
+  }
+};
+
+// A filter rule applied to a device: " dfw_info[" and the rule of each record, then "]".  The
+// attachment holds one rule: its index and precedence; it names no direction and no filter,
+// which print as empty words.
+void dfw_rules(Out &out, const dfw_apply_info &d) {
+  out.put(" dfw_info[");
+  out.add("%s%s %s:%u - prec %u", "", "", "", d.dai_index, static_cast<unsigned>(d.dai_state));
+  out.put("]");
+}
+
+// A family's filter block: the TLV encoding of a dfw_iff_apply_info_blob in the filter
+// attachment.  The blob names the input and output filters; it carries no input queue filters
+// and no implicit or chained filter lists, which print as 0 and empty.
+void filter_block(Out &out, const dfw_apply_info &d) {
+  dfw_iff_apply_info_blob b{};
+  const int32_t got = tlv_decode_dfw_iff_apply_info_blob_0(&b, nullptr, d.dai_blob, d.dai_blob_len);
+  if (got < 1) return out.add("Error %d decoding iffi_apply_info_blob.\n", static_cast<int>(got));
+  out.add(" iffi_in %u iffi_out %u iffi_iq %u  iffi_iqpf %u implicit-in [", b.diaib_input_filter,
+          b.diaib_output_filter, 0u, 0u);
+  out.put(" ] implicit-prec-in [");
+  out.put("] implicit-out [");
+  out.put(" ] implicit-prec-out [");
+  out.put("] cli-chain-in [");
+  out.put(" ] cli-chain-prec-in [");
+  out.put("] cli-chain-out [");
+  out.put(" ] cli-chian-prec-out [");  // so spelled in the traces
+  out.put("]");
+}
+
+// A device's Ethernet segment, told only when its identifier is set.  The mode prints as its
+// number.
+void device_esi(Out &out, const if_ether_esi_info &e) {
+  if (Esi::zero(e.ieei_esi)) return;
+  out.add(" ESI %s mode:%s source_bmac:%s df-type: %u pref:%d %s", Esi(e.ieei_esi).s,
+          Num(e.ieei_mode).s, Mac(e.ieei_bmac).s, e.ieei_df_type, static_cast<int>(e.ieei_pref),
+          preempt_word(e.ieei_flags));
+}
+
+// A logical interface's attachments, by selector.  Modes and roles print as their numbers.
+void ifl_attachment(Out &out, uint32_t sel, const tlk_msg_info &a) {
+  const auto &u = a.tlkmi_u;
+  switch (sel) {
+    case 189:
+      return out.add(" copy_tos=0x%x ", u.if_tos.it_value);
+    case 298: {
+      // The bundle's options name one link: its device by index, its unit and its weight.
+      const if_ae_intf_options &ae = u.if_ae_intf_options;
+      out.put(" AE_intf_info[");
+      out.add(" link %s.%u weight %u", Num(ae.iaio_value).s, static_cast<unsigned>(ae.iaio_mode),
+              static_cast<unsigned>(ae.iaio_version));
+      return out.put(" ]");
+    }
+    case 251:
+      return out.add(" oam_flags=0x%x ", u.ifl_oam_lfm_flags_struct.iolfs_flags);
+    case 389: {
+      const if_ifl_esi_info &e = u.if_ifl_esi_info;
+      return out.add(" esi %s mode:%s df-type: %u pref:%d %s", Esi(e.iiei_esi).s,
+                     Num(e.iiei_mode).s, e.iiei_df_type, static_cast<int>(e.iiei_pref),
+                     preempt_word(e.iiei_flags));
+    }
+    case 390: {
+      const if_ifl_esi_df_info &e = u.if_ifl_esi_df_info;
+      return out.add(" esi %s esi-df-role=%s esi-sh-label=%u ", Esi(e.iiedi_esi).s,
+                     Num(e.iiedi_df_role).s, e.iiedi_sh_label);
+    }
+    case 420:
+      return out.add(" copy_tos_transit=0x%x ", u.if_tos.it_value);
+    case 425: {
+      const if_ifl_esi_evi_info &e = u.if_ifl_esi_evi_info;
+      return out.add(" esi=%s peer evi=%s and minimum isid = %d ", Esi(e.iieei_esi).s,
+                     Num(e.iieei_peer_evi).s, static_cast<int>(e.iieei_min_isid));
+    }
+    case 430: {
+      const if_ifl_esi_info &e = u.if_ifl_esi_info;
+      return out.add(" virtual esi %s mode:%s", Esi(e.iiei_esi).s, Num(e.iiei_mode).s);
+    }
+    default:
+      return;
+  }
+}
+
+// A family's attachments, by selector: the filter block, the family's next hop, its segment, its
+// multicast next hops and its mesh group (the bridge domain index it is kept as).
+void iff_attachment(Out &out, uint32_t sel, const tlk_msg_info &a) {
+  const auto &u = a.tlkmi_u;
+  switch (sel) {
+    case kDfwApplyInfo:
+      return filter_block(out, u.dfw_apply_info);
+    case 190:
+      return out.add("iff nh idx = %d ", static_cast<int>(u.ifftlv_nh_info.ini_index));
+    case 386: {
+      const ifftlv_viff_esi_info &e = u.ifftlv_viff_esi_info;
+      return out.add("esi=%s mode=%s df-role=%s sh-label=%u ", Esi(e.ivei_esi).s,
+                     Num(e.ivei_mode).s, Num(e.ivei_df_role).s, e.ivei_sh_label);
+    }
+    case 426: {
+      const ifftlv_viff_mcnh_info &n = u.ifftlv_viff_mcnh_info;
+      return out.add("ifl_idx=%u mcnh_type=%u im nh_idx=%u sh nh_idx=%u ", n.ivmi_ifl_idx,
+                     n.ivmi_mcnh_type, n.ivmi_im_nh_idx, n.ivmi_sh_nh_idx);
+    }
+    case 224:
+      return out.add("mg-id %u ", u.iff_tlv_bd_index.itbi_value);
+    default:
+      return;
+  }
+}
+
+// An address's subnet attachments: a status, the MAC and, for the preferred source, the IPv4
+// address.
+void ifa_attachment(Out &out, uint32_t sel, const tlk_msg_info &a) {
+  const auto &u = a.tlkmi_u;
+  switch (sel) {
+    case 403: {
+      const if_subnet_pref_src_ip_msg &p = u.if_subnet_pref_src_ip_msg;
+      const uint8_t *mac = p.ispsi_mac;
+      return out.add(" SUBNET_PREF_SRC_IP TLV, status: %d, IP: %s, MAC: %x:%x:%x:%x:%x:%x",
+                     static_cast<int>(p.ispsi_status), Ipv4(p.ispsi_ip).s, mac[0], mac[1], mac[2],
+                     mac[3], mac[4], mac[5]);
+    }
+    case 402: {
+      const if_subnet_pref_src_mac_msg &p = u.if_subnet_pref_src_mac_msg;
+      const uint8_t *mac = p.ispsm_mac;
+      return out.add(" SUBNET_PREF_SRC_MAC TLV, status: %d, MAC: %x:%x:%x:%x:%x:%x",
+                     static_cast<int>(p.ispsm_status), mac[0], mac[1], mac[2], mac[3], mac[4],
+                     mac[5]);
+    }
+    case 401: {
+      const if_subnet_proxy_msg &p = u.if_subnet_proxy_msg;
+      const uint8_t *mac = p.ispm_mac;
+      return out.add(" SUBNET_PROXY TLV, status: %d, MAC: %x:%x:%x:%x:%x:%x",
+                     static_cast<int>(p.ispm_status), mac[0], mac[1], mac[2], mac[3], mac[4],
+                     mac[5]);
+    }
+    default:
+      return;
+  }
+}
+
+// The next hop types whose info is an RPF list.
+bool has_rpf_list(unsigned nh) {
+  return nh == 19 || nh == 16;
+}
+
+// The RPF list of a next hop: its info's selector and length, and an entry per interface of a
+// multicast RPF element list.  The list keeps only the interfaces: labels, weight, flags,
+// session, type, generation, status, references and rate print as 0.
+void rpf_info(Out &out, const rnh_msg &m) {
+  const mcast_rpf_element_list &l = m.rnh_info.rnhi_u.mcast_rpf_element_list;
+  const uint32_t n =
+      m.rnh_info.rnhi_type == kRnhInfoRpfList && l.mrel_ifl != nullptr ? l.mrel_count : 0;
+  out.add(" RPF info  type=%u len=%u num-elems=%u\n", m.rnh_info.rnhi_type, m.info_len, n);
+  for (uint32_t i = 0; i < n; ++i)
+    out.add(
+        "{ifidx=%u ilbl=%u olbl=%u wt=%u flags=0x%x session id=%u type=%u gen_num=%u status=%u "
+        "ref=%u minrate=%u}\n",
+        l.mrel_ifl[i], 0u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 0u, 0u);
+}
+
+// A next hop's attachments, by their full selector.
+void nh_attachment(Out &out, uint32_t sel, uint32_t value, const tlk_msg_info &a) {
+  const auto &u = a.tlkmi_u;
+  switch (sel) {
+    case 0x2000003:
+      return out.add(" af_fixup=%s", tarvik_format_af(u.af_fixup.af_af));
+    case 0x2000004:
+      return out.add(" iflidx_fixup = %d", static_cast<int>(value));
+    case 0x2000005:
+      return out.add(" nh_adders=0x%016llx",
+                     static_cast<unsigned long long>(u.rnhtlv_adders.ra_value));
+    case kNhChildNexthops: {
+      const rnhtlv_cont_cnh_indices &l = u.rnhtlv_cont_cnh_indices;
+      out.put("child_nh=");
+      return out.put(IndexList(l.rcci_entries, l.rcci_count).s);
+    }
+    case kNhChildIfls: {
+      const rnhtlv_cont_cifl_indices &l = u.rnhtlv_cont_cifl_indices;
+      out.put("child_ifl=");
+      return out.put(IndexList(l.rcci_entries, l.rcci_count).s);
+    }
+    case 0x2000014:
+      return out.add(" oam-id = %u", u.rnhtlv_oam_session_id.rosi_value);
+    case 0x2000019:
+      return out.add(" nh-version id = %u\n", u.rnhtlv_version_id.rvi_value);
+    case 0x200001c:
+      return out.add(" sgid = %u\n", u.rnhtlv_stats_id_group_id.rsigi_value);
+    default:
+      return;
+  }
+}
+
+// A next hop's label block, with its labels.
+void mpls_data(Out &out, const tagp &t) {
+  const LabelBlock b{t};
+  out.add(
+      "MPLS Data: opcode=%u, flags=0x%x, selfid=%u, parentid=%u, mtu=%u, lbl_count=%u, "
+      "policer_count=%u ",
+      b.opcode(), b.flags(), t.tg_w1, t.tg_w2, t.tg_w3, t.tg_label_count, t.tg_entry_count);
+  for (uint32_t i = 0; i < b.labels(); ++i) {
+    const tagp_label8 &l = t.tg_labels[i];
+    out.add("label[%u]: label=%u, proto=%u, lb_attr=%s ", i, l.tl8_label, LabelBlock::proto(l),
+            LabelBlock::lb_attr(l));
+  }
+}
+
+// A composite's label block, with its labels.
+void comp_labels(Out &out, const tagp &t) {
+  const LabelBlock b{t};
+  out.add(
+      "opcode=%u, offset=%u, flags=0x%x, selfid=%u, parentid=%u, mtu=%u, label_count=%u, "
+      "policer_count=%u ",
+      b.opcode(), b.offset(), b.flags(), t.tg_w1, t.tg_w2, t.tg_w3, t.tg_label_count,
+      t.tg_entry_count);
+  for (uint32_t i = 0; i < b.labels(); ++i) {
+    const tagp_label8 &l = t.tg_labels[i];
+    out.add(
+        "label_proto=%u, label_cos_action=%u, label_cos_value=%u, label=%u, label_ttl_action=%u, "
+        "lb_attr=%s ",
+        LabelBlock::proto(l), LabelBlock::cos_action(l), LabelBlock::cos_value(l), l.tl8_label,
+        LabelBlock::ttl_action(l), LabelBlock::lb_attr(l));
   }
 }
 
@@ -147,6 +447,15 @@ void ifdev(Out &out, const ifdev_msg &m) {
       case 428:
         out.add(" cis_flags 0x%x", a->tlkmi_u.if_core_isolation_state.icis_value);
         break;
+      case 245:
+        if (a->tlkmi_type == kDfwApplyInfo) dfw_rules(out, a->tlkmi_u.dfw_apply_info);
+        break;
+      case 326:  // the anchor point's device, by its index
+        out.add(" anchor-point %s", Num(a->tlkmi_u.if_pfe_ps_options.ippo_value).s);
+        break;
+      case 385:
+        device_esi(out, a->tlkmi_u.if_ether_esi_info);
+        break;
       default:
         break;
     }
@@ -162,6 +471,9 @@ void ifl(Out &out, const ifl_msg &m) {
       name.s, m.iflm_unit, m.iflm_flags, m.iflm_index.idx, static_cast<int>(m.iflm_generation),
       m.iflm_lr, m.iflm_pifd, m.iflm_uidx.idx, static_cast<unsigned>(m.iflm_privflags),
       m.iflm_snmp_id.idx, static_cast<int>(m.iflm_iflsetidx.idx), kind, m.iflm_tenant);
+  each_attachment(m.iflm_hdr, [&](uint32_t sel, uint32_t, const tlk_msg_info *a) {
+    ifl_attachment(out, sel, *a);
+  });
 }
 
 void iffamily(Out &out, const iff_msg &m) {
@@ -171,6 +483,10 @@ void iffamily(Out &out, const iff_msg &m) {
   out.add("flags=0x%llx iflidx=%u subunit=%u, gen=%d tbl=%d , iff_type=%s ",
           static_cast<unsigned long long>(m.iffm_flags), m.iffm_iflidx.idx, m.iffm_unit,
           static_cast<int>(m.iffm_generation), 0, "default");
+  each_attachment(m.iffm_hdr, [&](uint32_t sel, uint32_t, const tlk_msg_info *a) {
+    if (sel == kDfwApplyInfo && a->tlkmi_type != kDfwApplyInfo) return;
+    iff_attachment(out, sel, *a);
+  });
 }
 
 void ifaddr(Out &out, const ifa_msg &m) {
@@ -178,6 +494,9 @@ void ifaddr(Out &out, const ifa_msg &m) {
   const Prefix dest(m.ifam_dest.prefix, m.ifam_dest.prefix_len, m.ifam_dest.plen, m.ifam_af);
   out.add("%s local=%s dest=%s idx=%u, gen=%d, flag=0x%x", tarvik_format_af(m.ifam_af), local.s,
           dest.s, m.ifam_iflidx.idx, static_cast<int>(m.ifam_generation), m.ifam_flags);
+  each_attachment(m.ifam_hdr, [&](uint32_t sel, uint32_t, const tlk_msg_info *a) {
+    ifa_attachment(out, sel, *a);
+  });
 }
 
 void nexthop(Out &out, int mode, const rnh_msg &m) {
@@ -193,6 +512,12 @@ void nexthop(Out &out, int mode, const rnh_msg &m) {
           nexthop_word(m.nh), static_cast<unsigned>(m.flags), static_cast<unsigned>(m.uflags),
           m.idx.idx, m.ifidx.idx, static_cast<int>(m.filteridx), m.tid, 0,
           (m.rnh_hdr.tlkh_flags & 2) ? " req_ack" : "", "");
+  if (has_rpf_list(m.nh)) rpf_info(out, m);
+  each_attachment(m.rnh_hdr, [&](uint32_t, uint32_t value, const tlk_msg_info *a) {
+    nh_attachment(out, a->tlkmi_type, value, *a);
+  });
+  for (uint32_t i = 0; m.rnh_f24 != nullptr && i < m.rnh_f24_count; ++i)
+    mpls_data(out, m.rnh_f24[i]);
 }
 
 void mgroup(Out &out, const mgr_msg &m) {
@@ -211,16 +536,6 @@ void rt_class(Out &out, const ntbl_msg &m) {
   const Name name(m.ntbl_name, m.ntbl_name_len);
   out.add("name=%s table_id=%d class_id=%d flags=%d", name.s, 0, m.idx, 0);
 }
-
-// A list of next hop indexes as "i,j,k," in a scratch buffer, cut at its size.
-struct IndexList {
-  char s[kScratch];
-  IndexList(const uint32_t *v, uint32_t n) {
-    Text t(s, sizeof s);
-    t.clear();
-    for (uint32_t i = 0; v != nullptr && i < n && !t.full(); ++i) t.add("%u,", v[i]);
-  }
-};
 
 // The composite's items, each with its text: its function, tunnel, downstream, component and
 // derived next hop lists, filter and group.
@@ -262,6 +577,11 @@ void composite(Out &out, const rnhc_msg &m) {
         return out.add("filter %u ", value);
       case 0x000011:  // the service group
         return out.add("sgid=%u ", value);
+      case 0x000007:
+        if (a->tlkmi_type == kCompLabelBlock) comp_labels(out, a->tlkmi_u.tagp);
+        return;
+      case 0x000008:  // the composite's label, a number
+        return out.add("comp label: %s ", Num(a->tlkmi_u.msg_tagp.mt_value).s);
       default:
         return;
     }
@@ -361,19 +681,6 @@ void sa_info(Out &out, const void *message) {
           static_cast<int>(wire::load_u32(b + 36)), b[49], static_cast<int>(wire::load_u32(b + 32)),
           static_cast<int>(wire::load_u32(b + 40)));
 }
-
-// A 32-bit IPv4 address kept as it travels, its first byte the highest of the dotted form.
-struct Ipv4 {
-  char s[kScratch];
-  explicit Ipv4(const void *word) : Ipv4(static_cast<const uint8_t *>(word)) {}
-  explicit Ipv4(const uint8_t *b) { snprintf(s, sizeof s, "%u.%u.%u.%u", b[0], b[1], b[2], b[3]); }
-};
-
-// A number as the text of a "%s" column whose record keeps only the number.
-struct Num {
-  char s[16];
-  explicit Num(uint32_t v) { snprintf(s, sizeof s, "%u", v); }
-};
 
 void ifdest(Out &out, const ifdest_msg &m) {
   const Name name(m.idm_ifd_name, m.idm_ifd_name_len);
