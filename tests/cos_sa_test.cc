@@ -111,7 +111,7 @@ const RequestRow kRequests[] = {
      0x3A65,
      1984,
      {{6, 1, TLK_OP_GETNEXT}}},
-    {"file specification (type 60)",
+    {"fspec (type 60)",
      [](auto *c, void **o) { return tarvik_cp_fspec_get(c, TLK_OP_GET, o); },
      0x3C64,
      40,
@@ -121,7 +121,7 @@ const RequestRow kRequests[] = {
      0x3B64,
      168,
      {{40, 1, 'n'}, {98, 1, 'n'}, {99, 1, 0}}},
-    {"interface file specification map",
+    {"interface fspec map",
      [](auto *c, void **o) {
        return tarvik_iif_fspec_map_get(c, TLK_OP_GET, kName60.c_str(), "b", o);
      },
@@ -181,7 +181,7 @@ const uint8_t kKey[4] = {1, 0, 0, 0};
 const RefusalRow kRefusals[] = {
     {"queue map getnext", [](auto *c, void **o) { return tarvik_cglb_get(c, TLK_OP_GETNEXT, o); },
      EINVAL},
-    {"file specification getnext",
+    {"fspec getnext",
      [](auto *c, void **o) { return tarvik_cp_fspec_get(c, TLK_OP_GETNEXT, o); }, EINVAL},
     {"parameters clear", [](auto *c, void **o) { return tarvik_cp_params_get(c, TLK_OP_CLEAR, o); },
      EINVAL},
@@ -192,7 +192,7 @@ const RefusalRow kRefusals[] = {
     {"statistics by index getnext",
      [](auto *c, void **o) { return tarvik_cp_stats_get_by_index(c, 5, TLK_OP_GETNEXT, o); },
      EINVAL},
-    {"file specification map without a name",
+    {"fspec map without a name",
      [](auto *c, void **o) { return tarvik_iif_fspec_map_get(c, TLK_OP_GET, nullptr, "b", o); },
      EINVAL},
     {"file statistics getnext",

@@ -117,7 +117,7 @@ enum class Len : uint8_t { kNone, kHH, kH, kL, kLL, kZ, kJ, kT };
 
 // One conversion of a format: its flags, width and precision ("*" read from the arguments) and
 // its length and letter.
-struct Spec {
+struct Directive {
   Conversion c;
   bool star_width = false, star_prec = false;
   Len len = Len::kNone;
@@ -125,8 +125,8 @@ struct Spec {
 };
 
 // Reads the conversion after a '%' at `f`; returns where the format goes on.
-const char *parse_spec(const char *f, Spec *out) {
-  Spec s;
+const char *parse_directive(const char *f, Directive *out) {
+  Directive s;
   for (;; ++f) {
     if (*f == '-')
       s.c.left = true;
@@ -177,7 +177,7 @@ const char *parse_spec(const char *f, Spec *out) {
 
 // Whether the conversion is one this printf writes itself, judged from the format alone (a null
 // or zero-padded %s is found only when it is converted).
-bool handled(const Spec &s) {
+bool handled(const Directive &s) {
   switch (s.conv) {
     case 'd':
     case 'i':
@@ -199,7 +199,7 @@ bool handled(const Spec &s) {
 }
 
 // Converts one argument.  False when the C library must write the whole text instead.
-bool convert(Sink &out, Spec s, va_list *ap) {
+bool convert(Sink &out, Directive s, va_list *ap) {
   if (s.star_width) {
     s.c.width = va_arg(*ap, int);
     if (s.c.width < 0) {
@@ -327,7 +327,7 @@ int libc_vsnprintf(char *dst, size_t size, const char *format, va_list ap_in) {
 // reading them afresh each time cost as much as writing the digits.
 struct Step {
   uint32_t words_at, words_len;  // the words before the conversion
-  Spec spec;
+  Directive directive;
 };
 struct Program {
   const char *format;
@@ -350,8 +350,8 @@ Program *compile(const char *format) {
       return p;
     }
     Step step{at, len, {}};
-    f = parse_spec(f + 1, &step.spec);
-    if (!handled(step.spec)) {
+    f = parse_directive(f + 1, &step.directive);
+    if (!handled(step.directive)) {
       p->usable = false;
       p->steps.clear();
       return p;
@@ -396,9 +396,9 @@ int fast_vsnprintf(char *dst, size_t size, const char *format, va_list ap_in) {
     while (*f != 0 && *f != '%') ++f;
     out.put(word, static_cast<size_t>(f - word));
     if (*f == 0) break;
-    Spec spec;
-    f = parse_spec(f + 1, &spec);
-    if (!convert(out, spec, &ap)) {
+    Directive directive;
+    f = parse_directive(f + 1, &directive);
+    if (!convert(out, directive, &ap)) {
       va_end(ap);
       return libc_vsnprintf(dst, size, format, ap_in);
     }
@@ -415,7 +415,7 @@ int literal_vsnprintf(char *dst, size_t size, const char *format, va_list ap_in)
   Sink out{dst, size > 0 ? dst + size - 1 : dst};
   for (const Step &step : p->steps) {
     out.put(format + step.words_at, step.words_len);
-    if (!convert(out, step.spec, &ap)) {
+    if (!convert(out, step.directive, &ap)) {
       va_end(ap);
       return libc_vsnprintf(dst, size, format, ap_in);
     }
