@@ -181,8 +181,8 @@ const uint8_t kKey[4] = {1, 0, 0, 0};
 const RefusalRow kRefusals[] = {
     {"queue map getnext", [](auto *c, void **o) { return tarvik_cglb_get(c, TLK_OP_GETNEXT, o); },
      EINVAL},
-    {"fspec getnext",
-     [](auto *c, void **o) { return tarvik_cp_fspec_get(c, TLK_OP_GETNEXT, o); }, EINVAL},
+    {"fspec getnext", [](auto *c, void **o) { return tarvik_cp_fspec_get(c, TLK_OP_GETNEXT, o); },
+     EINVAL},
     {"parameters clear", [](auto *c, void **o) { return tarvik_cp_params_get(c, TLK_OP_CLEAR, o); },
      EINVAL},
     {"interface map add",
