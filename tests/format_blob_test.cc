@@ -27,8 +27,6 @@ std::string fmt(const char *format, ...) {
   return buf;
 }
 
-using Bytes = std::vector<uint8_t>;
-
 // The bytes of a record through its own encoder.
 template <typename R, typename Enc>
 Bytes encode(Enc enc, const R &r) {
@@ -59,10 +57,6 @@ Bytes name64(const char *name) {
   Bytes b(64, 0);
   memcpy(b.data(), name, strlen(name));
   return b;
-}
-Bytes cat(Bytes a, const Bytes &b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
 }
 
 struct Row {
@@ -118,6 +112,13 @@ class FormatBlob : public OneSessionTest {
 const char *cos(int minor) {
   return tarvik_format_cos_type(minor);
 }
+// The opening of most class-of-service texts, and the line of an undecodable record.
+std::string minor(int m) {
+  return fmt(" minor type=<%s>:", cos(m));
+}
+std::string undecodable(int m) {
+  return fmt(" minor-type: %d unable to IDL DECODE \n", m);
+}
 
 std::vector<Row> blob_rows() {
   std::vector<Row> rows;
@@ -127,10 +128,8 @@ std::vector<Row> blob_rows() {
     SET(r, table_type, "dscp");
     r.table_id = 4;
     r.cos_flags = 0x30;
-    rows.push_back(
-        {"cos classifier to ifl", 8, 6, ENC(cos_msg_class_to_ifl, r),
-         fmt(" minor type=<%s>: ifl = %d, table type = %s, table id = %d, cos_flags 0x%x", cos(6),
-             71, "dscp", 4, 0x30)});
+    rows.push_back({"cos classifier to ifl", 8, 6, ENC(cos_msg_class_to_ifl, r),
+                    minor(6) + " ifl = 71, table type = dscp, table id = 4, cos_flags 0x30"});
   }
   {
     cos_msg_fixed_class r{};
@@ -138,7 +137,7 @@ std::vector<Row> blob_rows() {
     r.ifl = 9;
     r.queue = 3;
     rows.push_back({"cos fixed class", 8, 7, ENC(cos_msg_fixed_class, r),
-                    fmt(" minor-type=<%s>: action=%s ifl=%u queue=%u ", cos(7), "add", 9, 3)});
+                    fmt(" minor-type=<%s>: action=add ifl=9 queue=3 ", cos(7))});
   }
   {
     cos_msg_pm_to_ifl_bind r{};
@@ -146,9 +145,9 @@ std::vector<Row> blob_rows() {
     SET(r, name, "pm-a");
     r.ifl_index = 300;
     r.flags = 0x5;
-    rows.push_back({"cos policy map bind", 8, 38, ENC(cos_msg_pm_to_ifl_bind, r),
-                    fmt(" Minor Type <%s>: ID[%u], Name[%s], IFL-Index[%u], Flags[0x%x]", cos(38),
-                        12, "pm-a", 300, 5)});
+    rows.push_back(
+        {"cos policy map bind", 8, 38, ENC(cos_msg_pm_to_ifl_bind, r),
+         fmt(" Minor Type <%s>: ID[12], Name[pm-a], IFL-Index[300], Flags[0x5]", cos(38))});
   }
   {
     cos_red_drop_profile_msg r{};
@@ -159,9 +158,8 @@ std::vector<Row> blob_rows() {
     r.num_entries = 2;
     rows.push_back(
         {"cos drop profile with rows", 8, 9, ENC(cos_red_drop_profile_msg, r),
-         fmt(" minor type=<%s>: profile id = %d, name %s num entries = %d", cos(9), 1, "red-1", 2) +
-             "\n\tDrop-prof-id\tPercent-full\tDrop-Prob" + fmt("\n\t%u\t\t%u\t\t%u", 1, 50, 10) +
-             fmt("\n\t%u\t\t%u\t\t%u", 1, 90, 80)});
+         minor(9) + " profile id = 1, name red-1 num entries = 2"
+                    "\n\tDrop-prof-id\tPercent-full\tDrop-Prob\n\t1\t\t50\t\t10\n\t1\t\t90\t\t80"});
   }
   {
     cos_msg_tcm_table_msg r{};
@@ -173,10 +171,8 @@ std::vector<Row> blob_rows() {
     r.entries = e;
     r.num_entries = 1;
     rows.push_back({"cos traffic class map", 8, 34, ENC(cos_msg_tcm_table_msg, r),
-                    fmt(" minor type=<%s>: table id = %d, type = %s, num entries = %d, ", cos(34),
-                        3, "dscp", 1) +
-                        "\n\tCode-point\tTraffic-class\n\t-------------------------------" +
-                        fmt("\n\t%u\t\t%s", 46, "voice")});
+                    minor(34) + " table id = 3, type = dscp, num entries = 1, \n\tCode-point\t"
+                                "Traffic-class\n\t-------------------------------\n\t46\t\tvoice"});
   }
   {
     cos_msg_global_table r{};
@@ -192,12 +188,11 @@ std::vector<Row> blob_rows() {
     r.rows = q;
     r.num_rows = 1;
     rows.push_back({"cos global table", 8, 4, ENC(cos_msg_global_table, r),
-                    fmt(" minor type=<%s>: action=%s forw-classes=%u plp-copy=%s plp-copy-all=%s "
-                        "tri-color=%s strict-prio-sched=%s rate-limit-burst=%d "
-                        "cos_msg_global_flag = %x",
-                        cos(4), "add", 4, "on", "off", "on", "off", -1, 0x11) +
-                        "\n\tForw-class-id\tQueue\tRestricted Queue\tPolicing Priority\tSPU "
-                        "Priority\n\t2\t\t3\t4\t\t\t5\t\t\t6"});
+                    minor(4) +
+                        " action=add forw-classes=4 plp-copy=on plp-copy-all=off "
+                        "tri-color=on strict-prio-sched=off rate-limit-burst=-1 "
+                        "cos_msg_global_flag = 11\n\tForw-class-id\tQueue\tRestricted "
+                        "Queue\tPolicing Priority\tSPU Priority\n\t2\t\t3\t4\t\t\t5\t\t\t6"});
   }
   {
     cos_msg_rewrite_table r{};
@@ -209,10 +204,9 @@ std::vector<Row> blob_rows() {
     r.entries = e;
     r.num_entries = 1;
     rows.push_back({"cos rewrite table", 8, 14, ENC(cos_msg_rewrite_table, r),
-                    fmt(" minor type=<%s>: action=%s table-id=%u name %s type=%s entries=%u",
-                        cos(14), "chg", 8, "rw", "exp", 1) +
-                        "\n\t forw-class \t <loss-priority, rw_enable, rw_bits>" +
-                        fmt("\n\t %u \t <%d, %#x, %#x>  ", 1, -1, 1, 0x28)});
+                    minor(14) +
+                        " action=chg table-id=8 name rw type=exp entries=1\n\t forw-class "
+                        "\t <loss-priority, rw_enable, rw_bits>\n\t 1 \t <-1, 0x1, 0x28>  "});
   }
   {
     cos_msg_global_host_out_fc_table r{};
@@ -223,9 +217,9 @@ std::vector<Row> blob_rows() {
     SET(r, default_802dot1p, "no");
     r.default_802dot1p_val = 5;
     rows.push_back({"cos host outbound", 8, 28, ENC(cos_msg_global_host_out_fc_table, r),
-                    fmt("minor type=<%s>: host_out_id %u fc %u queue %u rewrite_802dot1p %s "
-                        "default_802dot1p %s default_802dot1p_val 0x%x",
-                        cos(28), 1, 2, 3, "yes", "no", 5)});
+                    fmt("minor type=<%s>: host_out_id 1 fc 2 queue 3 rewrite_802dot1p yes "
+                        "default_802dot1p no default_802dot1p_val 0x5",
+                        cos(28))});
   }
   for (uint32_t form : {0u, 1u}) {
     cos_sched_policy_msg_inline r{};
@@ -245,22 +239,16 @@ std::vector<Row> blob_rows() {
     r.queues = q;
     r.queue_rows = 1;
     const std::string text =
-        form == 0
-            ? fmt(" minor type=<%s>: ifd %d, ifl %d, num queues %d stream %s sched-smap-id %u "
-                  "shaping-rate %llu guaranteed-rate %llu delay-buf %llu remaining=(id:%d - "
-                  "%llu,%llu,%llu)  excess-rate %u %llu ppsrs=%s ppsrs-rem=%s OH bytes=%d, "
-                  "OH mode=%s OH rem_bytes=%d OH rem_mode=%s scale=%d scale-flags=0x%x "
-                  "sched_mode=%d max_sched_levels=%d",
-                  cos(8), 128, 70, 1, "in", 0, 0ull, 0ull, 0ull, 0, 0ull, 0ull, 0ull, 0, 9ull,
-                  "(eh:40)", "", 0, "m", 0, "r", 0, 0, 0, 0)
-            : fmt(" minor type=<%s>: ifd %d, ifl %d, num queues %d, stream %s parent-type %s "
-                  "parent-index %d sched-smap-id %u shaping-rate %llu guaranteed-rate %llu "
-                  "delay-buf %llu excess-type %u excess-rate %llu cos flags 0x%x",
-                  cos(8), 128, 70, 1, "in", "logical interface", 0, 0, 0ull, 0ull, 0ull, 0, 9ull,
-                  0);
+        form == 0 ? " ifd 128, ifl 70, num queues 1 stream in sched-smap-id 0 shaping-rate 0 "
+                    "guaranteed-rate 0 delay-buf 0 remaining=(id:0 - 0,0,0)  excess-rate 0 9 "
+                    "ppsrs=(eh:40) ppsrs-rem= OH bytes=0, OH mode=m OH rem_bytes=0 OH rem_mode=r "
+                    "scale=0 scale-flags=0x0 sched_mode=0 max_sched_levels=0"
+                  : " ifd 128, ifl 70, num queues 1, stream in parent-type logical interface "
+                    "parent-index 0 sched-smap-id 0 shaping-rate 0 guaranteed-rate 0 delay-buf 0 "
+                    "excess-type 0 excess-rate 9 cos flags 0x0";
     rows.push_back({form == 0 ? "cos inline policy, rates" : "cos inline policy, parent", 8, 8,
                     ENC(cos_sched_policy_msg_inline, r),
-                    text +
+                    minor(8) + text +
                         "\npri  tx-rate  shaping-  shaping-  excess-  excess exc- avg  \n         "
                         "       rate    burst By    rate    type  pri  const\n--- --------- "
                         "--------- -------- --------- ------ ---- -----\n" +
@@ -268,14 +256,11 @@ std::vector<Row> blob_rows() {
   }
   rows.push_back(
       {"l2tp cos info", 7, 0,
-       cat(cat(cat(be_words({1, 2, 3}), name64("ge-0/0/0")), be_words({5, 6, 7})),
-           cat(cat(name64("gold"), be_words({8, 9, 10})), cat(name64("s1"), be_words({1, 0})))),
-       fmt(", Ses %u/%u tnl grp %u, ifl %s.%u %u devindex %u, cos %s %u %u %u %s encap "
-           "%d cell %d",
-           1, 2, 3, "ge-0/0/0", 5, 6, 7, "gold", 8, 9, 10, "s1", 1, 0)});
-  rows.push_back(
-      {"cos l2tp nack, fixed words", 8, 2, be_words({10, 20, 30, 40}),
-       fmt("ifl %u Tunnel group idx %u local tunnel id %u local session id %u", 10, 20, 30, 40)});
+       cat({be_words({1, 2, 3}), name64("ge-0/0/0"), be_words({5, 6, 7}), name64("gold"),
+            be_words({8, 9, 10}), name64("s1"), be_words({1, 0})}),
+       ", Ses 1/2 tnl grp 3, ifl ge-0/0/0.5 6 devindex 7, cos gold 8 9 10 s1 encap 1 cell 0"});
+  rows.push_back({"cos l2tp nack, fixed words", 8, 2, be_words({10, 20, 30, 40}),
+                  "ifl 10 Tunnel group idx 20 local tunnel id 30 local session id 40"});
   rows.push_back(
       {"cos minor without a printer", 8, 39, be_words({1}), fmt(" minor type=<%s>", cos(39))});
   rows.push_back(
@@ -293,11 +278,9 @@ std::vector<Row> blob_rows() {
     r.pir = 2000000;
     r.pbs = 45000;
     r.flags = 8;
-    rows.push_back(
-        {"firewall tricolor", 15, 11, ENC(_dfw_tricolor, r),
-         fmt("\nDFW minor type %d [TRICOLOR] name %s(%d) mode %d color %d CIR %llu CBS "
-             "%llu EBS %llu PIR %llu PBS %llu flags %d",
-             11, "tc1", 4, 1, 2, 1000000ull, 15000ull, 30000ull, 2000000ull, 45000ull, 8)});
+    rows.push_back({"firewall tricolor", 15, 11, ENC(_dfw_tricolor, r),
+                    "\nDFW minor type 11 [TRICOLOR] name tc1(4) mode 1 color 2 CIR 1000000 CBS "
+                    "15000 EBS 30000 PIR 2000000 PBS 45000 flags 8"});
   }
   {
     _dfw_client_session_info r{};
@@ -305,9 +288,7 @@ std::vector<Row> blob_rows() {
     r.client_ids = ids;
     r.num_client_ids = 3;
     rows.push_back({"firewall session info", 15, 12, ENC(_dfw_client_session_info, r),
-                    fmt("\nDFW minor type %d [SESSION INFO] num-client-ids %hu [ ", 12,
-                        static_cast<unsigned short>(3)) +
-                        "7 8 900 "});
+                    "\nDFW minor type 12 [SESSION INFO] num-client-ids 3 [ 7 8 900 "});
   }
   {
     _dfw_psa r{};
@@ -317,9 +298,8 @@ std::vector<Row> blob_rows() {
     r.prefix_len = 24;
     r.subnet_len = 16;
     rows.push_back({"firewall psa without policer", 15, 15, ENC(_dfw_psa, r),
-                    fmt("\nDFW minor type %d [PSA] name %s (app %d) ", 15, "psa1", 3) +
-                        "policer NULL count destination " +
-                        fmt("prefix_len %d subnet_len %d flags 0x%x", 24, 16, 5)});
+                    "\nDFW minor type 15 [PSA] name psa1 (app 3) policer NULL count destination "
+                    "prefix_len 24 subnet_len 16 flags 0x5"});
   }
   {
     _dfw_filter_head r{};
@@ -331,45 +311,42 @@ std::vector<Row> blob_rows() {
     r.dfh_family = 4;
     r.dfh_af = 2;
     rows.push_back({"firewall filter head", 15, 21, ENC(_dfw_filter_head, r),
-                    fmt("\nDFW minor type %d [FILTER HEAD] filter index %d NAME: %s optimization "
-                        "%d type %d semantic %d app-type %d af %d",
-                        21, 17, "f-in", 1, 2, 3, 4, 2)});
+                    "\nDFW minor type 21 [FILTER HEAD] filter index 17 NAME: f-in optimization 1 "
+                    "type 2 semantic 3 app-type 4 af 2"});
   }
   rows.push_back({"firewall minor without a row", 15, 14, be_words({1}), "\nDFW minor type 14"});
-  rows.push_back({"firewall damaged blob", 15, 10, kDamaged,
-                  fmt(" minor-type: %d unable to IDL DECODE \n", 10)});
+  rows.push_back({"firewall damaged blob", 15, 10, kDamaged, undecodable(10)});
   rows.push_back(
       {"issu chassisd state", 16, 1, be_words({3}),
        fmt(" ISSU Chassisd state  Chassisd State <%s>", tarvik_format_chassisd_issu_state(3))});
   rows.push_back(
       {"issu chassisd state on delete", 16, 1, be_words({3}), " ISSU Chassisd state ", 3});
-  rows.push_back({"issu daemon state", 16, 0, cat(be_words({2, 30}), name64("late")),
-                  fmt(" ISSU Daemon state  <%s> wait %d errstr %s",
-                      tarvik_format_daemon_issu_state(2), 30, "late")});
+  rows.push_back(
+      {"issu daemon state", 16, 0, cat({be_words({2, 30}), name64("late")}),
+       fmt(" ISSU Daemon state  <%s> wait 30 errstr late", tarvik_format_daemon_issu_state(2))});
   {
     ancp_msg_global_cfg r{};
     r.instance = 6;
-    rows.push_back({"ancp", 26, 0, ENC(ancp_msg_global_cfg, r), fmt(" instance: %d", 6)});
+    rows.push_back({"ancp", 26, 0, ENC(ancp_msg_global_cfg, r), " instance: 6"});
   }
-  rows.push_back(
-      {"ancp damaged", 26, 0, kDamaged, fmt(" minor-type: %d unable to IDL DECODE \n", 0)});
+  rows.push_back({"ancp damaged", 26, 0, kDamaged, undecodable(0)});
   {
     mcf_edge_src_mod_filter_data r{};
     r.chipid = 1;
     r.srcmod = 2;
     r.chosenineid = 3;
     rows.push_back({"multicast edge srcmod filter", 40, 1, ENC(mcf_edge_src_mod_filter_data, r),
-                    " edge srcmod filter " + fmt("chipid=%d srcmod=%d chosenineid=%d ", 1, 2, 3)});
+                    " edge srcmod filter chipid=1 srcmod=2 chosenineid=3 "});
   }
   rows.push_back({"multicast damaged", 40, 0, kDamaged,
-                  " mc_idx filter " + fmt(" minor-type: %s unable to IDL DECODE \n", "mc_idx")});
+                  " mc_idx filter  minor-type: mc_idx unable to IDL DECODE \n"});
   {
     fpdl_definition_msg r{};
     r.fpdl_id = 9;
     SET(r, fpdl_name, "prog");
     SET(r, fpdl_data, "x=1");
     rows.push_back({"fpdl definition", 43, 0, ENC(fpdl_definition_msg, r),
-                    fmt("fpdl id = %d fpdl name = %sfpdl data= %s\n", 9, "prog", "x=1")});
+                    "fpdl id = 9 fpdl name = progfpdl data= x=1\n"});
   }
   {
     fpdl_fpb_msg r{};
@@ -383,9 +360,8 @@ std::vector<Row> blob_rows() {
     r.args = a;
     r.num_args = 2;
     rows.push_back({"fpdl fpb with arguments", 44, 0, ENC(fpdl_fpb_msg, r),
-                    fmt("fpdl-instance id = %d fpdl-id = %dfpdl-num-args = %d\n ", 2, 9, 2) +
-                        fmt("arg-name %s, arg-val %d\n", "port", 80) +
-                        fmt("arg-name %s, arg-val %d\n", "proto", 6)});
+                    "fpdl-instance id = 2 fpdl-id = 9fpdl-num-args = 2\n arg-name port, arg-val "
+                    "80\narg-name proto, arg-val 6\n"});
   }
   {
     fpdl_fpb_bind_msg r{};
@@ -394,34 +370,28 @@ std::vector<Row> blob_rows() {
     r.bind_index = 300;
     r.bind_direction = 0;
     rows.push_back({"fpdl bind", 46, 0, ENC(fpdl_fpb_bind_msg, r),
-                    fmt("fpdl-instance id = %d fpdl-bind-type = %d fpdl-bind-index = %d "
-                        "fpdl-bind-direction = %d\n",
-                        2, 1, 300, 0)});
+                    "fpdl-instance id = 2 fpdl-bind-type = 1 fpdl-bind-index = 300 "
+                    "fpdl-bind-direction = 0\n"});
   }
+  rows.push_back({"fpdl api damaged", 45, 1, kDamaged, "\n minor-type: 1 unable to IDL DECODE \n"});
   rows.push_back(
-      {"fpdl api damaged", 45, 1, kDamaged, fmt("\n minor-type: %u unable to IDL DECODE \n", 1u)});
-  rows.push_back({"usp zone", 2, 2, cat(name64("trust"), be_words({4})),
-                  fmt(" Type %s %s", "ZONE", "name trust, id 4")});
+      {"usp zone", 2, 2, cat({name64("trust"), be_words({4})}), " Type ZONE name trust, id 4"});
+  rows.push_back({"usp zone, short blob", 2, 2, be_words({4}), " Type ZONE No zone data."});
+  rows.push_back({"usp ssl profile", 2, 88, cat({be_words({7}), name64("p1"), be_words({3})}),
+                  " Type SSL_TERM_PROFILE key 7, profile p1, id 3"});
+  rows.push_back({"usp power mode", 2, 153, be_words({1}), " Type POWER_MODE_IPSEC Enabled"});
+  rows.push_back({"usp row without printer", 2, 1, be_words({1}), " Type TESTOBJ "});
+  rows.push_back({"usp above the table", 2, 200, be_words({1}), " kernel id=5"});
+  rows.push_back({"ipsec sa", 6, 1, be_words({0x10, 0xabc}),
+                  fmt(" Type %s tunnel id 10 spi abc", tarvik_gencfg_format_ipsectype(1))});
   rows.push_back(
-      {"usp zone, short blob", 2, 2, be_words({4}), fmt(" Type %s %s", "ZONE", "No zone data.")});
-  rows.push_back({"usp ssl profile", 2, 88, cat(be_words({7}), cat(name64("p1"), be_words({3}))),
-                  fmt(" Type %s %s", "SSL_TERM_PROFILE", "key 7, profile p1, id 3")});
-  rows.push_back(
-      {"usp power mode", 2, 153, be_words({1}), fmt(" Type %s %s", "POWER_MODE_IPSEC", "Enabled")});
-  rows.push_back(
-      {"usp row without printer", 2, 1, be_words({1}), fmt(" Type %s %s", "TESTOBJ", "")});
-  rows.push_back({"usp above the table", 2, 200, be_words({1}), fmt(" kernel id=%d", 5)});
-  rows.push_back(
-      {"ipsec sa", 6, 1, be_words({0x10, 0xabc}),
-       fmt(" Type %s tunnel id %x spi %x", tarvik_gencfg_format_ipsectype(1), 0x10, 0xabc)});
-  rows.push_back({"l2 token", 13, 0, be_words({0x99, 1, 12, 3}),
-                  fmt(" token: 0x%x, type: %s, iflidx: %u, rtt: %d", 0x99,
-                      tarvik_gencfg_format_l2token_type(1), 12, 3)});
-  rows.push_back({"sdb", 54, 0, name64("ge-0/0/1"), fmt(" interface name %s", "ge-0/0/1")});
+      {"l2 token", 13, 0, be_words({0x99, 1, 12, 3}),
+       fmt(" token: 0x99, type: %s, iflidx: 12, rtt: 3", tarvik_gencfg_format_l2token_type(1))});
+  rows.push_back({"sdb", 54, 0, name64("ge-0/0/1"), " interface name ge-0/0/1"});
   rows.push_back({"ppm unknown minor", 69, 9, be_words({1}), "\nPPM minor type 9 [UNKNOWN ?!]"});
-  rows.push_back({"ppm bfd", 69, 0, be_words({44, 12}),
-                  fmt(" PPM minor type = %s, Key(discriminator) %u, NH-Index %u",
-                      tarvik_format_ppm_type(0), 44, 12)});
+  rows.push_back(
+      {"ppm bfd", 69, 0, be_words({44, 12}),
+       fmt(" PPM minor type = %s, Key(discriminator) 44, NH-Index 12", tarvik_format_ppm_type(0))});
   rows.push_back({"lldp", 72, 3, be_words({1}), "format_lldpd_gencfg_output minor 3 "});
   rows.push_back({"vbf", 73, 2, be_words({1}), " service "});
   rows.push_back({"oiu past the words", 74, 4, be_words({1}), "OIU type unkown"});
@@ -435,7 +405,7 @@ std::vector<Row> blob_rows() {
     t.mtp_tariffs = tariffs;
     t.mtp_tariffs_count = 2;
     rows.push_back({"medge tariff", 56, 0, ENC(medge_tariff_prof, t),
-                    fmt("Tariff Prof: id=%d, gw_id=%d, num_tariff_entries=%d", 1, 2, 2)});
+                    "Tariff Prof: id=1, gw_id=2, num_tariff_entries=2"});
     medge_quota_prof q{};
     q.mqp_id = 3;
     q.mqp_tariff_prof_id = 1;
@@ -443,15 +413,13 @@ std::vector<Row> blob_rows() {
     q.mqp_time = 60;
     q.mqp_vol = 1000;
     rows.push_back({"medge quota", 56, 1, ENC(medge_quota_prof, q),
-                    fmt(" Quota Prof: id=%d, tariff_prof_id=%d, gw_id: %d, time=%d, vol=%d", 3, 1,
-                        2, 60, 1000)});
+                    " Quota Prof: id=3, tariff_prof_id=1, gw_id: 2, time=60, vol=1000"});
     medge_pfe_gw_mapping g{};
     g.mpgm_id = 4;
     g.mpgm_gw_id = 2;
     rows.push_back({"medge pfe mapping", 56, 2, ENC(medge_pfe_gw_mapping, g),
-                    fmt(" PFE<->GW Mapping: id=%d,gw_id=%d", 4, 2)});
-    rows.push_back(
-        {"medge damaged", 56, 1, kDamaged, fmt(" minor-type: %d unable to IDL DECODE \n", 1)});
+                    " PFE<->GW Mapping: id=4,gw_id=2"});
+    rows.push_back({"medge damaged", 56, 1, kDamaged, undecodable(1)});
     rows.push_back({"medge minor without a record", 56, 9, be_words({1}), ""});
   }
   {
@@ -464,17 +432,14 @@ std::vector<Row> blob_rows() {
     r.gsp_replay_protect = 1;
     r.gsp_replay_window = 64;
     rows.push_back({"macsec secy", 57, 0, ENC(gencfg_secy_params, r),
-                    fmt("\n minor-type: %s\n ifd_index: %d\n", "secy_params", 140) +
-                        fmt(" sci: 0x%llx\n cipher: %u\n offset: %u\n replay_protect: %u\n "
-                            "replay_window: %u\n",
-                            0x0011223344550001ull, 1, 30, 1, 64)});
+                    "\n minor-type: secy_params\n ifd_index: 140\n sci: 0x11223344550001\n "
+                    "cipher: 1\n offset: 30\n replay_protect: 1\n replay_window: 64\n"});
     gencfg_global_disable g{};
     g.ggd_disable = 1;
     rows.push_back({"macsec global disable", 57, 4, ENC(gencfg_global_disable, g),
-                    fmt("\n minor-type: %s\n ifd_index: %d\n", "global_disable", 0) +
-                        fmt(" disable: %u\n", 1)});
-    rows.push_back({"macsec damaged", 57, 3, kDamaged,
-                    fmt(" minor-type: %s unable to IDL DECODE \n", "macsec_filter")});
+                    "\n minor-type: global_disable\n ifd_index: 0\n disable: 1\n"});
+    rows.push_back(
+        {"macsec damaged", 57, 3, kDamaged, " minor-type: macsec_filter unable to IDL DECODE \n"});
   }
   {
     qdhcp_msg_bd_cfg r{};
@@ -482,15 +447,13 @@ std::vector<Row> blob_rows() {
     r.qmbc_bd_index = 10;
     r.qmbc_config_flags = 0x5;
     r.qmbc_config_flags2 = 0x80;
-    rows.push_back(
-        {"dhcp relay domain", 59, 0, ENC(qdhcp_msg_bd_cfg, r),
-         fmt(" minor-type: %d bd_index: %d\n config_flags: %x config_flags2:%x ", 0, 10, 5, 0x80) +
-             "no-dhcp-snoop ip-source-guard "});
+    rows.push_back({"dhcp relay domain", 59, 0, ENC(qdhcp_msg_bd_cfg, r),
+                    " minor-type: 0 bd_index: 10\n config_flags: 5 config_flags2:80 "
+                    "no-dhcp-snoop ip-source-guard "});
     rows.push_back(
         {"dhcp global v4 relay", 59, 3, be_words({1}), "\n minor-type: global_v4_relay \n"});
     rows.push_back({"dhcp global v6 relay", 59, 5, kDamaged, "\n minor-type: global_v6_relay \n"});
-    rows.push_back(
-        {"dhcp damaged", 59, 1, kDamaged, fmt(" minor-type: %d unable to IDL DECODE \n", 1)});
+    rows.push_back({"dhcp damaged", 59, 1, kDamaged, undecodable(1)});
   }
   {
     analytics_msg_ifd_cfg i{};
@@ -502,8 +465,7 @@ std::vector<Row> blob_rows() {
     i.amic_dth = 5;
     i.amic_dtl = 6;
     rows.push_back({"analytics interface", 67, 0, ENC(analytics_msg_ifd_cfg, i),
-                    fmt(" type=ifd_cfg: ifd_idx=%u ts=%u qm=%u lth=%u ltl=%u dth=%u dtl=%u", 140, 1,
-                        2, 3, 4, 5, 6)});
+                    " type=ifd_cfg: ifd_idx=140 ts=1 qm=2 lth=3 ltl=4 dth=5 dtl=6"});
     analytics_msg_global_cfg g{};
     g.amgc_ts = 1;
     g.amgc_tsint = 10;
@@ -514,16 +476,14 @@ std::vector<Row> blob_rows() {
     g.amgc_dth = 9;
     g.amgc_dtl = 10;
     rows.push_back({"analytics global", 67, 1, ENC(analytics_msg_global_cfg, g),
-                    fmt(" type=gbl_cfg: ts=%u tsint=%usec qs=%u qsint=%umsec lth=%u ltl=%u dth=%u "
-                        "dtl=%u",
-                        1, 10, 1, 100, 7, 8, 9, 10)});
+                    " type=gbl_cfg: ts=1 tsint=10sec qs=1 qsint=100msec lth=7 ltl=8 dth=9 dtl=10"});
   }
   {
     agentd_msg_sensor_counter_cfg r{};
     r.amsc_id = 1ll << 40;
     r.amsc_flags = 0x3;
     rows.push_back({"sensor counter", 70, 2, ENC(agentd_msg_sensor_counter_cfg, r),
-                    fmt(" type=counter_cfg: id=%lld, flags=0x%x", 1ll << 40, 3)});
+                    " type=counter_cfg: id=1099511627776, flags=0x3"});
   }
   {
     ep_interface i{};
@@ -532,8 +492,7 @@ std::vector<Row> blob_rows() {
     i.epi_num_interfaces = 48;
     rows.push_back(
         {"port extender interfaces", 76, 0, ENC(ep_interface, i),
-         fmt("\nSPMD minor type:      %d\nslot:                 %d\nnumber of interfaces: %d", 0,
-             100, 48)});
+         "\nSPMD minor type:      0\nslot:                 100\nnumber of interfaces: 48"});
     ep_device d{};
     ep_device_cascade cascades[2] = {{140, 1}, {141, 2}};
     d.epd_minor_type = 1;
@@ -555,15 +514,13 @@ std::vector<Row> blob_rows() {
     d.epd_cascades_count = 2;
     rows.push_back(
         {"port extender device", 76, 1, ENC(ep_device, d),
-         fmt("\nSPMD minor type:      %d\nslot:                 %d\nmodel:                "
-             "%s\nserial number:        %s\nalias:                %s\nstate:                "
-             "%d\nsystem id:            %02x:%02x:%02x:%02x:%02x:%02x\nredundancy group id:  "
-             "%d\nmcast replication:    %d\nstat port number:     %d\namd port number:      "
-             "%d\ncpd port number:      %d\nep connectivity:      %d\ninband lb addr:       %s",
-             1, 101, "qfx", "SN1", "sat1", 2, 0, 1, 2, 3, 4, 0xab, 1, 1, 10, 11, 12, 1,
-             "192.0.2.1") +
-             fmt("\nnumber of cascade interfaces configured:  %d", 2) +
-             "\n  cascade ifd 140 port 1\n  cascade ifd 141 port 2"});
+         "\nSPMD minor type:      1\nslot:                 101\nmodel:                qfx"
+         "\nserial number:        SN1\nalias:                sat1\nstate:                2"
+         "\nsystem id:            00:01:02:03:04:ab\nredundancy group id:  1"
+         "\nmcast replication:    1\nstat port number:     10\namd port number:      11"
+         "\ncpd port number:      12\nep connectivity:      1\ninband lb addr:       192.0.2.1"
+         "\nnumber of cascade interfaces configured:  2"
+         "\n  cascade ifd 140 port 1\n  cascade ifd 141 port 2"});
     rows.push_back(
         {"port extender unknown", 76, 5, be_words({1}), "\nSPMD minor type = [UNKNOWN]"});
   }
@@ -574,9 +531,8 @@ std::vector<Row> blob_rows() {
     const uint8_t mac[6] = {0x02, 0, 0, 0, 0, 0x10};
     memcpy(r.sgi_system_mac, mac, 6);
     rows.push_back({"satellite", 80, 0, ENC(satellite_global_info, r),
-                    fmt("\nRedundancy Group Name:    %s\nRedundancy Group ID:      %d\nSystem MAC "
-                        "address:       %02x:%02x:%02x:%02x:%02x:%02x",
-                        "rg-east", 7, 2, 0, 0, 0, 0, 0x10)});
+                    "\nRedundancy Group Name:    rg-east\nRedundancy Group ID:      7\nSystem MAC "
+                    "address:       02:00:00:00:00:10"});
   }
   {
     rpd_evpn_etree_leaf_gencfg r{};
@@ -584,9 +540,8 @@ std::vector<Row> blob_rows() {
     r.reel_lsys_id = 2;
     r.reel_label = 300000;
     rows.push_back({"evpn etree leaf", 83, 0, ENC(rpd_evpn_etree_leaf_gencfg, r),
-                    fmt(" version %d lsys_id %d label %d", 1, 2, 300000)});
-    rows.push_back(
-        {"evpn damaged", 83, 0, kDamaged, fmt(" minor-type: %d unable to IDL DECODE \n", 0)});
+                    " version 1 lsys_id 2 label 300000"});
+    rows.push_back({"evpn damaged", 83, 0, kDamaged, undecodable(0)});
   }
   {
     gencfg_mac_ip r{};
@@ -598,21 +553,19 @@ std::vector<Row> blob_rows() {
     r.gmi_bd = 10;
     r.gmi_ifl_index = 81;
     rows.push_back({"mac ip v4", 90, 0, ENC(gencfg_mac_ip, r),
-                    fmt("IP: %s, MAC: %x:%x:%x:%x:%x:%x BD %u IFL index %u", "198.51.100.7", 0, 0xa,
-                        0xbc, 1, 2, 3, 10, 81)});
+                    "IP: 198.51.100.7, MAC: 0:a:bc:1:2:3 BD 10 IFL index 81"});
     gencfg_mac_ip v6 = r;
     v6.gmi_af = 28;
     const uint8_t ip6[16] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
     memcpy(v6.gmi_ip, ip6, 16);
     rows.push_back({"mac ip v6", 90, 0, ENC(gencfg_mac_ip, v6),
-                    fmt("IP: %s, MAC: %x:%x:%x:%x:%x:%x BD %u IFL index %u", "2001:db8::1", 0, 0xa,
-                        0xbc, 1, 2, 3, 10, 81)});
+                    "IP: 2001:db8::1, MAC: 0:a:bc:1:2:3 BD 10 IFL index 81"});
   }
   {
     phcd_msg_led_state r{};
     r.pmls_led_state = 2;
-    rows.push_back({"phone-home led", 94, 0, ENC(phcd_msg_led_state, r),
-                    fmt("\n phone-home led_state: %d", 2)});
+    rows.push_back(
+        {"phone-home led", 94, 0, ENC(phcd_msg_led_state, r), "\n phone-home led_state: 2"});
     rows.push_back({"phone-home other minor", 94, 1, ENC(phcd_msg_led_state, r), ""});
     rows.push_back(
         {"phone-home damaged", 94, 0, kDamaged, "\n phone-home minor-type 0 unable to IDL DECODE"});
@@ -655,17 +608,14 @@ TEST_F(FormatBlob, IflsetProfileCarriesItsRateList) {
     r.scale_factor = -1;
     Bytes b = ENC(cos_iflset_tc_profile_map, r);
     const std::string want =
-        fmt(" minor type=<%s>: ifd=%u, parent-type=%s, parent-index=%u iflset=%u, type=%s, "
-            "sched-smap-id=%u, shaper-spec-type=%u, shaping-rate=%llu, guaranteed_rate=%llu, "
-            "delay_buffer=%llu, adjust-srs=(i:%u,%u) (o:%u,%u) (min:%llu), internal_node=%d, ",
-            cos(3), 1, with_list ? "interface-set" : "unknown", 0, 0, "dyn", 0, 0, 1ull << 33, 0ull,
-            0ull, 0, 0, 0, 0, 0ull, 0) +
-        fmt("exc_bw_type=%u, exc_bw_rate=%llu, exc_bw_high_type=%s, exc_bw_high_rate=%u, "
-            "exc_bw_low_type=%s, exc_bw_low_rate=%u, remaining=(%llu,%llu,%llu), flags=0x%x %s, "
-            "ppsrs=%s,OH bytes=%d, OH mode=%s, OH rem_bytes=%d, OH rem_mode=%s, parent list "
-            "count=%d, scale factor=%d",
-            0, 0ull, "hi", 0, "lo", 0, 0ull, 0ull, 0ull, 0, "F",
-            with_list ? "(gh:100,em-l:5,unknown:7)" : "", 0, "m", 0, "rm", 0, -1);
+        minor(3) +
+        fmt(" ifd=1, parent-type=%s, parent-index=0 iflset=0, type=dyn, sched-smap-id=0, "
+            "shaper-spec-type=0, shaping-rate=8589934592, guaranteed_rate=0, delay_buffer=0, "
+            "adjust-srs=(i:0,0) (o:0,0) (min:0), internal_node=0, exc_bw_type=0, exc_bw_rate=0, "
+            "exc_bw_high_type=hi, exc_bw_high_rate=0, exc_bw_low_type=lo, exc_bw_low_rate=0, "
+            "remaining=(0,0,0), flags=0x0 F, ppsrs=%s,OH bytes=0, OH mode=m, OH rem_bytes=0, "
+            "OH rem_mode=rm, parent list count=0, scale factor=-1",
+            with_list ? "interface-set" : "unknown", with_list ? "(gh:100,em-l:5,unknown:7)" : "");
     EXPECT_EQ(line(8, 3, &b), head(8, 3) + want + "\n") << with_list;
   }
 }
@@ -680,8 +630,7 @@ TEST_F(FormatBlob, LargeRecordComesFromItsOwnIdentifier) {
   r.queues[1] = {1, 12, 2, 2000};
   Bytes b = ENC(cos_scheduler_map_def, r);
   const std::string text = line(8, 0, &b);
-  EXPECT_EQ(text, head(8, 0) +
-                      fmt(" minor type=<%s>: sched-map-id=%u, num-queues = %u", cos(0), 5, 2) +
+  EXPECT_EQ(text, head(8, 0) + minor(0) + " sched-map-id=5, num-queues = 2" +
                       "\nqueue schedulers:" +
                       "\n  queue 0 sched 11 priority 1 tx-rate 1000"
                       "\n  queue 1 sched 12 priority 2 tx-rate 2000\n");
@@ -722,7 +671,7 @@ TEST_F(FormatBlob, LongListIsTruncated) {
 
 // USP blobs are swapped in place: the first print reads them, a second one reads them swapped.
 TEST_F(FormatBlob, UspBlobIsSwappedInPlace) {
-  Bytes b = cat(name64("dmz"), be_words({0x01000000}));
+  Bytes b = cat({name64("dmz"), be_words({0x01000000})});
   EXPECT_EQ(line(2, 95, &b), head(2, 95) + " Type LSYS name dmz, id 16777216\n");
   EXPECT_EQ(line(2, 95, &b), head(2, 95) + " Type LSYS name dmz, id 1\n");
   char dst[257] = {};
