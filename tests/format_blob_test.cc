@@ -325,16 +325,12 @@ std::vector<Row> blob_rows() {
       {"issu daemon state", 16, 0, cat({be_words({2, 30}), name64("late")}),
        fmt(" ISSU Daemon state  <%s> wait 30 errstr late", tarvik_format_daemon_issu_state(2))});
   {
-    ancp_msg_global_cfg r{};
-    r.instance = 6;
+    const ancp_msg_global_cfg r{6, 0};
     rows.push_back({"ancp", 26, 0, ENC(ancp_msg_global_cfg, r), " instance: 6"});
   }
   rows.push_back({"ancp damaged", 26, 0, kDamaged, undecodable(0)});
   {
-    mcf_edge_src_mod_filter_data r{};
-    r.chipid = 1;
-    r.srcmod = 2;
-    r.chosenineid = 3;
+    const mcf_edge_src_mod_filter_data r{1, 2, 3};
     rows.push_back({"multicast edge srcmod filter", 40, 1, ENC(mcf_edge_src_mod_filter_data, r),
                     " edge srcmod filter chipid=1 srcmod=2 chosenineid=3 "});
   }
@@ -364,11 +360,7 @@ std::vector<Row> blob_rows() {
                     "80\narg-name proto, arg-val 6\n"});
   }
   {
-    fpdl_fpb_bind_msg r{};
-    r.instance_id = 2;
-    r.bind_type = 1;
-    r.bind_index = 300;
-    r.bind_direction = 0;
+    const fpdl_fpb_bind_msg r{2, 1, 300, 0};
     rows.push_back({"fpdl bind", 46, 0, ENC(fpdl_fpb_bind_msg, r),
                     "fpdl-instance id = 2 fpdl-bind-type = 1 fpdl-bind-index = 300 "
                     "fpdl-bind-direction = 0\n"});
@@ -406,47 +398,28 @@ std::vector<Row> blob_rows() {
     t.mtp_tariffs_count = 2;
     rows.push_back({"medge tariff", 56, 0, ENC(medge_tariff_prof, t),
                     "Tariff Prof: id=1, gw_id=2, num_tariff_entries=2"});
-    medge_quota_prof q{};
-    q.mqp_id = 3;
-    q.mqp_tariff_prof_id = 1;
-    q.mqp_gw_id = 2;
-    q.mqp_time = 60;
-    q.mqp_vol = 1000;
+    const medge_quota_prof q{3, 1, 2, 60, 1000};
     rows.push_back({"medge quota", 56, 1, ENC(medge_quota_prof, q),
                     " Quota Prof: id=3, tariff_prof_id=1, gw_id: 2, time=60, vol=1000"});
-    medge_pfe_gw_mapping g{};
-    g.mpgm_id = 4;
-    g.mpgm_gw_id = 2;
+    const medge_pfe_gw_mapping g{4, 2, 0};
     rows.push_back({"medge pfe mapping", 56, 2, ENC(medge_pfe_gw_mapping, g),
                     " PFE<->GW Mapping: id=4,gw_id=2"});
     rows.push_back({"medge damaged", 56, 1, kDamaged, undecodable(1)});
     rows.push_back({"medge minor without a record", 56, 9, be_words({1}), ""});
   }
   {
-    gencfg_secy_params r{};
-    r.gsp_minor_type = 0;
-    r.gsp_ifd_index = 140;
-    r.gsp_sci = 0x0011223344550001ull;
-    r.gsp_cipher = 1;
-    r.gsp_offset = 30;
-    r.gsp_replay_protect = 1;
-    r.gsp_replay_window = 64;
+    const gencfg_secy_params r{0, 140, 0x0011223344550001ull, 1, 30, 1, 64};
     rows.push_back({"macsec secy", 57, 0, ENC(gencfg_secy_params, r),
                     "\n minor-type: secy_params\n ifd_index: 140\n sci: 0x11223344550001\n "
                     "cipher: 1\n offset: 30\n replay_protect: 1\n replay_window: 64\n"});
-    gencfg_global_disable g{};
-    g.ggd_disable = 1;
+    const gencfg_global_disable g{0, 1};
     rows.push_back({"macsec global disable", 57, 4, ENC(gencfg_global_disable, g),
                     "\n minor-type: global_disable\n ifd_index: 0\n disable: 1\n"});
     rows.push_back(
         {"macsec damaged", 57, 3, kDamaged, " minor-type: macsec_filter unable to IDL DECODE \n"});
   }
   {
-    qdhcp_msg_bd_cfg r{};
-    r.qmbc_minor_type = 0;
-    r.qmbc_bd_index = 10;
-    r.qmbc_config_flags = 0x5;
-    r.qmbc_config_flags2 = 0x80;
+    const qdhcp_msg_bd_cfg r{0, 10, 0x5, 0x80, {}};
     rows.push_back({"dhcp relay domain", 59, 0, ENC(qdhcp_msg_bd_cfg, r),
                     " minor-type: 0 bd_index: 10\n config_flags: 5 config_flags2:80 "
                     "no-dhcp-snoop ip-source-guard "});
@@ -456,40 +429,20 @@ std::vector<Row> blob_rows() {
     rows.push_back({"dhcp damaged", 59, 1, kDamaged, undecodable(1)});
   }
   {
-    analytics_msg_ifd_cfg i{};
-    i.amic_ifd_idx = 140;
-    i.amic_ts = 1;
-    i.amic_qm = 2;
-    i.amic_lth = 3;
-    i.amic_ltl = 4;
-    i.amic_dth = 5;
-    i.amic_dtl = 6;
+    const analytics_msg_ifd_cfg i{140, 1, 2, 3, 4, 5, 6};
     rows.push_back({"analytics interface", 67, 0, ENC(analytics_msg_ifd_cfg, i),
                     " type=ifd_cfg: ifd_idx=140 ts=1 qm=2 lth=3 ltl=4 dth=5 dtl=6"});
-    analytics_msg_global_cfg g{};
-    g.amgc_ts = 1;
-    g.amgc_tsint = 10;
-    g.amgc_qs = 1;
-    g.amgc_qsint = 100;
-    g.amgc_lth = 7;
-    g.amgc_ltl = 8;
-    g.amgc_dth = 9;
-    g.amgc_dtl = 10;
+    const analytics_msg_global_cfg g{1, 10, 1, 100, 7, 8, 9, 10};
     rows.push_back({"analytics global", 67, 1, ENC(analytics_msg_global_cfg, g),
                     " type=gbl_cfg: ts=1 tsint=10sec qs=1 qsint=100msec lth=7 ltl=8 dth=9 dtl=10"});
   }
   {
-    agentd_msg_sensor_counter_cfg r{};
-    r.amsc_id = 1ll << 40;
-    r.amsc_flags = 0x3;
+    const agentd_msg_sensor_counter_cfg r{1ull << 40, 0x3};
     rows.push_back({"sensor counter", 70, 2, ENC(agentd_msg_sensor_counter_cfg, r),
                     " type=counter_cfg: id=1099511627776, flags=0x3"});
   }
   {
-    ep_interface i{};
-    i.epi_minor_type = 0;
-    i.epi_slot = 100;
-    i.epi_num_interfaces = 48;
+    const ep_interface i{0, 100, 48, nullptr, 0};
     rows.push_back(
         {"port extender interfaces", 76, 0, ENC(ep_interface, i),
          "\nSPMD minor type:      0\nslot:                 100\nnumber of interfaces: 48"});
@@ -535,10 +488,7 @@ std::vector<Row> blob_rows() {
                     "address:       02:00:00:00:00:10"});
   }
   {
-    rpd_evpn_etree_leaf_gencfg r{};
-    r.reel_version = 1;
-    r.reel_lsys_id = 2;
-    r.reel_label = 300000;
+    const rpd_evpn_etree_leaf_gencfg r{1, 2, 300000};
     rows.push_back({"evpn etree leaf", 83, 0, ENC(rpd_evpn_etree_leaf_gencfg, r),
                     " version 1 lsys_id 2 label 300000"});
     rows.push_back({"evpn damaged", 83, 0, kDamaged, undecodable(0)});
@@ -562,8 +512,7 @@ std::vector<Row> blob_rows() {
                     "IP: 2001:db8::1, MAC: 0:a:bc:1:2:3 BD 10 IFL index 81"});
   }
   {
-    phcd_msg_led_state r{};
-    r.pmls_led_state = 2;
+    const phcd_msg_led_state r{2};
     rows.push_back(
         {"phone-home led", 94, 0, ENC(phcd_msg_led_state, r), "\n phone-home led_state: 2"});
     rows.push_back({"phone-home other minor", 94, 1, ENC(phcd_msg_led_state, r), ""});
