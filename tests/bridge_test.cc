@@ -201,111 +201,100 @@ TEST_F(BridgeTest, MoreItemsThanTheAttachmentListHoldsSendNothing) {
 // What each request carries beside its keys.
 TEST_F(BridgeTest, RequestsCarryTheirFixedValues) {
   kernel.record(true);
-  {
-    // A get by index sends tag 65535 and the sender.
-    auto m = request_of<bd_msg>(tarvik_bd_get(c, 33, TLK_OP_GET, 2, &out, nullptr));
-    ASSERT_NE(m, nullptr);
-    EXPECT_EQ(m->bdm_tag, 65535u);
-    EXPECT_EQ(m->bdm_index, 2u);
-    EXPECT_EQ(m->bdm_hdr.tlkh_id, 33u);
-    EXPECT_EQ(m->bdm_hdr.tlkh_aux2, 0u);
-  }
-  {
-    // A get by name sends index 32768.
-    auto m =
-        request_of<bd_msg>(tarvik_bd_get_by_name(c, 0, TLK_OP_GET, "vlan-200", 2, &out, nullptr));
-    ASSERT_NE(m, nullptr);
-    EXPECT_EQ(m->bdm_index, 32768u);
-    EXPECT_EQ(m->bdm_tag, 2u);
-  }
-  {
-    // An add cuts its strings and counts the byte strings in bits.
-    bd_config_t cfg{};
-    memset(cfg.bdc_descr, 'd', sizeof cfg.bdc_descr);  // no end byte: 383 go
-    cfg.bdc_prefix1_len = 5;
-    memset(cfg.bdc_prefix1, 0xAB, sizeof cfg.bdc_prefix1);
-    cfg.bdc_prefix2_len = 40;
-    cfg.bdc_vni = 5000;
-    cfg.bdc_pbb[1] = 9;
-    const std::string name(200, 'n');
-    auto m = request_of<bd_msg>(tarvik_bd_add(c, 4, name.c_str(), 3, &cfg, &out, nullptr));
-    ASSERT_NE(m, nullptr);
-    EXPECT_EQ(m->bdm_hdr.tlkh_op, TLK_OP_ADD_GET);
-    EXPECT_EQ(m->bdm_index, 0u);
-    EXPECT_EQ(m->bdm_name_len, 128u);
-    EXPECT_EQ(m->bdm_descr_len, 384u);
-    EXPECT_EQ(m->bdm_prefix1_len, 5u);
-    EXPECT_EQ(m->bdm_prefix1_bits, 40u);
-    EXPECT_EQ(m->bdm_prefix2_len, 16u);
-    EXPECT_EQ(m->bdm_prefix2_bits, 128u);
-    EXPECT_EQ(m->bdm_vni, 5000u);
-    EXPECT_EQ(m->bdm_pbb_b, 9u);
-  }
-  {
-    // The interface add sends its flags and both MAC fields; the change leaves them out.
-    char key[16] = "ge-1/0/0.0";
-    ifbd_config_t cfg{};
-    cfg.ifbdc_bd_index = 2;
-    cfg.ifbdc_mac[0] = 0x02;
-    cfg.ifbdc_peer_mac[5] = 0x99;
-    auto m = request_of<ifbd_msg>(tarvik_ifbd_add(c, key, 0x40, &cfg));
-    ASSERT_NE(m, nullptr);
-    EXPECT_EQ(m->ibm_hdr.tlkh_op, TLK_OP_ADD_GET);
-    EXPECT_EQ(m->ibm_flags, 0x40u);
-    EXPECT_EQ(m->ibm_bd_index, 2u);
-    EXPECT_EQ(m->ibm_mac[0], 0x02u);
-    EXPECT_EQ(m->ibm_peer_mac[5], 0x99u);
-    char key2[16] = "ge-0/0/1.0";
-    ifbd_config_t chg{};
-    chg.ifbdc_mac[0] = 0x02;
-    chg.ifbdc_tpid = 0x8100;
-    m = request_of<ifbd_msg>(tarvik_ifbd_change(c, key2, &chg));
-    ASSERT_NE(m, nullptr);
-    EXPECT_EQ(m->ibm_hdr.tlkh_op, TLK_OP_CHANGE);
-    EXPECT_EQ(m->ibm_mac[0], 0u);
-    EXPECT_EQ(m->ibm_tpid, 0x8100u);
-  }
-  {
-    // A spanning tree add sends the fixed peer, kind 1 and the instance's room; a get without an
-    // instance sends no room; a change passes its own peer and values.
-    stp_if_inst inst{};
-    inst.sii_ifl_index = 80;
-    auto m = request_of<stp_msg>(tarvik_stp_add(c, 5, &inst, 300, 7, &out, nullptr));
-    ASSERT_NE(m, nullptr);
-    EXPECT_EQ(m->stpm_peer_ip, 0xFFFFFF0Au);
-    EXPECT_EQ(m->stpm_kind, 1u);
-    EXPECT_EQ(m->stpm_inst_len, 20u);
-    EXPECT_EQ(m->stpm_inst.sii_ifl_index, 80u);
-    EXPECT_EQ(m->stpm_inst_vlan, 300u);
-    EXPECT_EQ(m->stpm_inst_byte, 7u);
-    EXPECT_EQ(m->stpm_hdr.tlkh_id, 5u);
-    m = request_of<stp_msg>(tarvik_stp_get(c, TLK_OP_GETNEXT, 2, 0, nullptr, 0, &out, nullptr));
-    ASSERT_NE(m, nullptr);
-    EXPECT_EQ(m->stpm_inst_len, 0u);
-    EXPECT_EQ(m->stpm_kind, 2u);
-    EXPECT_EQ(m->stpm_peer_ip, 0xFFFFFF0Au);
-    m = request_of<stp_msg>(tarvik_stp_change(c, 1, 1, 4, 5, 6, 7, 8, 0x1234, 0x0100000A));
-    ASSERT_NE(m, nullptr);
-    EXPECT_EQ(m->stpm_peer_ip, 0x0100000Au);
-    EXPECT_EQ(m->stpm_kind, 1u);
-    EXPECT_EQ(m->stpm_clear_epoch, 7u);
-    EXPECT_EQ(m->stpm_hw_learn, 8u);
-    EXPECT_EQ(m->stpm_flags, 0x1234u);
-  }
+  // A get by index sends tag 65535 and the sender.
+  auto bd = request_of<bd_msg>(tarvik_bd_get(c, 33, TLK_OP_GET, 2, &out, nullptr));
+  ASSERT_NE(bd, nullptr);
+  EXPECT_EQ(bd->bdm_tag, 65535u);
+  EXPECT_EQ(bd->bdm_index, 2u);
+  EXPECT_EQ(bd->bdm_hdr.tlkh_id, 33u);
+  EXPECT_EQ(bd->bdm_hdr.tlkh_aux2, 0u);
+  // A get by name sends index 32768.
+  bd = request_of<bd_msg>(tarvik_bd_get_by_name(c, 0, TLK_OP_GET, "vlan-200", 2, &out, nullptr));
+  ASSERT_NE(bd, nullptr);
+  EXPECT_EQ(bd->bdm_index, 32768u);
+  EXPECT_EQ(bd->bdm_tag, 2u);
+  // An add cuts its strings and counts the byte strings in bits.
+  bd_config_t cfg{};
+  memset(cfg.bdc_descr, 'd', sizeof cfg.bdc_descr);  // no end byte: 383 go
+  cfg.bdc_prefix1_len = 5;
+  memset(cfg.bdc_prefix1, 0xAB, sizeof cfg.bdc_prefix1);
+  cfg.bdc_prefix2_len = 40;
+  cfg.bdc_vni = 5000;
+  cfg.bdc_pbb[1] = 9;
+  const std::string name(200, 'n');
+  bd = request_of<bd_msg>(tarvik_bd_add(c, 4, name.c_str(), 3, &cfg, &out, nullptr));
+  ASSERT_NE(bd, nullptr);
+  EXPECT_EQ(bd->bdm_hdr.tlkh_op, TLK_OP_ADD_GET);
+  EXPECT_EQ(bd->bdm_index, 0u);
+  EXPECT_EQ(bd->bdm_name_len, 128u);
+  EXPECT_EQ(bd->bdm_descr_len, 384u);
+  EXPECT_EQ(bd->bdm_prefix1_len, 5u);
+  EXPECT_EQ(bd->bdm_prefix1_bits, 40u);
+  EXPECT_EQ(bd->bdm_prefix2_len, 16u);
+  EXPECT_EQ(bd->bdm_prefix2_bits, 128u);
+  EXPECT_EQ(bd->bdm_vni, 5000u);
+  EXPECT_EQ(bd->bdm_pbb_b, 9u);
+  // The interface add sends its flags and both MAC fields; the change leaves them out.
+  char key[16] = "ge-1/0/0.0";
+  ifbd_config_t add{};
+  add.ifbdc_bd_index = 2;
+  add.ifbdc_mac[0] = 0x02;
+  add.ifbdc_peer_mac[5] = 0x99;
+  auto ifbd = request_of<ifbd_msg>(tarvik_ifbd_add(c, key, 0x40, &add));
+  ASSERT_NE(ifbd, nullptr);
+  EXPECT_EQ(ifbd->ibm_hdr.tlkh_op, TLK_OP_ADD_GET);
+  EXPECT_EQ(ifbd->ibm_flags, 0x40u);
+  EXPECT_EQ(ifbd->ibm_bd_index, 2u);
+  EXPECT_EQ(ifbd->ibm_mac[0], 0x02u);
+  EXPECT_EQ(ifbd->ibm_peer_mac[5], 0x99u);
+  char key2[16] = "ge-0/0/1.0";
+  ifbd_config_t chg{};
+  chg.ifbdc_mac[0] = 0x02;
+  chg.ifbdc_tpid = 0x8100;
+  ifbd = request_of<ifbd_msg>(tarvik_ifbd_change(c, key2, &chg));
+  ASSERT_NE(ifbd, nullptr);
+  EXPECT_EQ(ifbd->ibm_hdr.tlkh_op, TLK_OP_CHANGE);
+  EXPECT_EQ(ifbd->ibm_mac[0], 0u);
+  EXPECT_EQ(ifbd->ibm_tpid, 0x8100u);
+  // A spanning tree add sends the fixed peer, kind 1 and the instance's room; a get without an
+  // instance sends no room; a change passes its own peer and values.
+  stp_if_inst inst{};
+  inst.sii_ifl_index = 80;
+  auto stp = request_of<stp_msg>(tarvik_stp_add(c, 5, &inst, 300, 7, &out, nullptr));
+  ASSERT_NE(stp, nullptr);
+  EXPECT_EQ(stp->stpm_peer_ip, 0xFFFFFF0Au);
+  EXPECT_EQ(stp->stpm_kind, 1u);
+  EXPECT_EQ(stp->stpm_inst_len, 20u);
+  EXPECT_EQ(stp->stpm_inst.sii_ifl_index, 80u);
+  EXPECT_EQ(stp->stpm_inst_vlan, 300u);
+  EXPECT_EQ(stp->stpm_inst_byte, 7u);
+  EXPECT_EQ(stp->stpm_hdr.tlkh_id, 5u);
+  stp = request_of<stp_msg>(tarvik_stp_get(c, TLK_OP_GETNEXT, 2, 0, nullptr, 0, &out, nullptr));
+  ASSERT_NE(stp, nullptr);
+  EXPECT_EQ(stp->stpm_inst_len, 0u);
+  EXPECT_EQ(stp->stpm_kind, 2u);
+  EXPECT_EQ(stp->stpm_peer_ip, 0xFFFFFF0Au);
+  stp = request_of<stp_msg>(tarvik_stp_change(c, 1, 1, 4, 5, 6, 7, 8, 0x1234, 0x0100000A));
+  ASSERT_NE(stp, nullptr);
+  EXPECT_EQ(stp->stpm_peer_ip, 0x0100000Au);
+  EXPECT_EQ(stp->stpm_kind, 1u);
+  EXPECT_EQ(stp->stpm_clear_epoch, 7u);
+  EXPECT_EQ(stp->stpm_hw_learn, 8u);
+  EXPECT_EQ(stp->stpm_flags, 0x1234u);
   // A mesh group's name is cut to its limit, its id in the header too; a limit of 0 sends no name.
-  auto m = request_of<mesh_group_msg>(tarvik_mesh_group_op(c, TLK_OP_ADD, 0, 9, nullptr, nullptr,
-                                                           "abcdef", 4, 3, TLK_AF_INET, 12, 0x5));
-  ASSERT_NE(m, nullptr);
-  EXPECT_EQ(std::string(reinterpret_cast<const char *>(m->mgm_name)), "abc");
-  EXPECT_EQ(m->mgm_name_len, 4u);
-  EXPECT_EQ(m->mgm_hdr.tlkh_id, 9u);
-  EXPECT_EQ(m->mgm_id, 9u);
-  EXPECT_EQ(m->mgm_key.mgi_index, 3u);
-  EXPECT_EQ(m->mgm_rtb_id, 12u);
-  m = request_of<mesh_group_msg>(
+  auto mesh = request_of<mesh_group_msg>(tarvik_mesh_group_op(
+      c, TLK_OP_ADD, 0, 9, nullptr, nullptr, "abcdef", 4, 3, TLK_AF_INET, 12, 0x5));
+  ASSERT_NE(mesh, nullptr);
+  EXPECT_EQ(std::string(reinterpret_cast<const char *>(mesh->mgm_name)), "abc");
+  EXPECT_EQ(mesh->mgm_name_len, 4u);
+  EXPECT_EQ(mesh->mgm_hdr.tlkh_id, 9u);
+  EXPECT_EQ(mesh->mgm_id, 9u);
+  EXPECT_EQ(mesh->mgm_key.mgi_index, 3u);
+  EXPECT_EQ(mesh->mgm_rtb_id, 12u);
+  mesh = request_of<mesh_group_msg>(
       tarvik_mesh_group_op(c, TLK_OP_DELETE, 0, 2, nullptr, nullptr, "core", 0, 0, 0, 0, 0));
-  ASSERT_NE(m, nullptr);
-  EXPECT_EQ(m->mgm_name_len, 0u);
+  ASSERT_NE(mesh, nullptr);
+  EXPECT_EQ(mesh->mgm_name_len, 0u);
 }
 
 // Which calls read a reply, and which refuse before they send.
