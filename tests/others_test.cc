@@ -141,7 +141,14 @@ TEST_F(Others, InterfaceAccountingAsksWithRequestFour) {
 
 // ---- PICs ----
 
-TEST_F(Others, PicAddTurnsItsStreamIntoAttachments) {
+struct PicChange {
+  uint32_t attr;
+  uint8_t value;
+  uint32_t code;
+};
+
+// An add turns its stream into attachments; a change attaches one item per attribute.
+TEST_F(Others, PicAddAndChangeAttachTheirItems) {
   std::vector<uint8_t> tlvs = {5, 1, 0x42, 9, 2, 1, 1, 3, 30};
   for (uint8_t i = 0; i < 30; ++i) tlvs.push_back(static_cast<uint8_t>(100 + i));
   kernel.record(true);
@@ -165,27 +172,17 @@ TEST_F(Others, PicAddTurnsItsStreamIntoAttachments) {
   ASSERT_TRUE(p->has_msp);
   EXPECT_EQ(p->msp[0], 100);
   EXPECT_EQ(p->msp[27], 127) << "28 bytes of the 30 are copied";
-}
-
-struct PicChange {
-  uint32_t attr;
-  uint8_t value;
-  uint32_t code;
-};
-
-TEST_F(Others, PicChangeAttachesOneItemPerAttribute) {
   const PicChange rows[] = {{1, 3, 0x1000001}, {2, 1, 0x1000002}, {4, 9, 0x1000004}};
-  kernel.record(true);
   for (const PicChange &r : rows) {
     SCOPED_TRACE(r.attr);
     ASSERT_EQ(tarvik_pic_change(c, 1, 0, r.attr, r.value), 0);
-    auto req = last_request_as<pic_msg>();
+    req = last_request_as<pic_msg>();
     ASSERT_NE(req, nullptr);
     ASSERT_EQ(req->picm_hdr.tlkh_info_len, 1u);
     EXPECT_EQ(req->picm_hdr.tlkh_info[0]->tlkmi_type, r.code);
     EXPECT_EQ(req->picm_info_marker, 1);
   }
-  const tarsim::Pic *p = kernel.chassis().pic(8);
+  p = kernel.chassis().pic(8);
   ASSERT_NE(p, nullptr);
   EXPECT_EQ(p->app_mode, 3);
   EXPECT_EQ(p->presence, 1);
