@@ -283,10 +283,8 @@ std::vector<Row> blob_rows() {
                     "15000 EBS 30000 PIR 2000000 PBS 45000 flags 8"});
   }
   {
-    _dfw_client_session_info r{};
     uint16_t ids[3] = {7, 8, 900};
-    r.client_ids = ids;
-    r.num_client_ids = 3;
+    const _dfw_client_session_info r{ids, 3};
     rows.push_back({"firewall session info", 15, 12, ENC(_dfw_client_session_info, r),
                     "\nDFW minor type 12 [SESSION INFO] num-client-ids 3 [ 7 8 900 "});
   }
@@ -389,13 +387,8 @@ std::vector<Row> blob_rows() {
   rows.push_back({"oiu past the words", 74, 4, be_words({1}), "OIU type unkown"});
   rows.push_back({"slaac", 92, 1, be_words({1}), " Slaac-Snoopd minor-type 1 "});
   {
-    medge_tariff_prof t{};
     uint32_t tariffs[2] = {5, 6};
-    t.mtp_id = 1;
-    t.mtp_gw_id = 2;
-    t.mtp_num_tariff_entries = 2;
-    t.mtp_tariffs = tariffs;
-    t.mtp_tariffs_count = 2;
+    const medge_tariff_prof t{1, 2, 2, tariffs, 2};
     rows.push_back({"medge tariff", 56, 0, ENC(medge_tariff_prof, t),
                     "Tariff Prof: id=1, gw_id=2, num_tariff_entries=2"});
     const medge_quota_prof q{3, 1, 2, 60, 1000};
@@ -494,20 +487,14 @@ std::vector<Row> blob_rows() {
     rows.push_back({"evpn damaged", 83, 0, kDamaged, undecodable(0)});
   }
   {
-    gencfg_mac_ip r{};
-    r.gmi_af = 2;
-    const uint8_t ip[4] = {198, 51, 100, 7};
-    memcpy(r.gmi_ip, ip, 4);
-    const uint8_t mac[6] = {0x00, 0x0a, 0xbc, 0x01, 0x02, 0x03};
-    memcpy(r.gmi_mac, mac, 6);
-    r.gmi_bd = 10;
-    r.gmi_ifl_index = 81;
+    const gencfg_mac_ip r{2, {198, 51, 100, 7}, {0x00, 0x0a, 0xbc, 0x01, 0x02, 0x03}, 10, 81};
     rows.push_back({"mac ip v4", 90, 0, ENC(gencfg_mac_ip, r),
                     "IP: 198.51.100.7, MAC: 0:a:bc:1:2:3 BD 10 IFL index 81"});
-    gencfg_mac_ip v6 = r;
-    v6.gmi_af = 28;
-    const uint8_t ip6[16] = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
-    memcpy(v6.gmi_ip, ip6, 16);
+    const gencfg_mac_ip v6{28,
+                           {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1},
+                           {0x00, 0x0a, 0xbc, 0x01, 0x02, 0x03},
+                           10,
+                           81};
     rows.push_back({"mac ip v6", 90, 0, ENC(gencfg_mac_ip, v6),
                     "IP: 2001:db8::1, MAC: 0:a:bc:1:2:3 BD 10 IFL index 81"});
   }
