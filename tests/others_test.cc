@@ -40,20 +40,7 @@ void expect_words(const std::vector<uint8_t> &b, std::vector<std::pair<size_t, u
   for (const auto &[off, v] : words) EXPECT_EQ(u32_at(b, off), v) << "at " << off;
 }
 
-class Others : public OneSessionTest {
- protected:
-  // The bytes of the last message the library wrote.
-  std::vector<uint8_t> last_written() {
-    for (auto it = kernel.recorded().rbegin(); it != kernel.recorded().rend(); ++it)
-      if (it->to_kernel) return it->bytes;
-    return {};
-  }
-  size_t written() {
-    size_t n = 0;
-    for (const auto &r : kernel.recorded()) n += r.to_kernel ? 1 : 0;
-    return n;
-  }
-};
+using Others = OneSessionTest;
 
 // ---- Refusals that send nothing ----
 
@@ -86,7 +73,7 @@ TEST_F(Others, RefusedArgumentsSendNothing) {
   EXPECT_EQ(tarvik_ddos_request(c, nullptr, 0, TLK_OP_GET, 1, 0, 5, 0, &m, nullptr), EINVAL);
   EXPECT_EQ(tarvik_pfe_dwn_map_send_req(c, 1, key, 16345, data), EMSGSIZE);
   EXPECT_EQ(tarvik_pfestat_get_by_index(c, 1, 2, TLK_OP_GET, 3, 4, &m, data, 16348), EMSGSIZE);
-  EXPECT_EQ(written(), 0u);
+  EXPECT_EQ(sent_count(kernel), 0u);
 }
 
 // User data of 16347 bytes passes, padded to 4; one byte more is refused and diagnosed with the
@@ -101,7 +88,7 @@ TEST_F(Others, PfeUserDataPassesUpToItsLargestSize) {
   EXPECT_EQ(log.count(TLK_LEVEL_ERROR), 1u);
   ASSERT_EQ(tarvik_pfestat_get_by_index(c, 1, 2, TLK_OP_GET, 3, 4, &m, data, 16347), 0);
   tarvik_msg_free(c, m);
-  const auto b = last_written();
+  const auto b = last_sent(kernel);
   ASSERT_EQ(b.size(), 16384u) << "36 bytes and the data padded to 4";
   EXPECT_EQ(std::vector<uint8_t>(b.begin() + 23, b.begin() + 27),
             (std::vector<uint8_t>{3, 4, 1, 2}));
@@ -301,7 +288,7 @@ TEST_F(Others, QsrKeyWidensItsThirdWordAndValuesDefaultToAllOnes) {
   void *m = nullptr;
   ASSERT_EQ(tarvik_qsrm_op(c, TLK_OP_GET, 1, 2, 3, &key, nullptr, &v2, &m), 0);
   tarvik_msg_free(c, m);
-  const auto b = last_written();
+  const auto b = last_sent(kernel);
   ASSERT_EQ(b.size(), 96u);
   // The key's third word sign-extended at 56, the first value all ones, the second 5.
   expect_words(b, {{24, 1},
@@ -330,7 +317,7 @@ TEST_F(Others, AspOwnerAndKindFollowTheEntry) {
   };
   for (const Row &r : rows) {
     ASSERT_EQ(r.call(c), 0);
-    const auto b = last_written();
+    const auto b = last_sent(kernel);
     ASSERT_EQ(b.size(), 48u);
     EXPECT_EQ(b[6], r.op);
     EXPECT_EQ(b[46] | b[47] << 8, r.owner);
@@ -353,7 +340,7 @@ TEST_F(Others, L2tpLacFormPacksItsValues) {
   cfg.data_len = 3;
   cfg.ifl = &ifl;
   ASSERT_EQ(tarvik_l2tp_lac_session_cfg_add(c, &cfg, 1701, 1702, 1, 2, 3), 0);
-  const auto b = last_written();
+  const auto b = last_sent(kernel);
   ASSERT_EQ(b.size(), 88u + 32 + 4);
   EXPECT_EQ(b[24], TARVIK_L2TP_LAC_SESSION);
   expect_words(b, {{76, 71}, {80, 1701u | 1702u << 16}, {84, (1u | 2u << 8) | 3u << 16}});
@@ -397,7 +384,7 @@ TEST_F(Others, PfeInfoCarriesItsKeysAndVksByte) {
   void *m = nullptr;
   ASSERT_EQ(tarvik_pfeinfo_get_by_index_vks(c, 3, 4, 1, TLK_OP_GET, &m), 0);
   tarvik_msg_free(c, m);
-  const auto b = last_written();
+  const auto b = last_sent(kernel);
   ASSERT_EQ(b.size(), 36u);
   EXPECT_EQ(b[23], 1);
   expect_words(b, {{24, 3}, {32, 4}});
