@@ -28,13 +28,6 @@ Stream item(uint16_t type, std::vector<uint8_t> value, int length = -1) {
   while (s.size() % 4 != 0) s.push_back(0);
   return s;
 }
-Stream join(std::initializer_list<Stream> parts) {
-  Stream s;
-  for (const Stream &p : parts) {
-    for (uint8_t b : p) s.push_back(b);
-  }
-  return s;
-}
 std::vector<uint8_t> bytes_of(size_t n, uint8_t first) {
   std::vector<uint8_t> v(n);
   for (size_t i = 0; i < n; ++i) v[i] = static_cast<uint8_t>(first + i);
@@ -57,7 +50,7 @@ const StreamRow kStreams[] = {
     {"config flags, 8 bytes", item(3, bytes_of(8, 0x10)), 0, {0x8000003}, {{3, 0x13121110}}},
     {"ownership, 1 byte", item(8, {7}), 0, {0x8000008}, {{8, 7}}},
     {"mac aging and shared vlan",
-     join({item(15, {0x2c, 1, 0, 0}), item(11, {0x34, 0x12})}),
+     cat({item(15, {0x2c, 1, 0, 0}), item(11, {0x34, 0x12})}),
      0,
      {0x800000F, 0x800000B},
      {{15, 300}, {11, 0x1234}}},
@@ -71,12 +64,12 @@ const StreamRow kStreams[] = {
     {"type 0", item(0, {1, 0, 0, 0}), EINVAL, {}, {}},
     {"type 16", item(16, {1, 0, 0, 0}), EINVAL, {}, {}},
     {"items 1 and 2, then a bad 6",
-     join({item(1, bytes_of(28, 1)), item(2, {5, 0}), item(6, {1, 0, 0, 0})}),
+     cat({item(1, bytes_of(28, 1)), item(2, {5, 0}), item(6, {1, 0, 0, 0})}),
      EINVAL,
      {},
      {}},
     {"type 10 after a good item",
-     join({item(4, {1, 0, 0, 0}), item(10, {1, 0, 0, 0})}),
+     cat({item(4, {1, 0, 0, 0}), item(10, {1, 0, 0, 0})}),
      EINVAL,
      {},
      {}},
@@ -188,7 +181,7 @@ TEST_F(BridgeTest, ARepliedDomainCarriesItsAttributes) {
 TEST_F(BridgeTest, MoreItemsThanTheAttachmentListHoldsSendNothing) {
   kernel.record(true);
   Stream s;
-  for (int i = 0; i < 129; ++i) s = join({s, item(2, {1, 0})});
+  for (int i = 0; i < 129; ++i) s = cat({s, item(2, {1, 0})});
   EXPECT_EQ(tarvik_bd_pointchange(c, 1, s.data(), s.size()), ENOMEM);
   EXPECT_EQ(sent_count(kernel), 0u);
   s.resize(s.size() - 8);
