@@ -189,7 +189,7 @@ TEST_F(CosSaTest, RepliesCarryTheKernelsObjects) {
 
 // A write error is reported on standard output, except ENOENT, after which the read is tried;
 // a read gets the queue asked, and a second read sees it move.
-TEST_F(CosSaTest, OutputQueueStatistics) {
+TEST_F(CosSaTest, OutputQueueStatisticsReportWriteErrorsAndReadTheQueueAsked) {
   Stdout printed;
   void *m = poison();
   kernel.inject_write_errno(ENOBUFS);
