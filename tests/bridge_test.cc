@@ -436,6 +436,7 @@ TEST_F(MacStdout, AFailedGetSaysWhichStepFailed) {
   EXPECT_EQ(tarvik_mac_db_get_by_index(c, 0, 1, 0, 0, 0, 0, &m), ENOBUFS);
   EXPECT_EQ(m, nullptr);
   kernel.no_reply(52, TLK_OP_GET);
+  m = reinterpret_cast<void *>(1);
   EXPECT_EQ(tarvik_mac_stats_get_by_index(c, 0, 1, 0, 0, &m), EAGAIN);
   EXPECT_EQ(m, nullptr);
   EXPECT_EQ(lines, (std::vector<std::string>{
