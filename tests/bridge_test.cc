@@ -4,7 +4,6 @@
 #include <errno.h>
 #include <string.h>
 
-#include <source_location>
 #include <string>
 #include <vector>
 
@@ -14,7 +13,6 @@ namespace tlktest {
 namespace {
 
 // Failures inside a helper name the line that called it.
-#define AT_CALLER(at) ::testing::ScopedTrace trace(at.file_name(), static_cast<int>(at.line()), "")
 
 using Stream = std::vector<uint8_t>;
 
@@ -119,8 +117,8 @@ class BridgeTest : public OneSessionTest {
   static void *poison() { return reinterpret_cast<void *>(1); }
   // The request a call sent, decoded, after the call passed and its reply (if any) went back.
   template <class T>
-  auto request_of(int err, std::source_location at = std::source_location::current()) {
-    AT_CALLER(at);
+  auto request_of(int err, TLK_CALLER_ARGS) {
+    TLK_AT_CALLER;
     EXPECT_EQ(err, 0);
     if (out != nullptr) tarvik_msg_idl_release(c, out, nullptr);
     out = nullptr;
@@ -128,9 +126,8 @@ class BridgeTest : public OneSessionTest {
   }
   // A call's answer, how many messages it wrote, and whether it read a reply (else its out
   // pointer is cleared or left alone); either way nothing is left on the socket.
-  void expect_read(int err, int want, size_t sent, bool reads,
-                   std::source_location at = std::source_location::current()) {
-    AT_CALLER(at);
+  void expect_read(int err, int want, size_t sent, bool reads, TLK_CALLER_ARGS) {
+    TLK_AT_CALLER;
     EXPECT_EQ(err, want);
     EXPECT_EQ(sent_count(kernel), sent_before + sent);
     sent_before = sent_count(kernel);
@@ -146,9 +143,8 @@ class BridgeTest : public OneSessionTest {
   }
   // A raw request's length and its single bytes and u32 words at their offsets.
   void expect_raw(int err, uint32_t msglen, std::vector<std::pair<size_t, uint32_t>> bytes,
-                  std::vector<std::pair<size_t, uint32_t>> words,
-                  std::source_location at = std::source_location::current()) {
-    AT_CALLER(at);
+                  std::vector<std::pair<size_t, uint32_t>> words, TLK_CALLER_ARGS) {
+    TLK_AT_CALLER;
     EXPECT_EQ(err, 0);
     tarvik_msg_free(c, out);
     out = nullptr;

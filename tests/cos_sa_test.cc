@@ -7,7 +7,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <source_location>
 #include <string>
 #include <vector>
 
@@ -35,7 +34,6 @@ void expect_fields(const Bytes &b, const std::vector<Field> &fields) {
 const std::string kName60(60, 'n');
 
 // Failures inside a helper name the line that called it.
-#define AT_CALLER(at) ::testing::ScopedTrace trace(at.file_name(), static_cast<int>(at.line()), "")
 
 class CosSaTest : public OneSessionTest {
  protected:
@@ -43,8 +41,8 @@ class CosSaTest : public OneSessionTest {
   // A request that went out: the call passed, its reply is given back, and what was written has
   // the head (version letter and type, both lengths, the session's next number) and `fields`.
   void expect_request(int err, uint16_t word, uint32_t size, const std::vector<Field> &fields,
-                      std::source_location at = std::source_location::current()) {
-    AT_CALLER(at);
+                      TLK_CALLER_ARGS) {
+    TLK_AT_CALLER;
     EXPECT_EQ(err, 0);
     tarvik_msg_free(c, out);
     out = nullptr;
@@ -54,8 +52,8 @@ class CosSaTest : public OneSessionTest {
     expect_fields(sent, fields);
   }
   // A call refused before anything is sent, its out pointer cleared or left alone.
-  void expect_refused(int err, std::source_location at = std::source_location::current()) {
-    AT_CALLER(at);
+  void expect_refused(int err, TLK_CALLER_ARGS) {
+    TLK_AT_CALLER;
     EXPECT_EQ(err, EINVAL);
     if (out != poison()) {
       EXPECT_EQ(out, nullptr);
@@ -64,8 +62,8 @@ class CosSaTest : public OneSessionTest {
   }
   // An association write: nothing answers it, and behind its 96 fixed bytes comes the name.
   Bytes sa_sent(uint32_t op, const char *name, const sadb_sa_t &sa, uint32_t msglen,
-                std::source_location at = std::source_location::current()) {
-    AT_CALLER(at);
+                TLK_CALLER_ARGS) {
+    TLK_AT_CALLER;
     const uint32_t before = c->seq;
     EXPECT_EQ(tarvik_sadbm_modify(c, op, name, &sa), 0);
     EXPECT_EQ(c->seq, before) << "nothing answers a change";

@@ -15,6 +15,13 @@
 #include "tarlink_platform.h"
 #include "tarsim.hpp"
 
+// A check helper's last parameters: the place of its call, taken where it is called (the
+// compilers' builtins as default arguments), so that TLK_AT_CALLER makes its failures name the
+// calling line.
+#define TLK_CALLER_ARGS \
+  const char *caller_file = __builtin_FILE(), int caller_line = __builtin_LINE()
+#define TLK_AT_CALLER ::testing::ScopedTrace caller_trace(caller_file, caller_line, "")
+
 namespace tlktest {
 
 using tarsim::Bytes;
