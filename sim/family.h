@@ -22,6 +22,7 @@
 #include <stdint.h>
 
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <span>
 #include <string>
@@ -30,6 +31,16 @@
 #include "tarsim/kernel.hpp"
 
 namespace tarsim::internal {
+
+// The i-th value of a keyed store in key order, or null: how the facets number a family's
+// objects for a test that walks them.
+template <class Map>
+const typename Map::mapped_type *nth(const Map &m, size_t i) {
+  if (i >= m.size()) return nullptr;
+  auto it = m.begin();
+  std::advance(it, static_cast<std::ptrdiff_t>(i));
+  return &it->second;
+}
 
 struct Session;
 class Core;

@@ -776,14 +776,6 @@ const FamilySlot<MeshGroupFamily> kMesh("mesh-groups");
 const FamilySlot<AnalyzerFamily> kAnalyzer("analyzers");
 const FamilySlot<MacFamily> kMac("mac-tables");
 
-// The i-th value of a map in key order, or null.
-template <class Map>
-const typename Map::mapped_type *nth(const Map &m, size_t i) {
-  if (i >= m.size()) return nullptr;
-  auto it = m.begin();
-  std::advance(it, static_cast<std::ptrdiff_t>(i));
-  return &it->second;
-}
 template <class Map, class Key>
 const typename Map::mapped_type *at_key(const Map &m, const Key &k) {
   auto it = m.find(k);

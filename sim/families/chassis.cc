@@ -382,13 +382,6 @@ const FamilySlot<FabricGroupFamily> kFabricGroups("fabric groups");
 const FamilySlot<PktinjectFamily> kPktinject("pkt inject");
 const FamilySlot<DdosFamily> kDdos("ddos");
 
-template <class Map>
-const typename Map::mapped_type *nth(const Map &m, size_t i) {
-  if (i >= m.size()) return nullptr;
-  auto it = m.begin();
-  std::advance(it, static_cast<std::ptrdiff_t>(i));
-  return &it->second;
-}
 }  // namespace
 
 }  // namespace internal

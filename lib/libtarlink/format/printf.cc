@@ -7,8 +7,9 @@
 #include <string.h>
 #include <sys/types.h>
 
-#include <atomic>
 #include <vector>
+
+#include "kept_table.h"
 
 namespace tlk::format {
 namespace {
@@ -360,27 +361,11 @@ Program *compile(const char *format) {
   }
 }
 
-// Programs by the format's address, in a table that only grows: a slot, once set, keeps its
-// program for the life of the process, so readers need no lock.  A format whose probe finds no
-// free slot is simply parsed each time.
-constexpr size_t kSlots = 1024;
-constexpr size_t kProbes = 8;
-std::atomic<const Program *> g_programs[kSlots];
+// Programs by the format's address.  A format whose probe finds no free slot is parsed each time.
+KeptTable<char, Program, 1024, 16> g_programs;
 
 const Program *program_of(const char *format) {
-  const auto key = reinterpret_cast<uintptr_t>(format);
-  const size_t home = static_cast<size_t>((key >> 3) * 0x9E3779B97F4A7C15ull >> 54);
-  for (size_t i = 0; i < kProbes; ++i) {
-    std::atomic<const Program *> &slot = g_programs[(home + i) % kSlots];
-    const Program *p = slot.load(std::memory_order_acquire);
-    if (p == nullptr) {
-      Program *made = compile(format);
-      if (slot.compare_exchange_strong(p, made, std::memory_order_acq_rel)) return made;
-      delete made;  // another thread took the slot first: p is its program
-    }
-    if (p->format == format) return p;
-  }
-  return nullptr;
+  return g_programs.find(format, compile);
 }
 
 }  // namespace

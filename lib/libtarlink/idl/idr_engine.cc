@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "idl/engine.h"
+#include "kept_table.h"
 
 namespace tlk::idl {
 using namespace internal;
@@ -126,27 +127,11 @@ RunPlan *build_runs(const Record &r) {
   return plan;
 }
 
-constexpr size_t kPlanSlots = 4096;
-std::atomic<const Record *> g_plan_keys[kPlanSlots];
-std::atomic<const RunPlan *> g_plans[kPlanSlots];
+KeptTable<Record, RunPlan> g_plans;
 
 const RunPlan *runs_of(const Record &r) {
   if (r.net || r.flat != nullptr || r.choice != nullptr || r.hooks != nullptr) return nullptr;
-  size_t h = static_cast<size_t>(
-      (uint64_t{reinterpret_cast<uintptr_t>(&r)} >> 3) * 0x9E3779B97F4A7C15ull >> 52);
-  for (size_t probe = 0; probe < 64; ++probe, h = (h + 1) % kPlanSlots) {
-    const Record *key = g_plan_keys[h].load(std::memory_order_acquire);
-    if (key == &r) return g_plans[h].load(std::memory_order_acquire);
-    if (key != nullptr) continue;
-    const Record *expected = nullptr;
-    if (g_plan_keys[h].compare_exchange_strong(expected, &r, std::memory_order_acq_rel)) {
-      const RunPlan *plan = build_runs(r);
-      g_plans[h].store(plan, std::memory_order_release);
-      return plan;
-    }
-    if (expected == &r) return g_plans[h].load(std::memory_order_acquire);
-  }
-  return nullptr;
+  return g_plans.find(&r, [](const Record *key) { return build_runs(*key); });
 }
 
 uint32_t encode_choice(const Record &r, const void *rec, const Writer &w) {

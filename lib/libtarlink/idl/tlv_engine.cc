@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "idl/engine.h"
+#include "kept_table.h"
 #include "tarlink.h"
 #include "wire.h"
 
@@ -220,29 +221,13 @@ TlvPlan *build_plan(const Record &r) {
   return p;
 }
 
-constexpr size_t kPlanSlots = 4096;
-std::atomic<const Record *> g_plan_keys[kPlanSlots];
-std::atomic<const TlvPlan *> g_plans[kPlanSlots];
+KeptTable<Record, TlvPlan> g_plans;
 
 // The plan of a host-form record, or null (network form, a choice or hand-written type, or a
 // full table).
 const TlvPlan *plan_of(const Record &r) {
   if (!kLittleEndian || r.net || r.choice != nullptr || r.hooks != nullptr) return nullptr;
-  size_t h = static_cast<size_t>(
-      (uint64_t{reinterpret_cast<uintptr_t>(&r)} >> 3) * 0x9E3779B97F4A7C15ull >> 52);
-  for (size_t probe = 0; probe < 64; ++probe, h = (h + 1) % kPlanSlots) {
-    const Record *key = g_plan_keys[h].load(std::memory_order_acquire);
-    if (key == &r) return g_plans[h].load(std::memory_order_acquire);
-    if (key != nullptr) continue;
-    const Record *expected = nullptr;
-    if (g_plan_keys[h].compare_exchange_strong(expected, &r, std::memory_order_acq_rel)) {
-      const TlvPlan *plan = build_plan(r);
-      g_plans[h].store(plan, std::memory_order_release);
-      return plan;
-    }
-    if (expected == &r) return g_plans[h].load(std::memory_order_acquire);
-  }
-  return nullptr;
+  return g_plans.find(&r, [](const Record *key) { return build_plan(*key); });
 }
 
 template <typename T>
