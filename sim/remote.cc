@@ -257,8 +257,24 @@ int remote_setsockopt(int fd, int level, int name, const void *value, socklen_t 
   return result_of<int>(a);
 }
 
-// Both system control forms: what the daemon gives back lands as sysctl(3) would put it.
-int sysctl_answer(const Answer &a, const std::vector<uint8_t> &out, void *oldp, size_t *oldlenp) {
+// Both system control forms: the control named by `key` (the MIB's numbers or the name with its
+// end byte), asked of the daemon; what it gives back lands as sysctl(3) would put it.
+int sysctl_call(uint32_t kind, int32_t key_word, const void *key, size_t key_len, void *oldp,
+                size_t *oldlenp, const void *newp, size_t newlen) {
+  if (key == nullptr || oldlenp == nullptr) {
+    errno = EINVAL;
+    return -1;
+  }
+  if (newp == nullptr) newlen = 0;
+  const int32_t room =
+      oldp == nullptr ? -1 : static_cast<int32_t>(std::min<size_t>(*oldlenp, 1u << 30));
+  Answer a;
+  std::vector<uint8_t> out;
+  if (call(*g_link, {kind, -1, room, key_word, 0}, key, key_len, &a, &out, nullptr, newp, newlen) !=
+      0) {
+    errno = a.err;
+    return -1;
+  }
   if (a.result < 0 && a.err != ENOMEM) return result_of<int>(a);
   if (oldp != nullptr) memcpy(oldp, out.data(), std::min(out.size(), *oldlenp));
   *oldlenp = static_cast<size_t>(a.size);
@@ -267,40 +283,15 @@ int sysctl_answer(const Answer &a, const std::vector<uint8_t> &out, void *oldp, 
 
 int remote_sysctl(const int *name, unsigned namelen, void *oldp, size_t *oldlenp, const void *newp,
                   size_t newlen) {
-  if (name == nullptr || oldlenp == nullptr) {
-    errno = EINVAL;
-    return -1;
-  }
-  if (newp == nullptr) newlen = 0;
-  const int32_t room =
-      oldp == nullptr ? -1 : static_cast<int32_t>(std::min<size_t>(*oldlenp, 1u << 30));
-  Answer a;
-  std::vector<uint8_t> out;
-  if (call(*g_link, {remote::kSysctlMib, -1, room, static_cast<int32_t>(namelen), 0}, name,
-           namelen * sizeof(int), &a, &out, nullptr, newp, newlen) != 0) {
-    errno = a.err;
-    return -1;
-  }
-  return sysctl_answer(a, out, oldp, oldlenp);
+  return sysctl_call(remote::kSysctlMib, static_cast<int32_t>(namelen), name, namelen * sizeof(int),
+                     oldp, oldlenp, newp, newlen);
 }
 
 int remote_sysctlbyname(const char *name, void *oldp, size_t *oldlenp, const void *newp,
                         size_t newlen) {
-  if (name == nullptr || oldlenp == nullptr) {
-    errno = EINVAL;
-    return -1;
-  }
-  if (newp == nullptr) newlen = 0;
-  const int32_t room =
-      oldp == nullptr ? -1 : static_cast<int32_t>(std::min<size_t>(*oldlenp, 1u << 30));
-  Answer a;
-  std::vector<uint8_t> out;
-  if (call(*g_link, {remote::kSysctlName, -1, room, static_cast<int32_t>(newlen), 0}, name,
-           strlen(name) + 1, &a, &out, nullptr, newp, newlen) != 0) {
-    errno = a.err;
-    return -1;
-  }
-  return sysctl_answer(a, out, oldp, oldlenp);
+  // The name's length is known from the name; the key word carries the new value's length.
+  return sysctl_call(remote::kSysctlName, static_cast<int32_t>(newp != nullptr ? newlen : 0), name,
+                     name != nullptr ? strlen(name) + 1 : 0, oldp, oldlenp, newp, newlen);
 }
 
 // The daemon counts a wait for each watched session and says whether any of them has replies
