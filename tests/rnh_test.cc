@@ -108,7 +108,7 @@ TEST_F(RnhTest, AServiceAddSendsTheBlockAtItsOffsets) {
   tarvik_msg_idl_release(c, out, nullptr);
 }
 
-TEST_F(RnhTest, TheOwnerWalkStepsOverOtherNextHops) {
+TEST_F(RnhTest, TheOwnerWalkStepsOverOtherNextHopsAndAGetByIndexDoesNot) {
   kernel.record(true);
   void *out = nullptr;
   ASSERT_EQ(tarvik_rnhm_service_get_by_owner(c, 0, kAf, 2, 1, &out, nullptr), 0);
@@ -122,10 +122,7 @@ TEST_F(RnhTest, TheOwnerWalkStepsOverOtherNextHops) {
       << "past the last service next hop the walk meets the kernel's refusal";
   EXPECT_EQ(out, nullptr);
   EXPECT_EQ(mask, nullptr);
-}
-
-TEST_F(RnhTest, AGetByIndexDoesNotWalk) {
-  void *out = nullptr;
+  // A get by index does not walk.
   ASSERT_EQ(tarvik_rnhm_service_get_by_index(c, 1000, kAf, TLK_OP_GET, &out, nullptr), 0);
   EXPECT_EQ(rnh(out).nh, tarsim::kNhUnicast) << "only a getnext steps over other kinds";
   tarvik_msg_idl_release(c, out, nullptr);
@@ -184,11 +181,20 @@ TEST_F(RnhTest, AnInterfaceNextHopMapsItsAddressKind) {
   }
 }
 
-TEST_F(RnhTest, AnInterfaceNextHopReplyNeedsBothOutPointers) {
+// A walk ends at its first step; a reply needs both out pointers.
+TEST_F(RnhTest, AnInterfaceNextHopWalkAndReplies) {
+  kernel.record(true);
+  void *out = kPoison, *mask = kPoison;
+  EXPECT_EQ(tarvik_rnhm_iflnh_get_by_index(c, TLK_OP_GETNEXT, 0, kAf, &out, &mask), EINVAL)
+      << "1000 is not an interface next hop, and the step writes no message";
+  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(mask, nullptr);
+  EXPECT_EQ(sent_count(kernel), 1u) << "only the first getnext reached the kernel";
   const uint8_t kind = 1;
   uint32_t idx = 0;
   ASSERT_EQ(tarvik_rnhm_iflnh_add(c, 82, kAf, 0, 1, &kind, &idx, 0), 0);
-  void *out = kPoison, *mask = kPoison;
+  out = kPoison;
+  mask = kPoison;
   ASSERT_EQ(tarvik_rnhm_iflnh_get_by_index(c, TLK_OP_GET, idx, kAf, &out, &mask), 0);
   EXPECT_EQ(rnh(out).idx.idx, idx);
   tarvik_msg_idl_release(c, out, mask);
@@ -202,27 +208,6 @@ TEST_F(RnhTest, AnInterfaceNextHopReplyNeedsBothOutPointers) {
   EXPECT_EQ(rnh(out).idx.idx, idx);
   tarvik_msg_idl_release(c, out, mask);
   ASSERT_EQ(tarvik_rnhm_iflnh_delete_by_index(c, idx, kAf), 0);
-  EXPECT_EQ(kernel.nexthops().find(idx), nullptr);
-}
-
-TEST_F(RnhTest, AnInterfaceNextHopWalkEndsAtItsFirstStep) {
-  kernel.record(true);
-  void *out = kPoison, *mask = kPoison;
-  EXPECT_EQ(tarvik_rnhm_iflnh_get_by_index(c, TLK_OP_GETNEXT, 0, kAf, &out, &mask), EINVAL)
-      << "1000 is not an interface next hop, and the step writes no message";
-  EXPECT_EQ(out, nullptr);
-  EXPECT_EQ(mask, nullptr);
-  EXPECT_EQ(sent_count(kernel), 1u) << "only the first getnext reached the kernel";
-}
-
-TEST_F(RnhTest, ASubunitNextHopTakesTheFirstInterface) {
-  const uint32_t ifls[] = {83, 70};
-  void *out = nullptr;
-  ASSERT_EQ(tarvik_rnhm_subunit_nhadd(c, ifls, kAf, &out, nullptr), 0);
-  const uint32_t idx = rnh(out).idx.idx;
-  EXPECT_EQ(rnh(out).ifidx.idx, 83u);
-  tarvik_msg_idl_release(c, out, nullptr);
-  ASSERT_EQ(tarvik_rnhm_subunit_nhdelete_by_index(c, idx, kAf), 0);
   EXPECT_EQ(kernel.nexthops().find(idx), nullptr);
 }
 
@@ -292,7 +277,7 @@ TEST_F(RnhTest, EveryReservedIndexFailureIsPrintedAndReturned) {
 
 // ---- Composites ----
 
-TEST_F(RnhTest, ACompositeReadTakesGetOrGetnextOnly) {
+TEST_F(RnhTest, ACompositeReadTakesGetOrGetnextOnlyAndTheSessionFlagAsksForChildren) {
   kernel.record(true);
   for (uint32_t op : {0u, 3u, 6u, 9u}) {
     SCOPED_TRACE(op);
@@ -312,14 +297,11 @@ TEST_F(RnhTest, ACompositeReadTakesGetOrGetnextOnly) {
   EXPECT_EQ(std::vector<uint32_t>(m.children, m.children + m.child_count),
             (std::vector<uint32_t>{1002, 1000}));
   tarvik_msg_idl_release(c, out, nullptr);
-}
-
-TEST_F(RnhTest, TheSessionFlagAsksANextHopReadForTheChildren) {
-  kernel.record(true);
+  // The session flag asks a next hop read for the children.
   for (uint32_t enable : {0u, 1u}) {
     SCOPED_TRACE(enable);
     ASSERT_EQ(tarvik_rnh_enable_comp_nh_retrieval(c, enable), 0);
-    void *out = nullptr;
+    out = nullptr;
     ASSERT_EQ(tarvik_rnhm_get_by_index(c, 1003, kAf, TLK_OP_GET, &out, nullptr), 0);
     EXPECT_EQ(last_request_as<rnh_msg>()->retrieve_mask, enable ? 1024u : 0u);
     const rnh_info &info = rnh(out).rnh_info;
@@ -335,9 +317,8 @@ TEST_F(RnhTest, TheSessionFlagAsksANextHopReadForTheChildren) {
   }
 }
 
-// ---- Notifications ----
-
-TEST_F(RnhTest, AnotherSessionHearsAnAdd) {
+// A subunit next hop takes the first interface; another session hears its add.
+TEST_F(RnhTest, ASubunitNextHopTakesTheFirstInterfaceAndIsHeard) {
   tarvik_cookie *other = open_session(8);
   ASSERT_NE(other, nullptr);
   ASSERT_EQ(tarvik_create_async_context(other), 0);
@@ -351,33 +332,25 @@ TEST_F(RnhTest, AnotherSessionHearsAnAdd) {
                                          return 0;
                                        }),
             0);
-  const uint32_t ifls[] = {83};
+  const uint32_t ifls[] = {83, 70};
   void *out = nullptr;
   ASSERT_EQ(tarvik_rnhm_subunit_nhadd(c, ifls, kAf, &out, nullptr), 0);
   const uint32_t idx = rnh(out).idx.idx;
+  EXPECT_EQ(rnh(out).ifidx.idx, 83u);
   tarvik_msg_idl_release(c, out, nullptr);
   drain(other);
   EXPECT_EQ(heard.idx, std::vector<uint32_t>{idx});
   tarvik_close(other);
+  ASSERT_EQ(tarvik_rnhm_subunit_nhdelete_by_index(c, idx, kAf), 0);
+  EXPECT_EQ(kernel.nexthops().find(idx), nullptr);
 }
 
 // ---- EVPN trace texts ----
 
-struct EvpnText {
-  uint32_t type;
-  const char *text;
-};
-
-const EvpnText kEvpnTexts[] = {
-    {10, "indr for Control Plane learned MAC"},
-    {12, "indr for BUM Traffic with SH Label"},
-    {13, "Error: indr for Unknown TLV type =13"},
-};
-
 TEST(RnhEvpn, EachLabelKindHasItsText) {
-  for (const EvpnText &row : kEvpnTexts) {
-    EXPECT_STREQ(get_indr_nh_evpn_tlv_str(row.type), row.text);
-  }
+  EXPECT_STREQ(get_indr_nh_evpn_tlv_str(10), "indr for Control Plane learned MAC");
+  EXPECT_STREQ(get_indr_nh_evpn_tlv_str(12), "indr for BUM Traffic with SH Label");
+  EXPECT_STREQ(get_indr_nh_evpn_tlv_str(13), "Error: indr for Unknown TLV type =13");
 }
 
 // An item of the opaque area: head (type, length), then the EVPN body.
