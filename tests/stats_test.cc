@@ -61,6 +61,11 @@ class StatsTest : public OneSessionTest {
     OneSessionTest::TearDown();
   }
   int fd() const { return kernel.sessions().front(); }
+  // Lets the last reply go, for the next call.
+  void release() {
+    tarvik_msg_idl_release(c, reply, mask);
+    reply = mask = nullptr;
+  }
 
   void *reply = nullptr;
   void *mask = nullptr;
@@ -98,8 +103,7 @@ TEST_F(StatsTest, OnlyTheNextHopTypesWithStatisticsAreAsked) {
     const uint64_t before = kernel.nh_stats().requests();
     EXPECT_EQ(nh_get(1000, row.nh_type), row.get);
     EXPECT_EQ(kernel.nh_stats().requests(), before + (row.get == 0 ? 1 : 0));
-    tarvik_msg_idl_release(c, reply, mask);
-    reply = mask = nullptr;
+    release();
     void *out = &out, *m = &m;
     EXPECT_EQ(tarvik_rnhsm_get_by_index(c, 1000, 0, row.nh_type, 2, nullptr, nullptr, 0, TLK_OP_GET,
                                         &out, &m),
@@ -109,22 +113,9 @@ TEST_F(StatsTest, OnlyTheNextHopTypesWithStatisticsAreAsked) {
   }
 }
 
-TEST_F(StatsTest, ByIndexReadsTheAnswerAndDropsItWithOneLine) {
-  void *out = &out, *m = &m;
-  EXPECT_EQ(tarvik_rnhsm_get_by_index(c, 1000, 0, 2, 2, nullptr, kInet, 0, TLK_OP_GET, &out, &m),
-            0);
-  EXPECT_EQ(out, nullptr);
-  EXPECT_EQ(m, nullptr);
-  EXPECT_EQ(kernel.nh_stats().requests(), 1u);
-  ASSERT_EQ(os.stderr_lines.size(), 1u);
-  EXPECT_EQ(os.stderr_lines[0].rfind("NH stats tarvik_msg_read failed [0 - ", 0), 0u)
-      << os.stderr_lines[0];
-  // Nothing is left on the socket: the answer was taken.
-  void *late = nullptr;
-  EXPECT_EQ(tarvik_msg_read_idl(c, &late, nullptr), EAGAIN);
-}
-
-TEST_F(StatsTest, ByIndexReportsAFailedWriteUnlessItIsNoMemoryOrUnsupported) {
+// A failed write is reported unless it is for want of memory or unsupported; a read takes the
+// answer and drops it with one line.
+TEST_F(StatsTest, ByIndexReportsAFailedWriteOrDropsTheAnswerWithOneLine) {
   for (const int err : {EPIPE, ENOMEM, EOPNOTSUPP}) {
     SCOPED_TRACE(err);
     os.stderr_lines.clear();
@@ -138,6 +129,20 @@ TEST_F(StatsTest, ByIndexReportsAFailedWriteUnlessItIsNoMemoryOrUnsupported) {
               err == EPIPE ? std::vector<std::string>{want} : std::vector<std::string>{});
   }
   EXPECT_EQ(kernel.nh_stats().requests(), 0u);
+  // A read takes the answer and drops it with one line.
+  os.stderr_lines.clear();
+  void *out = &out, *m = &m;
+  EXPECT_EQ(tarvik_rnhsm_get_by_index(c, 1000, 0, 2, 2, nullptr, kInet, 0, TLK_OP_GET, &out, &m),
+            0);
+  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(m, nullptr);
+  EXPECT_EQ(kernel.nh_stats().requests(), 1u);
+  ASSERT_EQ(os.stderr_lines.size(), 1u);
+  EXPECT_EQ(os.stderr_lines[0].rfind("NH stats tarvik_msg_read failed [0 - ", 0), 0u)
+      << os.stderr_lines[0];
+  // Nothing is left on the socket: the answer was taken.
+  void *late = nullptr;
+  EXPECT_EQ(tarvik_msg_read_idl(c, &late, nullptr), EAGAIN);
 }
 
 TEST_F(StatsTest, TheHalfSecondWaitsAreTheKernelsNotTheClocks) {
@@ -185,33 +190,29 @@ TEST_F(StatsTest, ADescriptorBeyondAnFdSetSleepsInsteadOfSelecting) {
   tarvik_close(high);
 }
 
-TEST_F(StatsTest, AGatewayOfLengthZeroIsLeftOutButItsRoomIsTaken) {
+TEST_F(StatsTest, AnEmptyGatewayTakesItsRoomAndLabelsNeedASelectorFromOneToFifteen) {
   ASSERT_EQ(nh_get(1000, 2, kEmptyAddr), 0);
   EXPECT_EQ(got().gateway_count, 0u);
   EXPECT_EQ(got().gateway, nullptr);
-  tarvik_msg_idl_release(c, reply, mask);
-  reply = mask = nullptr;
+  release();
   // Labels that fill the block exactly behind the record fit without a gateway, and no longer
   // fit once an empty gateway has taken the element's room.
   const size_t fixed = (sizeof(rnhs_msg) + 7) & ~size_t{7};
   std::vector<tagp_label8> many((TLK_MSG_BUF_SIZE - fixed) / sizeof(tagp_label8));
   for (size_t i = 0; i < many.size(); ++i) many[i].tl8_label = static_cast<uint32_t>(i);
-  tagp block{};
-  block.tg_sel = 1;
-  block.tg_labels = many.data();
-  block.tg_label_count = static_cast<uint32_t>(many.size());
-  EXPECT_EQ(nh_get(1000, 2, nullptr, &block), 0);
+  tagp full{};
+  full.tg_sel = 1;
+  full.tg_labels = many.data();
+  full.tg_label_count = static_cast<uint32_t>(many.size());
+  EXPECT_EQ(nh_get(1000, 2, nullptr, &full), 0);
   ASSERT_NE(reply, nullptr);
   EXPECT_EQ(got().labels.tg_label_count, many.size());
   EXPECT_EQ(got().labels.tg_labels[many.size() - 1].tl8_label, many.size() - 1);
-  tarvik_msg_idl_release(c, reply, mask);
-  reply = mask = nullptr;
+  release();
   const uint64_t before = kernel.nh_stats().requests();
-  EXPECT_EQ(nh_get(1000, 2, kEmptyAddr, &block), EMSGSIZE);
+  EXPECT_EQ(nh_get(1000, 2, kEmptyAddr, &full), EMSGSIZE);
   EXPECT_EQ(kernel.nh_stats().requests(), before);
-}
-
-TEST_F(StatsTest, ALabelBlockTravelsOnlyWithASelectorFromOneToFifteen) {
+  // A label block travels only with a selector from 1 to 15.
   tagp_label8 labels[2] = {{100, 1}, {200, 2}};
   tagp_label7 entries[1] = {{{1, 2, 3, 4, 5, 6, 7}}};
   for (const int sel : {0, 1, 15, 16, 255}) {
@@ -236,8 +237,7 @@ TEST_F(StatsTest, ALabelBlockTravelsOnlyWithASelectorFromOneToFifteen) {
       EXPECT_EQ(l.tg_entries[0].tl7_bytes[6], 7);
     }
     EXPECT_EQ(got().gateway_count, 1u);  // the gateway is not disturbed either way
-    tarvik_msg_idl_release(c, reply, mask);
-    reply = mask = nullptr;
+    release();
   }
 }
 
@@ -272,8 +272,7 @@ TEST_F(StatsTest, ByNextHopTakesEverythingFromTheRecord) {
   EXPECT_EQ(got().labels.tg_labels[0].tl8_label, 3000u);
   EXPECT_EQ(got().rnh_info.rnhi_u.rnh_info_idxd.rnid_index, 55u);
   EXPECT_EQ(got().packets, 7u);
-  tarvik_msg_idl_release(c, reply, mask);
-  reply = mask = nullptr;
+  release();
   // A label list of count 0 sends no labels, a next hop type without statistics is refused.
   nh.rnh_f24_count = 0;
   ASSERT_EQ(tarvik_rnhsm_get_by_nexthop(c, 0, TLK_OP_GET, &nh, &reply, &mask), 0);
@@ -412,7 +411,7 @@ TEST_F(StatsTest, RouteClassAnswersCarryTheClassesAsked) {
   }
 }
 
-TEST_F(StatsTest, RouteClassRequestsAreLaidOutAsTheKernelReadsThem) {
+TEST_F(StatsTest, RouteClassRequestsAreLaidOutAsTheKernelReadsThemAndAClearIsNotAnswered) {
   kernel.record(true);
   kernel.on_raw(TLK_MSG_RT_CLASS_STATS, TLK_OP_GET,
                 [](tarsim::Kernel &k, const tarsim::Request &r) {
@@ -434,10 +433,7 @@ TEST_F(StatsTest, RouteClassRequestsAreLaidOutAsTheKernelReadsThem) {
   const Bytes block = last_sent(kernel);
   ASSERT_EQ(block.size(), 48u);
   EXPECT_EQ(get_u32(block.data(), 24), 0x01020304u);
-}
-
-TEST_F(StatsTest, ClearingARouteClassIsFireAndForget) {
-  kernel.record(true);
+  // Clearing is fire and forget.
   EXPECT_EQ(tarvik_rtcsm_clear_by_index(c, 1, 70, 2, 0), 0);
   tarsim::RtClassRecord r{};
   ASSERT_TRUE(kernel.rt_stats().find_class(1, 70, &r));
