@@ -70,30 +70,26 @@ TEST_F(IflHelpers, ReadersGiveTheFieldOrMinusOne) {
 TEST_F(IflHelpers, NamesComeBackAsDeviceDotUnit) {
   const struct {
     const char *what;
-    std::function<int(char *, size_t)> call;
+    int (*call)(uint32_t, char *, size_t);
+    uint32_t index;
+    size_t size;
     int want;
     const char *text;  // the buffer afterwards
   } rows[] = {
-      {"by index", [](char *b, size_t n) { return ifl_getnamebyifindex(83, b, n); }, 0, "xe1.300"},
-      {"by snmp", [](char *b, size_t n) { return ifl_getnamebysnmpifindex(583, b, n); }, 0,
-       "xe1.300"},
-      {"cut", [](char *b, size_t) { return ifl_getnamebyifindex(71, b, 4); }, 0, "ge0"},
-      {"unknown", [](char *b, size_t n) { return ifl_getnamebyifindex(999, b, n); }, -1, "="},
-      {"unknown snmp", [](char *b, size_t n) { return ifl_getnamebysnmpifindex(9, b, n); }, -1,
-       "="},
-      {"underlying of a stacked unit",
-       [](char *b, size_t n) { return ifl_get_underlying_device_byifindex(83, b, n); }, 0, "xe1"},
-      {"underlying of a plain unit",
-       [](char *b, size_t n) { return ifl_get_underlying_device_byifindex(70, b, n); }, 0, "ge0"},
-      {"underlying of index 0",
-       [](char *b, size_t n) { return ifl_get_underlying_device_byifindex(0, b, n); }, 0, "="},
-      {"underlying of an unknown index",
-       [](char *b, size_t n) { return ifl_get_underlying_device_byifindex(999, b, n); }, -1, "="},
+      {"by index", ifl_getnamebyifindex, 83, 64, 0, "xe1.300"},
+      {"by snmp", ifl_getnamebysnmpifindex, 583, 64, 0, "xe1.300"},
+      {"cut", ifl_getnamebyifindex, 71, 4, 0, "ge0"},
+      {"unknown", ifl_getnamebyifindex, 999, 64, -1, "="},
+      {"unknown snmp", ifl_getnamebysnmpifindex, 9, 64, -1, "="},
+      {"underlying of a stacked unit", ifl_get_underlying_device_byifindex, 83, 64, 0, "xe1"},
+      {"underlying of a plain unit", ifl_get_underlying_device_byifindex, 70, 64, 0, "ge0"},
+      {"underlying of index 0", ifl_get_underlying_device_byifindex, 0, 64, 0, "="},
+      {"underlying of an unknown index", ifl_get_underlying_device_byifindex, 999, 64, -1, "="},
   };
   for (const auto &r : rows) {
     SCOPED_TRACE(r.what);
     char buf[64] = "=";
-    EXPECT_EQ(r.call(buf, sizeof buf), r.want);
+    EXPECT_EQ(r.call(r.index, buf, r.size), r.want);
     EXPECT_STREQ(buf, r.text);
   }
   EXPECT_TRUE(kernel.sessions().empty());
@@ -184,6 +180,10 @@ TEST_F(IflHelpers, SendInterfaceGoesByTheSocketsFamily) {
   patched.getsockname = FakeSocket::getsockname;
   patched.setsockopt_ip = FakeSocket::setsockopt_ip;
   tlk_platform_set(&patched);
+  const auto by_index = [] { return ifl_setsendifbyifindex(5, 71); };
+  const auto by_name = [] { return ifl_setsendifbyifname(5, "xe0.200"); };
+  const auto by_unknown_name = [] { return ifl_setsendifbyifname(5, "nosuch.0"); };
+  const auto by_snmp = [] { return ifl_setsendifbysnmpifindex(5, 572); };
   const struct {
     const char *what;
     int family, name_result;
@@ -192,56 +192,14 @@ TEST_F(IflHelpers, SendInterfaceGoesByTheSocketsFamily) {
     int want, err;
     std::vector<std::vector<int>> options;
   } rows[] = {
-      {"inet", 2, 0, 16, [] { return ifl_setsendifbyifindex(5, 71); }, 0, 0, {{0, 107, 71}}},
-      {"inet6", 28, 0, 16, [] { return ifl_setsendifbyifindex(5, 71); }, 0, 0, {{41, 64, 71}}},
-      {"other family",
-       1,
-       0,
-       16,
-       [] { return ifl_setsendifbyifindex(5, 71); },
-       -1,
-       EPROTONOSUPPORT,
-       {}},
-      {"no address",
-       2,
-       0,
-       0,
-       [] { return ifl_setsendifbyifindex(5, 71); },
-       -1,
-       EPROTONOSUPPORT,
-       {}},
-      {"getsockname fails",
-       2,
-       -1,
-       16,
-       [] { return ifl_setsendifbyifindex(5, 71); },
-       -1,
-       EPROTONOSUPPORT,
-       {}},
-      {"by name",
-       2,
-       0,
-       16,
-       [] { return ifl_setsendifbyifname(5, "xe0.200"); },
-       0,
-       0,
-       {{0, 107, 81}}},
-      {"by unknown name",
-       2,
-       0,
-       16,
-       [] { return ifl_setsendifbyifname(5, "nosuch.0"); },
-       -1,
-       EOPNOTSUPP,
-       {}},
-      {"by snmp",
-       28,
-       0,
-       16,
-       [] { return ifl_setsendifbysnmpifindex(5, 572); },
-       0,
-       0,
-       {{41, 64, 72}}},
+      {"inet", 2, 0, 16, by_index, 0, 0, {{0, 107, 71}}},
+      {"inet6", 28, 0, 16, by_index, 0, 0, {{41, 64, 71}}},
+      {"other family", 1, 0, 16, by_index, -1, EPROTONOSUPPORT, {}},
+      {"no address", 2, 0, 0, by_index, -1, EPROTONOSUPPORT, {}},
+      {"getsockname fails", 2, -1, 16, by_index, -1, EPROTONOSUPPORT, {}},
+      {"by name", 2, 0, 16, by_name, 0, 0, {{0, 107, 81}}},
+      {"by unknown name", 2, 0, 16, by_unknown_name, -1, EOPNOTSUPP, {}},
+      {"by snmp", 28, 0, 16, by_snmp, 0, 0, {{41, 64, 72}}},
   };
   for (const auto &r : rows) {
     SCOPED_TRACE(r.what);
@@ -361,11 +319,7 @@ TEST_F(IfdInfo, AddUpdateAndDeleteFollowTheGeneration) {
       {"add takes the media", Msg("ge-1/2/3", 1, 7, 8, 9), TLK_OP_ADD, 0, {7, 8, 9}},
       {"change of the same generation", Msg("ge-1/2/3", 1, 4, 5, 6), TLK_OP_CHANGE, 0, {4, 5, 6}},
       {"a new generation is refused", Msg("ge-1/2/3", 2, 1, 1, 1), TLK_OP_ADD, EINVAL, {4, 5, 6}},
-      {"delete of another generation",
-       Msg("ge-1/2/3", 2, 0, 0, 0),
-       TLK_OP_DELETE,
-       EINVAL,
-       {4, 5, 6}},
+      {"delete, another generation", Msg("ge-1/2/3", 2, 0, 0, 0), TLK_OP_DELETE, EINVAL, {4, 5, 6}},
       {"delete of the same", Msg("ge-1/2/3", 1, 0, 0, 0), TLK_OP_DELETE, 0, {1, 2, 3}},
       {"then the new generation", Msg("ge-1/2/3", 2, 3, 3, 3), TLK_OP_ADD, 0, {3, 3, 3}},
       {"delete of an unknown name", Msg("ge-9/9/9", 1, 0, 0, 0), TLK_OP_DELETE, 0, {9, 9, 9}},
@@ -396,7 +350,7 @@ TEST_F(IfdInfo, AnEmptyMaskLetsEveryKindPass) {
   expect_abandoned(MEMID_TARVIK_IFD_INFO, 1);
 }
 
-TEST_F(IfdInfo, AFetchingMissReadsTheKernelAndKeepsNothing) {
+TEST_F(IfdInfo, AFetchingMissOrAReadFromAMessageKeepsNothing) {
   kernel.record(true);
   EXPECT_EQ(where("ge1", 0), (std::vector<uint32_t>{1, 0, 0}));
   EXPECT_TRUE(kernel.recorded().empty()) << "no fetch, no read";
@@ -408,11 +362,8 @@ TEST_F(IfdInfo, AFetchingMissReadsTheKernelAndKeepsNothing) {
   EXPECT_TRUE(kernel.recorded().empty()) << "a kind outside the filter isn't fetched";
   tarvik_ifd_info_t info;
   EXPECT_EQ(tarvik_ifd_info_get("bogus", &info, 1), EINVAL);
-}
-
-TEST_F(IfdInfo, FromAMessageLeavesTheCacheAlone) {
+  // A read from a message leaves the cache alone.
   Msg m("et-2/1/0", 1, 5, 6, 7);
-  tarvik_ifd_info_t info;
   ASSERT_EQ(tarvik_ifd_info_get_from_ifd_msg("et-2/1/0", &info, &m.m), 0);
   EXPECT_STREQ(info.name, "et-2/1/0");
   EXPECT_EQ(std::vector<uint32_t>(info.location, info.location + 3),
