@@ -473,15 +473,6 @@ TEST_F(FormatMsg, EachKindInBriefAndFullModes) {
   Records r;
   MoreRecords o;
   Attached a;
-  constexpr const char *kEsiText = "00:11:22:33:44:55:66:77:88:99";
-  constexpr const char *kNoEsi = "00:00:00:00:00:00:00:00:00:00";
-  // An RPF entry of which the next hop's list keeps only the interface.
-  const auto rpf_entry = [](unsigned ifl) {
-    return fmt(
-        "{ifidx=%u ilbl=%u olbl=%u wt=%u flags=0x%x session id=%u type=%u gen_num=%u status=%u "
-        "ref=%u minrate=%u}\n",
-        ifl, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
-  };
   // The codec's own verdict on the garbled filter block, which the line reports.
   dfw_iff_apply_info_blob scratch{};
   const int garbled_verdict = tlv_decode_dfw_iff_apply_info_blob_0(&scratch, nullptr, a.garbled, 3);
@@ -558,29 +549,23 @@ TEST_F(FormatMsg, EachKindInBriefAndFullModes) {
       {"ifdev", &a.ifd,
        "ge-0/0/1 mtu=1514 dflags=0x8001 flags=0x4000 sflags=0x2 idx=140, gen=17, i2c-id=12, "
        "ifm-hw-qs=8, ifm-use-max-qs=0, ifm-flags=1, linkflags 3, priv_flags 5  snmpid=513, "
-       "hier-levels=2, l2-count=100, l3-count=200 fpc_i2c_id_type 0x21 dfw_info[" +
-           fmt("%s%s %s:%u - prec %u", "", "", "", 5, 2) + "]" + fmt(" anchor-point %s", "141") +
-           fmt(" ESI %s mode:%s source_bmac:%s df-type: %u pref:%d %s", kEsiText, "1",
-               "02:00:00:00:00:01", 2, -100, "no-preempt")},
+       "hier-levels=2, l2-count=100, l3-count=200 fpc_i2c_id_type 0x21 dfw_info[ :5 - prec 2] "
+       "anchor-point 141 ESI 00:11:22:33:44:55:66:77:88:99 mode:1 source_bmac:02:00:00:00:00:01 "
+       "df-type: 2 pref:-100 no-preempt"},
       {"iflogical", &a.ifl,
-       "ge-0/0/1.100 flags=0x180000 idx=77, gen=3 lr=1, pifd=140, uidx=9, privf=0x40 snmpid=600, "
-       "iflsetidx=2, ifl_type=L2 tenant=7" +
-           fmt(" copy_tos=0x%x ", 0x1c) + " AE_intf_info[" +
-           fmt(" link %s.%u weight %u", "140", 3, 10) + " ]" + fmt(" oam_flags=0x%x ", 5) +
-           fmt(" esi %s mode:%s df-type: %u pref:%d %s", kEsiText, "2", 1, 5, "") +
-           fmt(" esi %s esi-df-role=%s esi-sh-label=%u ", kNoEsi, "1", 16) +
-           fmt(" copy_tos_transit=0x%x ", 2) +
-           fmt(" esi=%s peer evi=%s and minimum isid = %d ", kNoEsi, "100", 5000) +
-           fmt(" virtual esi %s mode:%s", kNoEsi, "1")},
+       "ge-0/0/1.100 flags=0x180000 idx=77, gen=3 lr=1, pifd=140, uidx=9, privf=0x40 "
+       "snmpid=600, iflsetidx=2, ifl_type=L2 tenant=7 copy_tos=0x1c  AE_intf_info[ link 140.3 "
+       "weight 10 ] oam_flags=0x5  esi 00:11:22:33:44:55:66:77:88:99 mode:2 df-type: 1 pref:5  "
+       "esi 00:00:00:00:00:00:00:00:00:00 esi-df-role=1 esi-sh-label=16  copy_tos_transit=0x2  "
+       "esi=00:00:00:00:00:00:00:00:00:00 peer evi=100 and minimum isid = 5000  virtual esi "
+       "00:00:00:00:00:00:00:00:00:00 mode:1"},
       {"iffamily", &a.iff,
-       "inet6 mtu=0 flags=0x100000000 iflidx=77 subunit=5, gen=4 tbl=0 , iff_type=default " +
-           fmt(" iffi_in %u iffi_out %u iffi_iq %u  iffi_iqpf %u implicit-in [", 3, 4, 0, 0) +
-           " ] implicit-prec-in [] implicit-out [ ] implicit-prec-out [] cli-chain-in [ ] "
-           "cli-chain-prec-in [] cli-chain-out [ ] cli-chian-prec-out []" +
-           fmt("iff nh idx = %d ", 1048577) +
-           fmt("esi=%s mode=%s df-role=%s sh-label=%u ", kEsiText, "1", "2", 17) +
-           fmt("ifl_idx=%u mcnh_type=%u im nh_idx=%u sh nh_idx=%u ", 77, 2, 1048590, 1048591) +
-           fmt("mg-id %u ", 3)},
+       "inet6 mtu=0 flags=0x100000000 iflidx=77 subunit=5, gen=4 tbl=0 , iff_type=default  "
+       "iffi_in 3 iffi_out 4 iffi_iq 0  iffi_iqpf 0 implicit-in [ ] implicit-prec-in [] "
+       "implicit-out [ ] implicit-prec-out [] cli-chain-in [ ] cli-chain-prec-in [] "
+       "cli-chain-out [ ] cli-chian-prec-out []iff nh idx = 1048577 "
+       "esi=00:11:22:33:44:55:66:77:88:99 mode=1 df-role=2 sh-label=17 ifl_idx=77 mcnh_type=2 "
+       "im nh_idx=1048590 sh nh_idx=1048591 mg-id 3 "},
       {"iffamily", &a.iff_bad,
        "inet6 mtu=0 flags=0x100000000 iflidx=77 subunit=5, gen=4 tbl=0 , iff_type=default " +
            fmt("Error %d decoding iffi_apply_info_blob.\n", garbled_verdict)},
@@ -590,15 +575,13 @@ TEST_F(FormatMsg, EachKindInBriefAndFullModes) {
        "TLV, status: -2, MAC: 0:0:0:0:0:ff SUBNET_PROXY TLV, status: 0, MAC: 12:0:0:0:0:0"},
       {"nexthop", &a.rnh,
        "inet addr=192.0.2.7 nh=iflist flags=0x8 uflags=0x1 idx=1048580 ifidx=77 filteridx=4 "
-       "tid=5 lr_id=0  req_ack " +
-           fmt(" RPF info  type=%u len=%u num-elems=%u\n", 16, 12, 2) + rpf_entry(81) +
-           rpf_entry(82) + fmt(" af_fixup=%s", "inet6") + fmt(" iflidx_fixup = %d", -1) +
-           fmt(" nh_adders=0x%016llx", 0xdeadbeefULL) + "child_nh=5,6,child_ifl=77," +
-           fmt(" oam-id = %u", 9) + fmt(" nh-version id = %u\n", 3) + fmt(" sgid = %u\n", 77) +
-           fmt("MPLS Data: opcode=%u, flags=0x%x, selfid=%u, parentid=%u, mtu=%u, lbl_count=%u, "
-               "policer_count=%u ",
-               1, 1, 2, 0, 9000, 1, 0) +
-           fmt("label[%u]: label=%u, proto=%u, lb_attr=%s ", 0, 16, 0x46, "Flow label POP")},
+       "tid=5 lr_id=0  req_ack  RPF info  type=16 len=12 num-elems=2\n{ifidx=81 ilbl=0 olbl=0 "
+       "wt=0 flags=0x0 session id=0 type=0 gen_num=0 status=0 ref=0 minrate=0}\n{ifidx=82 "
+       "ilbl=0 olbl=0 wt=0 flags=0x0 session id=0 type=0 gen_num=0 status=0 ref=0 minrate=0}\n "
+       "af_fixup=inet6 iflidx_fixup = -1 nh_adders=0x00000000deadbeefchild_nh=5,6,child_ifl=77, "
+       "oam-id = 9 nh-version id = 3\n sgid = 77\nMPLS Data: opcode=1, flags=0x1, selfid=2, "
+       "parentid=0, mtu=9000, lbl_count=1, policer_count=0 label[0]: label=16, proto=70, "
+       "lb_attr=Flow label POP "},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
