@@ -620,8 +620,21 @@ TEST_F(FormatMsg, ClientListLineIsThePrintersText) {
   EXPECT_EQ(rc, 0);
 }
 
-TEST_F(FormatMsg, RouteAttachmentsRpfUnknownTypesAndTheTablesRpfOption) {
+TEST_F(FormatMsg, RouteAttachmentsRpfUnknownTypesRawPrefixAndTheTablesRpfOption) {
   Records r;
+  // A raw route without a prefix in its record: its prefix bytes stand behind the fixed part.
+  struct {
+    rt_msg m;
+    uint8_t pfx[4];
+  } raw{};
+  raw.m = r.rt;
+  raw.m.prefix = nullptr;
+  raw.m.prefix_len = 0;
+  raw.m.rt_hdr.tlkh_fixedlen = static_cast<uint16_t>(offsetof(decltype(raw), pfx));
+  raw.m.rt_hdr.tlkh_msglen = sizeof raw;
+  raw.pfx[0] = 172;
+  raw.pfx[1] = 16;
+  EXPECT_NE(out(&raw.m).find("add     inet 172.16.0.0 tid=5 plen=16 "), std::string::npos);
   r.rt.rt_hdr.tlkh_flags = 0;
   r.rt.type = 99;     // past the route types: "unknown"
   r.rt.nh_type = 40;  // past the next hop types: no word, and no flags or filter
@@ -650,23 +663,6 @@ TEST_F(FormatMsg, RouteAttachmentsRpfUnknownTypesAndTheTablesRpfOption) {
   const std::string tail = "impl-i-ftf [none] RPF:[rpf_chk 1 mode 2 fltrid 300]\n";
   ASSERT_GT(table.size(), tail.size());
   EXPECT_EQ(table.substr(table.size() - tail.size()), tail);
-}
-
-TEST_F(FormatMsg, RoutePrefixFromTheMessageWhenTheRecordHasNone) {
-  // A raw route: its prefix bytes stand behind the fixed part.
-  struct {
-    rt_msg m;
-    uint8_t pfx[4];
-  } raw{};
-  Records r;
-  raw.m = r.rt;
-  raw.m.prefix = nullptr;
-  raw.m.prefix_len = 0;
-  raw.m.rt_hdr.tlkh_fixedlen = static_cast<uint16_t>(offsetof(decltype(raw), pfx));
-  raw.m.rt_hdr.tlkh_msglen = sizeof raw;
-  raw.pfx[0] = 172;
-  raw.pfx[1] = 16;
-  EXPECT_NE(out(&raw.m).find("add     inet 172.16.0.0 tid=5 plen=16 "), std::string::npos);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -803,16 +799,14 @@ TEST_F(FormatMsg, StatisticsFullForm) {
 // ---------------------------------------------------------------------------------------------
 // The device's full form
 
-TEST_F(FormatMsg, DeviceFullForm) {
+TEST_F(FormatMsg, DeviceFullFormAndThePrintToAStream) {
   Records r;
   r.ifd.ifdm_hdr.tlkh_msglen = 0x120;
   r.ifd.ifdm_hdr.tlkh_version = 3;
   r.ifd.ifdm_hdr.tlkh_seq = 0x42;
   r.ifd.ifdm_hdr.tlkh_id = 9;
   uint8_t hw[16] = {8, 18, 0, 0, 0xaa, 0xbb};
-  sockaddr_idl addr{}, haddr{};
-  addr.sai_addr = r.sa;
-  haddr.sai_addr = hw;
+  sockaddr_idl addr{{}, r.sa}, haddr{{}, hw};
   r.ifd.ifdm_addr = &addr;
   r.ifd.ifdm_addr_len = 1;
   r.ifd.ifdm_haddr = &haddr;
@@ -826,13 +820,7 @@ TEST_F(FormatMsg, DeviceFullForm) {
       "ifdm_dinfotype:\t\t0x0\nname: ge-0/0/1\naddr: 192.0.2.7\nhaddr:  af=18 0000 aabb 0000\n"
       "altaddr: \nifdm_media_present:\t\t0x1\ntlkh_info_len:\t\t0x1\n";
   EXPECT_EQ(std::string(buf.data()), want);
-}
-
-// ---------------------------------------------------------------------------------------------
-// To a stream
-
-TEST_F(FormatMsg, PrintToFileTakesTheTextAsAFormat) {
-  Records r;
+  // To a stream, the text taken as a format.
   r.ntbl.ntbl_name = bytes("50%%off");
   r.ntbl.ntbl_name_len = 7;
   FILE *f = tmpfile();
