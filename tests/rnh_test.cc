@@ -426,37 +426,30 @@ TEST(RnhTrace, CompositeItemsAfterTheHead) {
   m.af = TLK_AF_INET;
   uint32_t dlnh[2] = {7, 8}, comp[3] = {1001, 1002, 1003}, derv[1] = {55};
   tlk_msg_info items[10] = {};
-  items[0].tlkmi_type = 0x4000002;
-  items[0].tlkmi_u.nh_comp_func.ncf_value = 4;
-  items[1].tlkmi_type = 0x400001b;
-  items[1].tlkmi_u.nh_comp_tunnel_params_idl = {1, 2, 3, 4, 5, 6, 0x0a000001, 0x0a000002, 9, 10};
-  items[2].tlkmi_type = 0x400001d;
-  items[2].tlkmi_u.nh_comp_dlnh_params_idl.dlnh_flags = 0x30;
-  items[2].tlkmi_u.nh_comp_dlnh_params_idl.dlnh_list = dlnh;
-  items[2].tlkmi_u.nh_comp_dlnh_params_idl.dlnh_list_len = 2;
-  items[3].tlkmi_type = 0x4000001;
-  items[3].tlkmi_u.nh_comp_nh_list_idl.ncnli_entries = comp;
-  items[3].tlkmi_u.nh_comp_nh_list_idl.ncnli_count = 3;
-  items[4].tlkmi_type = 0x4000003;
-  items[4].tlkmi_u.nh_comp_derived_nh_list_idl.ncdnl_entries = derv;
-  items[4].tlkmi_u.nh_comp_derived_nh_list_idl.ncdnl_count = 1;
-  items[5].tlkmi_type = 0x4000005;
-  items[5].tlkmi_u.nh_comp_filter_idx.ncfi_value = 12;
-  items[6].tlkmi_type = 0x4000011;
-  items[6].tlkmi_u.tlk_msg_info_u32.value = 77;
-  items[7].tlkmi_type = 0x400000a;  // linked next hop: no words
+  tlk_msg_info *list[10] = {};
+  m.rnhc_hdr.tlkh_info = list;
+  // The next item, of type `type`, appended to the list.
+  auto add = [&](uint32_t type) -> decltype(items[0].tlkmi_u) & {
+    tlk_msg_info &item = items[m.rnhc_hdr.tlkh_info_len];
+    list[m.rnhc_hdr.tlkh_info_len++] = &item;
+    item.tlkmi_type = type;
+    return item.tlkmi_u;
+  };
+  add(0x4000002).nh_comp_func.ncf_value = 4;
+  add(0x400001b).nh_comp_tunnel_params_idl = {1, 2, 3, 4, 5, 6, 0x0a000001, 0x0a000002, 9, 10};
+  add(0x400001d).nh_comp_dlnh_params_idl = {0x30, dlnh, 2};
+  add(0x4000001).nh_comp_nh_list_idl = {0, comp, 3};
+  add(0x4000003).nh_comp_derived_nh_list_idl = {0, derv, 1};
+  add(0x4000005).nh_comp_filter_idx.ncfi_value = 12;
+  add(0x4000011).tlk_msg_info_u32.value = 77;
+  add(0x400000a);  // linked next hop: no words
   // The label block: operation 3 at offset 5 with flags 0x12, ids 7 and 6, MTU 1500, two labels
   // (the second with all-zero flags) and one policer.
   tagp_label8 labels[2] = {{300016, 0x21030201}, {17, 0}};
   tagp_label7 policer[1] = {};
-  items[8].tlkmi_type = 0x4000007;
-  items[8].tlkmi_u.tagp = {0x120503, 7, 6, 1500, labels, 2, 0, policer, 1};
-  items[9].tlkmi_type = 0x4000008;
-  items[9].tlkmi_u.msg_tagp.mt_value = 299776;
-  tlk_msg_info *list[10];
-  for (int i = 0; i < 10; ++i) list[i] = &items[i];
-  m.rnhc_hdr.tlkh_info = list;
-  m.rnhc_hdr.tlkh_info_len = 10;
+  add(0x4000007).tagp = {0x120503, 7, 6, 1500, labels, 2, 0, policer, 1};
+  add(0x4000008).msg_tagp.mt_value = 299776;
+  ASSERT_EQ(m.rnhc_hdr.tlkh_info_len, 10u);
   char line[2048];
   ASSERT_EQ(tarvik_format_output(nullptr, line, sizeof line, 0, &m), 0);
   const std::string text = line;
