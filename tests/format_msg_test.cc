@@ -615,8 +615,7 @@ TEST_F(FormatMsg, ClientListLineIsThePrintersText) {
   memcpy(&m[28], &client_len, 4);
   memcpy(&m[20], &client_at, 2);
   memcpy(&m[40], "rpd", 4);
-  EXPECT_EQ(out(m), columns("self", "self", "P", "ifsclinfo", "add") +
-                        fmt("%s client %s\n", tarvik_format_ifsclim_subtype(1), "rpd") + "\n");
+  EXPECT_EQ(out(m), columns("self", "self", "P", "ifsclinfo", "add") + "Unknown client rpd\n\n");
   EXPECT_EQ(rc, 0);
 }
 
@@ -862,16 +861,16 @@ TEST_F(FormatMsg, KernelRefusal) {
   "final_err=%u:%s"
   const std::string cols = columns("self", "self", "P", "tlk-err", "get");
   EXPECT_EQ(out(&m), cols +
-                         fmt(REFUSAL, "ifl_get", 77u, 9u, "iflogical", "get",
-                             tarvik_format_msg_sender_id(2), 3u, ENOENT, strerror(ENOENT)) +
+                         fmt(REFUSAL, "ifl_get", 77u, 9u, "iflogical", "get", "user", 3u, ENOENT,
+                             strerror(ENOENT)) +
                          "\n");
   m.body.function[0] = 0;
   EXPECT_NE(out(&m).find("function=unknown line=77 "), std::string::npos);
   const uint32_t header_only = TLK_RAW_HDR_LEN;
   memcpy(&m.head[8], &header_only, 4);
-  EXPECT_EQ(out(&m),
-            cols + fmt(REFUSAL, "unknown", 0u, 0u, "nop", rtm_ops[0], "self", 0u, 0u, strerror(0)) +
-                "\n");
+  EXPECT_EQ(
+      out(&m),
+      cols + fmt(REFUSAL, "unknown", 0u, 0u, "nop", "nop", "self", 0u, 0u, strerror(0)) + "\n");
 #undef REFUSAL
 }
 
