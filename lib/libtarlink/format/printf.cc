@@ -331,14 +331,13 @@ struct Step {
   Directive directive;
 };
 struct Program {
-  const char *format;
   bool usable;  // false: a conversion the C library writes, so the plain path takes it
   uint32_t tail_at, tail_len;
   std::vector<Step> steps;
 };
 
 Program *compile(const char *format) {
-  auto *p = new Program{format, true, 0, 0, {}};
+  auto *p = new Program{true, 0, 0, {}};
   const char *f = format;
   for (;;) {
     const char *words = f;
