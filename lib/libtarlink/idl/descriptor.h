@@ -114,11 +114,12 @@ constexpr Segments<N> merge_segments(const Segment (&in)[N]) {
 struct FlatPlan {
   uint32_t idr_size;  // the IDR image, tail pad included
   uint32_t idr_count;
-  const Segment *idr;           // memory -> IDR image, merged
-  uint32_t tlv_size;            // the TLV image with every field present
-  const uint8_t *tlv_template;  // that image with heads and pads, values zero
-  const Segment *tlv;           // memory -> value position in the TLV image, one per field
-  const uint64_t *tlv_heads;    // the 8 head bytes of each item, as read by a little-endian load
+  const Segment *idr;  // memory -> IDR image, merged
+  uint32_t tlv_size;   // the TLV image with every field present
+  void (*idr_put)(uint8_t *image, const uint8_t *rec);
+  void (*idr_get)(uint8_t *rec, const uint8_t *image);
+  void (*tlv_put)(uint8_t *image, const uint8_t *rec);
+  bool (*tlv_get)(uint8_t *rec, const uint8_t *image);
 };
 
 struct Record {

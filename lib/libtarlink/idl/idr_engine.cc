@@ -159,13 +159,10 @@ uint32_t idr_encode(const Record &r, const void *rec, uint8_t *buf, uint32_t len
   Writer w{buf, buf == nullptr ? 0 : length};
   if (r.choice != nullptr) return encode_choice(r, rec, w);
   if (r.flat != nullptr) {
-    // A fixed image: its size at any length, and when it fits, a few copies.
+    // A fixed image: its size at any length, and when it fits, its compiled copies.
     const FlatPlan &fp = *r.flat;
     if (w.fits(0, fp.idr_size)) {
-      std::memset(buf, 0, fp.idr_size);
-      for (uint32_t i = 0; i < fp.idr_count; ++i) {
-        std::memcpy(buf + fp.idr[i].wire_off, bytes(rec, fp.idr[i].mem_off), fp.idr[i].len);
-      }
+      fp.idr_put(buf, bytes(rec));
       return fp.idr_size;
     }
   }
@@ -275,13 +272,9 @@ uint32_t idr_encode(const Record &r, const void *rec, uint8_t *buf, uint32_t len
           }
           const Record &sub = *f.sub;
           if (sub.flat != nullptr && sub.hooks == nullptr && w.fits(off, sub.flat->idr_size)) {
-            // A plain element in place: its image's copies, without a call per element.
+            // A plain element in place: its compiled image.
             const FlatPlan &fp = *sub.flat;
-            std::memset(w.buf + off, 0, fp.idr_size);
-            for (uint32_t s = 0; s < fp.idr_count; ++s) {
-              copy_small(w.buf + off + fp.idr[s].wire_off, bytes(elem, fp.idr[s].mem_off),
-                         fp.idr[s].len);
-            }
+            fp.idr_put(w.buf + off, bytes(elem));
             off += fp.idr_size;
             continue;
           }
@@ -304,9 +297,7 @@ int32_t idr_decode(const Record &r, void *rec, const uint8_t *data, uint32_t len
     // Nothing variable: the image is there whole, or the record is garbled.
     const FlatPlan &fp = *r.flat;
     if (length < fp.idr_size) return -1;
-    for (uint32_t i = 0; i < fp.idr_count; ++i) {
-      std::memcpy(bytes(rec, fp.idr[i].mem_off), data + fp.idr[i].wire_off, fp.idr[i].len);
-    }
+    fp.idr_get(bytes(rec), data);
     return static_cast<int32_t>(fp.idr_size);
   }
   uint64_t off = 0;
@@ -445,10 +436,7 @@ int32_t idr_decode(const Record &r, void *rec, const uint8_t *data, uint32_t len
             // A plain element whose image is there whole: cleared, then its copies.
             const FlatPlan &fp = *sub.flat;
             std::memset(e, 0, sub.size);
-            for (uint32_t s = 0; s < fp.idr_count; ++s) {
-              copy_small(bytes(e, fp.idr[s].mem_off), data + off + fp.idr[s].wire_off,
-                         fp.idr[s].len);
-            }
+            fp.idr_get(bytes(e), data + off);
             off += fp.idr_size;
             continue;
           }

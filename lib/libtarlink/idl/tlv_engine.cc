@@ -132,9 +132,10 @@ uint32_t encode_choice(const Record &r, const void *rec, const void *map, const 
 // width that changes from field to field.  A run is decoded the same way when its image stands
 // whole in the input (all heads as expected).  A flat record is one run.
 //
-// The plans are built on first use and kept for the life of the process, in a table that
-// threads fill without a lock; a record whose slot another thread is filling takes the
-// per-field path that time.
+// A flat record is such a run as a whole; its copies are compiled per type (the FlatPlan's
+// functions), so it needs no plan here.  The plans of the other records are built on first use
+// and kept for the life of the process, in a table that threads fill without a lock; a record
+// whose slot another thread is filling takes the per-field path that time.
 struct Moves {
   std::vector<uint32_t> at[4];      // widths 1, 2, 4, 8: pairs of (offset in memory, in the image)
   std::vector<Segment> other;       // byte arrays of any other size
@@ -150,7 +151,6 @@ struct TlvRun {
 };
 
 struct TlvPlan {
-  Moves whole;                  // flat records: the full image of the flat plan
   std::vector<int32_t> run_at;  // by field index: the run that starts there, or -1
   std::vector<TlvRun> runs;
   std::vector<uint8_t> tmpl;
@@ -184,13 +184,6 @@ int64_t plain_len(const Field &f) {
 
 TlvPlan *build_plan(const Record &r) {
   auto *p = new TlvPlan;
-  if (r.flat != nullptr) {
-    const FlatPlan &fp = *r.flat;
-    for (uint16_t i = 0; i < r.nfields; ++i) {
-      add_move(p->whole, fp.tlv[i].mem_off, fp.tlv[i].wire_off, fp.tlv[i].len, r.fields[i].tag);
-    }
-    return p;
-  }
   p->run_at.assign(r.nfields, -1);
   for (uint16_t i = 0; i < r.nfields;) {
     uint16_t n = 0;
@@ -223,10 +216,11 @@ TlvPlan *build_plan(const Record &r) {
 
 KeptTable<Record, TlvPlan> g_plans;
 
-// The plan of a host-form record, or null (network form, a choice or hand-written type, or a
-// full table).
+// The plan of a host-form record that is not flat, or null (network form, a choice or
+// hand-written type, a flat record, or a full table).
 const TlvPlan *plan_of(const Record &r) {
-  if (!kLittleEndian || r.net || r.choice != nullptr || r.hooks != nullptr) return nullptr;
+  if (!kLittleEndian || r.net || r.choice != nullptr || r.hooks != nullptr || r.flat != nullptr)
+    return nullptr;
   return g_plans.find(&r, [](const Record *key) { return build_plan(*key); });
 }
 
@@ -318,20 +312,11 @@ uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *
   if (r.choice != nullptr) return encode_choice(r, rec, map, w);
   if (kLittleEndian && r.flat != nullptr && map == nullptr && w.fits(0, r.flat->tlv_size)) {
     // Every field of a plain record: the template of heads and pads, then the values.
-    const FlatPlan &fp = *r.flat;
-    std::memcpy(buf, fp.tlv_template, fp.tlv_size);
-    if (const TlvPlan *plan = plan_of(r)) {
-      move_values(plan->whole, buf, bytes(rec), true);
-    } else {
-      for (uint16_t i = 0; i < r.nfields; ++i) {
-        copy_small(buf + fp.tlv[i].wire_off, bytes(rec, fp.tlv[i].mem_off), fp.tlv[i].len);
-      }
-    }
-    return fp.tlv_size;
+    r.flat->tlv_put(buf, bytes(rec));
+    return r.flat->tlv_size;
   }
   const unsigned hs = head_size(r);
-  const TlvPlan *plan =
-      map == nullptr && buf != nullptr && r.flat == nullptr ? plan_of(r) : nullptr;
+  const TlvPlan *plan = map == nullptr && buf != nullptr ? plan_of(r) : nullptr;
   uint64_t off = 0;
   for (uint16_t i = 0; i < r.nfields; ++i) {
     const Field &f = r.fields[i];
@@ -405,12 +390,10 @@ uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *
         const uint8_t *emaps =
             map == nullptr ? nullptr : static_cast<const uint8_t *>(ptr_at(map, f.map_sub));
         const Record &sub = *f.sub;
-        if (plan != nullptr && sub.flat != nullptr && sub.hooks == nullptr) {
-          // Whole plain elements: head, the element's template and its values, with the
-          // element's plan looked up once for the list.
-          const TlvPlan *eplan = plan_of(sub);
+        if (plan != nullptr && sub.flat != nullptr) {
+          // Whole plain elements: head, then the element's compiled image.
           const FlatPlan &fp = *sub.flat;
-          for (uint32_t k = 0; eplan != nullptr && k < count; ++k) {
+          for (uint32_t k = 0; k < count; ++k) {
             const void *elem = f.kind == Kind::kListInline
                                    ? arr + uint64_t{k} * sub.size
                                    : ptr_at(arr, static_cast<uint32_t>(k * sizeof(void *)));
@@ -421,11 +404,10 @@ uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *
             }
             const uint64_t head = uint64_t{f.tag} | uint64_t{fp.tlv_size} << 32;
             std::memcpy(buf + off, &head, 8);
-            std::memcpy(buf + off + 8, fp.tlv_template, fp.tlv_size);
-            move_values(eplan->whole, buf + off + 8, bytes(elem), true);
+            fp.tlv_put(buf + off + 8, bytes(elem));
             off += 8 + fp.tlv_size;
           }
-          if (eplan != nullptr) break;
+          break;
         }
         for (uint32_t k = 0; k < count; ++k) {
           // Element maps advance with the index, also over null entries.
@@ -647,22 +629,7 @@ int32_t decode_field(const Record &r, const Field &f, void *rec, void *map, cons
 // Anything else (another order, repeats, unknown tags, other lengths) goes to the interpreter,
 // which starts again from a cleared record.
 bool decode_canonical(const Record &r, void *rec, void *map, const uint8_t *data) {
-  const FlatPlan &fp = *r.flat;
-  if (const TlvPlan *plan = plan_of(r)) {
-    // All heads first, folded into one test, then the values by width.
-    if (!heads_match(plan->whole, data)) return false;
-    move_values(plan->whole, bytes(rec), data, false);
-    if (map != nullptr) {
-      for (uint16_t i = 0; i < r.nfields; ++i) set_map_bit(map, r.fields[i]);
-    }
-    return true;
-  }
-  for (uint16_t i = 0; i < r.nfields; ++i) {
-    uint64_t head;
-    std::memcpy(&head, data + fp.tlv[i].wire_off - 8, 8);
-    if (head != fp.tlv_heads[i]) return false;
-    copy_small(bytes(rec, fp.tlv[i].mem_off), data + fp.tlv[i].wire_off, fp.tlv[i].len);
-  }
+  if (!r.flat->tlv_get(bytes(rec), data)) return false;
   if (map != nullptr) {
     for (uint16_t i = 0; i < r.nfields; ++i) set_map_bit(map, r.fields[i]);
   }
@@ -720,11 +687,10 @@ int32_t tlv_decode(const Record &r, void *rec, void *map, const uint8_t *data, u
   if (r.choice != nullptr) return decode_choice(r, rec, map, data, length, alloc, ctx, true);
   if (kLittleEndian && r.flat != nullptr && length == r.flat->tlv_size) {
     if (decode_canonical(r, rec, map, data)) return static_cast<int32_t>(length);
-    std::memset(rec, 0, r.size);
   }
   const unsigned hs = head_size(r);
   const Ctx cx{alloc, ctx};
-  const TlvPlan *plan = r.flat == nullptr ? plan_of(r) : nullptr;
+  const TlvPlan *plan = plan_of(r);
   uint64_t off = 0;
   for (;;) {
     if (off + hs > length) return static_cast<int32_t>(off);
