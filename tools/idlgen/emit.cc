@@ -3,6 +3,8 @@
 #include "emit.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <set>
@@ -396,6 +398,7 @@ class Emitter {
     const std::string rec = "struct ::" + n;
     const std::string map = "struct ::" + n + "_tlvmap";
     std::string fields = "nullptr", tags = "nullptr", choice = "nullptr", hooks = "nullptr";
+    std::string idr_runs = "nullptr", tlv_runs = "nullptr";
     uint32_t nfields = 0, max_tag = 0;
     if (r.custom) {
       hooks = "&hooks_" + n;
@@ -416,7 +419,11 @@ class Emitter {
       choice = "&choice_" + n;
     } else {
       MapLayout ml = map_layout(r);
+      Runs runs = emit_runs(c, r);
+      idr_runs = runs.idr_name;
+      tlv_runs = runs.tlv_name;
       c << "static const Field fields_" << n << "[] = {\n";
+      uint32_t k = 0;  // the engine's index of the field (storage words are not fields)
       std::map<uint32_t, uint32_t> tagidx;
       for (size_t i = 0; i < r.fields.size(); ++i) {
         const Field &f = r.fields[i];
@@ -436,8 +443,9 @@ class Emitter {
         c << "    {" << f.tag << ", " << off << ", " << aux << ", " << word << ", " << sub_off
           << ", " << sub << ", Kind::" << engine_kind(f) << ", "
           << (f.word_sized ? std::string("sizeof(unsigned long)") : std::to_string(f.width)) << ", "
-          << ml.slots[i].bit << ", " << f.bit_off << ", " << f.bit_width << "},  // " << f.name
-          << "\n";
+          << ml.slots[i].bit << ", " << f.bit_off << ", " << f.bit_width << ", " << runs.idr_at[k]
+          << ", " << runs.tlv_at[k] << "},  // " << f.name << "\n";
+        ++k;
       }
       c << "};\n";
       c << "static const uint16_t tags_" << n << "[" << (max_tag + 1) << "] = {";
@@ -456,7 +464,153 @@ class Emitter {
     c << "const Record rec_" << n << " = {\"" << n << "\", sizeof(" << rec << "), sizeof(" << map
       << "), " << (r.net ? "true" : "false") << ", " << (r.has_idr ? "true" : "false") << ", "
       << nfields << ", " << fields << ", " << max_tag << ", " << tags << ", " << choice << ", "
-      << hooks << ", " << flat << "};\n\n";
+      << hooks << ", " << flat << ", " << idr_runs << ", " << tlv_runs << "};\n\n";
+  }
+
+  // One plain field's share of a compiled image: memory offset expression, wire offset, length.
+  struct Piece {
+    std::string mem;
+    uint32_t wire, len;
+  };
+
+  // The IDR layout of a flat record's fields from `base` (the sub-record of a nested field at
+  // `outer`): each field aligned to its width, 4 at most; returns the image end, padded to 4.
+  uint32_t flat_idr_pieces(const Record &r, const std::string &outer, uint32_t base,
+                           std::vector<Piece> &out) {
+    uint32_t off = 0;
+    for (auto &f : r.fields) {
+      uint32_t len = f.kind == FieldKind::kBytes ? f.count : f.width;
+      uint32_t align = f.kind == FieldKind::kBytes ? 1 : std::min<uint32_t>(f.width, 4);
+      off = (off + align - 1) / align * align;
+      out.push_back(
+          {outer + " + offsetof(struct ::" + r.name + ", " + f.name + ")", base + off, len});
+      off += len;
+    }
+    return base + (off + 3) / 4 * 4;
+  }
+
+  // Appends field `f`'s IDR pieces at `off` if the field is plain there (a scalar, a 64-bit
+  // growable, an address family, a byte array or a nested flat record), and moves `off` on.
+  bool idr_plain(const Record &r, const Field &f, uint32_t &off, std::vector<Piece> &out) {
+    const std::string mem = "offsetof(struct ::" + r.name + ", " + f.name + ")";
+    auto add = [&](uint32_t len, uint32_t align) {
+      off = (off + align - 1) / align * align;
+      if (len != 0) out.push_back({mem, off, len});
+      off += len;
+      return true;
+    };
+    switch (f.kind) {
+      case FieldKind::kScalar:
+        return add(f.width, std::min<uint32_t>(f.width, 4));
+      case FieldKind::kGrow64:
+        return !f.word_sized && f.width == 8 && add(8, 4);
+      case FieldKind::kAf:
+        return add(1, 1);
+      case FieldKind::kBytes:
+        return add(f.count, 1);
+      case FieldKind::kNested: {
+        const Record *sub = s_.find(f.type);
+        if (sub == nullptr || !flat_eligible(*sub)) return false;
+        off = (off + 3) / 4 * 4;
+        off = flat_idr_pieces(*sub, mem, off, out);
+        return true;
+      }
+      default:
+        return false;
+    }
+  }
+
+  // The TLV value length of a field whose item is its memory bytes as they stand, or -1.
+  static int64_t tlv_plain_len(const Field &f) {
+    switch (f.kind) {
+      case FieldKind::kScalar:
+        return f.width;
+      case FieldKind::kGrow64:
+        return !f.word_sized && f.width == 8 ? 8 : -1;
+      case FieldKind::kBytes:
+        return f.count;
+      default:
+        return -1;
+    }
+  }
+
+  struct Runs {
+    std::vector<uint32_t> idr_at, tlv_at;  // by engine field index: run number + 1, or 0
+    std::string idr_name = "nullptr", tlv_name = "nullptr";
+  };
+
+  // Runs of two or more plain fields in a host-form record that is not flat as a whole: their
+  // images from a 4-aligned start are fixed, so they are compiled like a flat record's
+  // (idl/flat_codec.h) and the engines copy a whole run at once.
+  Runs emit_runs(std::ostringstream &c, const Record &r) {
+    std::vector<const Field *> fs;
+    for (auto &f : r.fields)
+      if (f.kind != FieldKind::kStorage) fs.push_back(&f);
+    Runs out;
+    out.idr_at.assign(fs.size(), 0);
+    out.tlv_at.assign(fs.size(), 0);
+    if (r.net || flat_eligible(r)) return out;
+    const std::string &n = r.name;
+    std::ostringstream idr_list, tlv_list;
+    uint32_t nidr = 0, ntlv = 0;
+    for (size_t i = 0; i < fs.size() && r.has_idr;) {
+      std::vector<Piece> pieces;
+      uint32_t off = 0;
+      size_t k = 0;
+      while (i + k < fs.size() && idr_plain(r, *fs[i + k], off, pieces)) ++k;
+      if (k < 2) {
+        i += k == 0 ? 1 : k;
+        continue;
+      }
+      const std::string id = n + "_" + std::to_string(nidr);
+      c << "static constexpr Segment idrrunseg_" << id << "[] = {\n";
+      for (auto &p : pieces) c << "    {" << p.mem << ", " << p.wire << ", " << p.len << "},\n";
+      c << "};\nstatic constexpr auto idrrun_" << id << " = merge_segments(idrrunseg_" << id
+        << ");\n";
+      idr_list << "    {" << k << ", " << off << ", flat::idr_put<idrrun_" << id << ", " << off
+               << ">, flat::idr_get<idrrun_" << id << ", 0>},\n";
+      out.idr_at[i] = ++nidr;
+      i += k;
+    }
+    for (size_t i = 0; i < fs.size();) {
+      size_t k = 0;
+      while (i + k < fs.size() && tlv_plain_len(*fs[i + k]) >= 0) ++k;
+      if (k < 2) {
+        i += k == 0 ? 1 : k;
+        continue;
+      }
+      const std::string id = n + "_" + std::to_string(ntlv);
+      std::ostringstream segs, heads;
+      uint32_t off = 0;
+      for (size_t j = i; j < i + k; ++j) {
+        const auto len = static_cast<uint32_t>(tlv_plain_len(*fs[j]));
+        segs << "    {offsetof(struct ::" << n << ", " << fs[j]->name << "), " << (off + 8) << ", "
+             << len << "},\n";
+        heads << "0x" << std::hex << ((uint64_t{len} << 32) | fs[j]->tag) << std::dec << "ull, ";
+        off = (off + 8 + len + 3) / 4 * 4;
+      }
+      c << "static constexpr Segment tlvrunseg_" << id << "[] = {\n" << segs.str() << "};\n";
+      c << "static constexpr uint64_t tlvrunhead_" << id << "[] = {" << heads.str() << "};\n";
+      tlv_list << "    {" << k << ", " << off << ", flat::tlv_put<tlvrunseg_" << id
+               << ", tlvrunhead_" << id << ">, flat::tlv_get<tlvrunseg_" << id << ", tlvrunhead_"
+               << id << ">},\n";
+      out.tlv_at[i] = ++ntlv;
+      i += k;
+    }
+    if (nidr > 255 || ntlv > 255) {  // Field keeps a run's number in a byte
+      std::fprintf(stderr, "%s:%d: %s: more than 255 runs of plain fields\n", r.file.c_str(),
+                   r.line, n.c_str());
+      std::exit(1);
+    }
+    if (nidr != 0) {
+      c << "static const IdrRun idrruns_" << n << "[] = {\n" << idr_list.str() << "};\n";
+      out.idr_name = "idrruns_" + n;
+    }
+    if (ntlv != 0) {
+      c << "static const TlvRun tlvruns_" << n << "[] = {\n" << tlv_list.str() << "};\n";
+      out.tlv_name = "tlvruns_" + n;
+    }
+    return out;
   }
 
   static bool flat_eligible(const Record &r) {
@@ -494,10 +648,10 @@ class Emitter {
     c << "static constexpr auto idrplan_" << n << " = merge_segments(idrseg_" << n << ");\n";
     c << "static constexpr Segment tlvseg_" << n << "[] = {\n" << tlvsegs.str() << "};\n";
     c << "static constexpr uint64_t tlvhead_" << n << "[] = {" << heads.str() << "};\n";
-    c << "static const FlatPlan flat_" << n << " = {" << idr << ", idrplan_" << n
-      << ".count, idrplan_" << n << ".seg, " << tlv << ",\n    flat::idr_put<idrplan_" << n << ", "
-      << idr << ">, flat::idr_get<idrplan_" << n << ">, flat::tlv_put<tlvseg_" << n << ", tlvhead_"
-      << n << ">, flat::tlv_get<tlvseg_" << n << ", tlvhead_" << n << ">};\n";
+    c << "static const FlatPlan flat_" << n << " = {" << idr << ", " << tlv
+      << ",\n    flat::idr_put<idrplan_" << n << ", " << idr << ">, flat::idr_get<idrplan_" << n
+      << ", sizeof(" << rec << ")>, flat::tlv_put<tlvseg_" << n << ", tlvhead_" << n
+      << ">, flat::tlv_get<tlvseg_" << n << ", tlvhead_" << n << ">};\n";
   }
 
   void emit_functions(std::ostringstream &c, const Record &r) {

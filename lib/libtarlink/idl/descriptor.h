@@ -43,6 +43,8 @@ struct Field {
   uint8_t bit;        // index of the field's bit in the map word (0..31)
   uint8_t bit_off;    // kBits: position of the member inside its storage word
   uint8_t bit_width;  // kBits: width of the member (1..32)
+  uint8_t idr_run;    // the record's IDR run that starts at this field, + 1; 0 where none does
+  uint8_t tlv_run;    // the same for its TLV runs
 };
 
 // One selector and the record its arm holds.  Several selectors may name the same record.
@@ -79,9 +81,9 @@ struct Hooks {
 };
 
 // Precomputed plan of a host-form record of plain fields only (scalars and byte arrays): its IDR
-// image is a fixed set of copies, its full TLV image a fixed template of heads with the values
-// copied in.  The engines take this path when the whole image fits (encoding) or is exactly
-// present in canonical form (decoding), and the generic interpreter otherwise.
+// image is a fixed set of copies, its full TLV image fixed heads with the values copied in, both
+// compiled for the type.  The engines take this path when the whole image fits (encoding) or is
+// exactly present in canonical form (decoding), and the generic interpreter otherwise.
 struct Segment {
   uint32_t mem_off;   // in the record
   uint32_t wire_off;  // in the encoded image
@@ -113,13 +115,33 @@ constexpr Segments<N> merge_segments(const Segment (&in)[N]) {
 
 struct FlatPlan {
   uint32_t idr_size;  // the IDR image, tail pad included
-  uint32_t idr_count;
-  const Segment *idr;  // memory -> IDR image, merged
-  uint32_t tlv_size;   // the TLV image with every field present
+  uint32_t tlv_size;  // the TLV image with every field present
+  // The copies compiled for this type (idl/flat_codec.h), host byte order only: the IDR image
+  // whole, pads zeroed; the whole record from it, the pads between members zeroed; the full TLV
+  // image; the values of a full TLV image whose heads all match (false, record untouched,
+  // otherwise).
   void (*idr_put)(uint8_t *image, const uint8_t *rec);
   void (*idr_get)(uint8_t *rec, const uint8_t *image);
   void (*tlv_put)(uint8_t *image, const uint8_t *rec);
   bool (*tlv_get)(uint8_t *rec, const uint8_t *image);
+};
+
+// A run of two or more plain fields in a host-form record that is not flat as a whole.  From a
+// 4-byte aligned start its image is fixed (every pad inside falls in the same place), so it is
+// compiled like a flat record's: the IDR run of scalars, address families, byte arrays and flat
+// nested records; the TLV run of scalars and byte arrays, every item present in field order.
+struct IdrRun {
+  uint16_t nfields;
+  uint32_t size;  // its image, inner pads included
+  void (*put)(uint8_t *image, const uint8_t *rec);
+  void (*get)(uint8_t *rec, const uint8_t *image);  // into a cleared record
+};
+
+struct TlvRun {
+  uint16_t nfields;
+  uint32_t size;  // its image, pads included
+  void (*put)(uint8_t *image, const uint8_t *rec);
+  bool (*get)(uint8_t *rec, const uint8_t *image);  // false, record untouched, on another head
 };
 
 struct Record {
@@ -135,6 +157,8 @@ struct Record {
   const Choice *choice;       // non-null for a choice record (then nfields is 0)
   const Hooks *hooks;         // non-null for a hand-written type
   const FlatPlan *flat;       // non-null for a host-form record of plain fields
+  const IdrRun *idr_runs;     // by Field::idr_run - 1
+  const TlvRun *tlv_runs;     // by Field::tlv_run - 1
 };
 
 // Allocation and release callbacks of the generated functions.

@@ -88,14 +88,36 @@ inline void idr_out(uint8_t *img, const uint8_t *rec, std::index_sequence<I...>,
   (std::memcpy(img + P.seg[I].wire_off, rec + P.seg[I].mem_off, P.seg[I].len), ...);
 }
 
-template <const auto &P, size_t... I>
-inline void idr_in(uint8_t *rec, const uint8_t *img, std::index_sequence<I...>) {
+// The bytes of a record of `Size` bytes that no copy of `P` fills: the compiler's pads between
+// members and at the end.  Everything, if the copies are not in memory order.
+template <const auto &P, uint32_t Size>
+constexpr auto mem_gaps() {
+  Segments<P.count + 1> g{};
+  uint32_t at = 0;
+  for (uint32_t i = 0; i < P.count; ++i) {
+    if (P.seg[i].mem_off < at) return Segments<P.count + 1>{{{0, 0, Size}}, 1};
+    if (P.seg[i].mem_off > at) g.seg[g.count++] = {at, 0, P.seg[i].mem_off - at};
+    at = P.seg[i].mem_off + P.seg[i].len;
+  }
+  if (Size > at) g.seg[g.count++] = {at, 0, Size - at};
+  return g;
+}
+
+template <const auto &P, const auto &G, size_t... I, size_t... J>
+inline void idr_in(uint8_t *rec, const uint8_t *img, std::index_sequence<I...>,
+                   std::index_sequence<J...>) {
+  (std::memset(rec + G.seg[J].mem_off, 0, G.seg[J].len), ...);
   (std::memcpy(rec + P.seg[I].mem_off, img + P.seg[I].wire_off, P.seg[I].len), ...);
 }
 
 template <const auto &P, uint32_t Size>
 struct IdrGaps {
   static constexpr auto value = idr_gaps<P, Size>();
+};
+
+template <const auto &P, uint32_t Size>
+struct MemGaps {
+  static constexpr auto value = mem_gaps<P, Size>();
 };
 
 // The IDR image, pads zero, from the merged copies `P`.
@@ -106,10 +128,18 @@ void idr_put(uint8_t *img, const uint8_t *rec) {
                    std::make_index_sequence<gaps.count>{});
 }
 
-// The values of an IDR image; the record was cleared by the caller.
-template <const auto &P>
+// The record of `RecSize` bytes from its IDR image, pads between members zeroed: the whole
+// record of a flat type.  With `RecSize` 0, only the copies, into a record the caller cleared:
+// a run inside a larger record.
+template <const auto &P, uint32_t RecSize>
 void idr_get(uint8_t *rec, const uint8_t *img) {
-  idr_in<P>(rec, img, std::make_index_sequence<P.count>{});
+  if constexpr (RecSize == 0) {
+    idr_in<P, P>(rec, img, std::make_index_sequence<P.count>{}, std::index_sequence<>{});
+  } else {
+    constexpr const auto &gaps = MemGaps<P, RecSize>::value;
+    idr_in<P, gaps>(rec, img, std::make_index_sequence<P.count>{},
+                    std::make_index_sequence<gaps.count>{});
+  }
 }
 
 }  // namespace tlk::idl::flat

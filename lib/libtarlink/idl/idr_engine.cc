@@ -5,12 +5,9 @@
 // not at all.  A blob or array is its u32 count and then the bytes, unpadded; a list is its count
 // and then the records back to back; a choice is the 12-byte head and the arm.  Every record ends
 // with zero bytes up to a multiple of 4.  Byte order is the record's wire form.
-#include <atomic>
 #include <cstring>
-#include <vector>
 
 #include "idl/engine.h"
-#include "kept_table.h"
 
 namespace tlk::idl {
 using namespace internal;
@@ -35,103 +32,6 @@ uint64_t put_scalar(const Writer &w, uint64_t off, unsigned width, uint64_t v, b
   off = pad_to(w, off, scalar_align(width));
   if (w.fits(off, width)) to_wire(w.buf + off, width, v, net);
   return off + width;
-}
-
-// Runs of plain fields.  In a host-form record that is not flat as a whole, consecutive scalars,
-// address families, byte arrays and flat nested records still have a fixed image relative to
-// the run's start, provided the run starts on a 4-byte boundary (every pad inside then falls in
-// the same place).  Such a run is encoded as one zero fill and a few copies, and decoded as the
-// copies, instead of one interpreted field at a time; where the run does not start aligned or
-// does not fit, its fields take the general path one by one, with the same result.
-//
-// The plans are built on first use and kept for the life of the process, in a table that
-// threads fill without a lock: a record whose slot another thread is still filling simply takes
-// the general path that time.
-struct Run {
-  uint16_t nfields = 0;  // fields in the run starting at this field; 0 where none starts
-  uint32_t wire_len = 0;
-  uint32_t first_seg = 0;
-  uint32_t nsegs = 0;
-};
-
-struct RunPlan {
-  std::vector<Run> at;  // by field index
-  std::vector<Segment> segs;
-};
-
-// The IDR image of one plain field relative to a run start at `off`; false if the field is not
-// plain.
-bool plain_image(const Field &f, uint32_t &off, std::vector<Segment> &segs) {
-  auto add = [&](uint32_t mem, uint32_t len, unsigned align) {
-    off = static_cast<uint32_t>(align_up(off, align));
-    if (!segs.empty() && segs.back().mem_off + segs.back().len == mem &&
-        segs.back().wire_off + segs.back().len == off) {
-      segs.back().len += len;
-    } else {
-      segs.push_back({mem, off, len});
-    }
-    off += len;
-  };
-  switch (f.kind) {
-    case Kind::kScalar:
-      add(f.offset, f.width, scalar_align(f.width));
-      return true;
-    case Kind::kGrow64:
-      if (f.width != 8) return false;
-      add(f.offset, 8, 4);
-      return true;
-    case Kind::kAf:
-      add(f.offset, 1, 1);
-      return true;
-    case Kind::kBytes:
-      if (f.aux == 0) return true;
-      add(f.offset, f.aux, 1);
-      return true;
-    case Kind::kNested: {
-      const Record *sub = f.sub;
-      if (sub == nullptr || sub->flat == nullptr || sub->net || sub->hooks != nullptr ||
-          sub->choice != nullptr)
-        return false;
-      off = static_cast<uint32_t>(align_up(off, 4));
-      const uint32_t base = off;
-      for (uint32_t i = 0; i < sub->flat->idr_count; ++i) {
-        const Segment &sg = sub->flat->idr[i];
-        uint32_t at = base + sg.wire_off;
-        off = at;
-        add(f.offset + sg.mem_off, sg.len, 1);
-      }
-      off = base + sub->flat->idr_size;
-      return true;
-    }
-    default:
-      return false;
-  }
-}
-
-RunPlan *build_runs(const Record &r) {
-  auto *plan = new RunPlan;
-  plan->at.resize(r.nfields);
-  for (uint16_t i = 0; i < r.nfields;) {
-    uint32_t off = 0;
-    const uint32_t first_seg = static_cast<uint32_t>(plan->segs.size());
-    uint16_t n = 0;
-    while (i + n < r.nfields && plain_image(r.fields[i + n], off, plan->segs)) ++n;
-    if (n >= 2) {
-      plan->at[i] = Run{n, off, first_seg, static_cast<uint32_t>(plan->segs.size()) - first_seg};
-      i = static_cast<uint16_t>(i + n);
-    } else {
-      plan->segs.resize(first_seg);
-      i = static_cast<uint16_t>(i + (n == 0 ? 1 : n));
-    }
-  }
-  return plan;
-}
-
-KeptTable<Record, RunPlan> g_plans;
-
-const RunPlan *runs_of(const Record &r) {
-  if (r.net || r.flat != nullptr || r.choice != nullptr || r.hooks != nullptr) return nullptr;
-  return g_plans.find(&r, [](const Record *key) { return build_runs(*key); });
 }
 
 uint32_t encode_choice(const Record &r, const void *rec, const Writer &w) {
@@ -168,23 +68,21 @@ uint32_t idr_encode(const Record &r, const void *rec, uint8_t *buf, uint32_t len
   }
   uint64_t off = 0;
   // Host-form scalars are their memory bytes on the wire; with room for the widest and its pad
-  // they are copied straight, without the size-only bookkeeping of the general path.
+  // they are copied straight, without the size-only bookkeeping of the general path.  A run of
+  // plain fields (only host-form records have them) is its compiled image when it starts
+  // aligned and fits.
   const bool host_form = !r.net && buf != nullptr;
-  const RunPlan *runs = host_form ? runs_of(r) : nullptr;
   for (uint16_t i = 0; i < r.nfields; ++i) {
     const Field &f = r.fields[i];
     const uint8_t *p = bytes(rec, f.offset);
-    if (runs != nullptr && runs->at[i].nfields != 0 && off % 4 == 0 &&
-        off + runs->at[i].wire_len <= length) {
-      const Run &run = runs->at[i];
-      std::memset(buf + off, 0, run.wire_len);
-      for (uint32_t k = 0; k < run.nsegs; ++k) {
-        const Segment &sg = runs->segs[run.first_seg + k];
-        copy_small(buf + off + sg.wire_off, bytes(rec, sg.mem_off), sg.len);
+    if (f.idr_run != 0 && buf != nullptr && off % 4 == 0) {
+      const IdrRun &run = r.idr_runs[f.idr_run - 1];
+      if (off + run.size <= length) {
+        run.put(buf + off, bytes(rec));
+        off += run.size;
+        i = static_cast<uint16_t>(i + run.nfields - 1);
+        continue;
       }
-      off += run.wire_len;
-      i = static_cast<uint16_t>(i + run.nfields - 1);
-      continue;
     }
     if (host_form && off + 11 <= length) {
       unsigned width = 0;
@@ -288,44 +186,47 @@ uint32_t idr_encode(const Record &r, const void *rec, uint8_t *buf, uint32_t len
   return static_cast<uint32_t>(pad_to(w, off, 4));
 }
 
-int32_t idr_decode(const Record &r, void *rec, const uint8_t *data, uint32_t length, AllocFn alloc,
-                   void *ctx) {
+namespace {
+
+// The decoder proper, into a record that is already clear: the public entry clears it, and a
+// nested record or record array inside a record cleared by its decoder needs no second
+// clearing.  A flat record clears itself (its compiled copy zeroes what no field covers).
+int32_t decode_cleared(const Record &r, void *rec, const uint8_t *data, uint32_t length,
+                       AllocFn alloc, void *ctx) {
   if (r.hooks != nullptr) return r.hooks->idr_decode(rec, data, length, alloc, ctx);
-  std::memset(rec, 0, r.size);
   if (r.choice != nullptr) return decode_choice(r, rec, nullptr, data, length, alloc, ctx, false);
   if (r.flat != nullptr) {
     // Nothing variable: the image is there whole, or the record is garbled.
     const FlatPlan &fp = *r.flat;
-    if (length < fp.idr_size) return -1;
+    if (length < fp.idr_size) {
+      std::memset(rec, 0, r.size);
+      return -1;
+    }
     fp.idr_get(bytes(rec), data);
     return static_cast<int32_t>(fp.idr_size);
   }
   uint64_t off = 0;
   auto fits = [&](uint64_t n) { return off + n <= length; };
-  // Decodes a nested record from the rest of the data.
-  auto nested = [&](const Record &sub, void *subrec) -> int32_t {
+  // Decodes a nested record from the rest of the data; `cleared` if it lies in this record.
+  auto nested = [&](const Record &sub, void *subrec, bool cleared) -> int32_t {
     off = align_up(off, 4);
     if (off > length) return -1;
-    int32_t rc =
-        idr_decode(sub, subrec, data + off, static_cast<uint32_t>(length - off), alloc, ctx);
+    const auto rest = static_cast<uint32_t>(length - off);
+    int32_t rc = cleared ? decode_cleared(sub, subrec, data + off, rest, alloc, ctx)
+                         : idr_decode(sub, subrec, data + off, rest, alloc, ctx);
     if (rc < 0) return rc;
     off += static_cast<uint32_t>(rc);
     if (off > length) return -1;
     return 0;
   };
-  const RunPlan *runs = runs_of(r);
   for (uint16_t i = 0; i < r.nfields; ++i) {
     const Field &f = r.fields[i];
     uint8_t *p = bytes(rec, f.offset);
-    if (runs != nullptr && runs->at[i].nfields != 0 && off % 4 == 0 &&
-        off + runs->at[i].wire_len <= length) {
-      // The record was zeroed above, so a flat nested record needs its copies only.
-      const Run &run = runs->at[i];
-      for (uint32_t k = 0; k < run.nsegs; ++k) {
-        const Segment &sg = runs->segs[run.first_seg + k];
-        copy_small(bytes(rec, sg.mem_off), data + off + sg.wire_off, sg.len);
-      }
-      off += run.wire_len;
+    if (f.idr_run != 0 && off % 4 == 0 && off + r.idr_runs[f.idr_run - 1].size <= length) {
+      // The record was zeroed above, so a run (flat nested records too) needs its copies only.
+      const IdrRun &run = r.idr_runs[f.idr_run - 1];
+      run.get(bytes(rec), data + off);
+      off += run.size;
       i = static_cast<uint16_t>(i + run.nfields - 1);
       continue;
     }
@@ -394,13 +295,13 @@ int32_t idr_decode(const Record &r, void *rec, const uint8_t *data, uint32_t len
         break;
       }
       case Kind::kNested: {
-        int32_t rc = nested(*f.sub, p);
+        int32_t rc = nested(*f.sub, p, true);
         if (rc < 0) return rc;
         break;
       }
       case Kind::kRecArray:
         for (uint32_t k = 0; k < f.aux; ++k) {
-          int32_t rc = nested(*f.sub, p + uint64_t{k} * f.sub->size);
+          int32_t rc = nested(*f.sub, p + uint64_t{k} * f.sub->size, true);
           if (rc < 0) return rc;
         }
         break;
@@ -433,14 +334,14 @@ int32_t idr_decode(const Record &r, void *rec, const uint8_t *data, uint32_t len
           const Record &sub = *f.sub;
           if (sub.flat != nullptr && sub.hooks == nullptr && off % 4 == 0 &&
               off + sub.flat->idr_size <= length) {
-            // A plain element whose image is there whole: cleared, then its copies.
+            // A plain element whose image is there whole: its compiled copy, which also
+            // clears what no field covers.
             const FlatPlan &fp = *sub.flat;
-            std::memset(e, 0, sub.size);
             fp.idr_get(bytes(e), data + off);
             off += fp.idr_size;
             continue;
           }
-          int32_t rc = nested(sub, e);
+          int32_t rc = nested(sub, e, false);
           if (rc < 0) return rc;
         }
         break;
@@ -451,6 +352,14 @@ int32_t idr_decode(const Record &r, void *rec, const uint8_t *data, uint32_t len
   uint64_t end = align_up(off, 4);
   if (end > length) return -1;
   return static_cast<int32_t>(end);
+}
+
+}  // namespace
+
+int32_t idr_decode(const Record &r, void *rec, const uint8_t *data, uint32_t length, AllocFn alloc,
+                   void *ctx) {
+  if (r.hooks == nullptr && r.flat == nullptr) std::memset(rec, 0, r.size);
+  return decode_cleared(r, rec, data, length, alloc, ctx);
 }
 
 void idr_release(const Record &r, void *rec, FreeFn release, void *ctx) {

@@ -11,12 +11,9 @@
 // `len` counts the value only.  The pad (zero bytes, not counted) brings the next item to a
 // multiple of 4 from the start of the record being encoded, so every encoded record is a
 // multiple of 4 long and a nested record needs no pad of its own.
-#include <atomic>
 #include <cstring>
-#include <vector>
 
 #include "idl/engine.h"
-#include "kept_table.h"
 #include "tarlink.h"
 #include "wire.h"
 
@@ -124,166 +121,13 @@ uint32_t encode_choice(const Record &r, const void *rec, const void *map, const 
   return 12 + n;
 }
 
-// Host-form records without a map are mostly runs of plain fields (scalars and byte arrays):
-// every item starts on a multiple of 4, so such a run has a fixed image of heads, values and
-// pads wherever it stands.  A run is encoded as a copy of that image's template and then its
-// values, grouped by width: copying all the 4-byte values, then all the 2-byte ones and so on
-// costs a load and a store each, where one copy per field in record order would branch on a
-// width that changes from field to field.  A run is decoded the same way when its image stands
-// whole in the input (all heads as expected).  A flat record is one run.
-//
-// A flat record is such a run as a whole; its copies are compiled per type (the FlatPlan's
-// functions), so it needs no plan here.  The plans of the other records are built on first use
-// and kept for the life of the process, in a table that threads fill without a lock; a record
-// whose slot another thread is filling takes the per-field path that time.
-struct Moves {
-  std::vector<uint32_t> at[4];      // widths 1, 2, 4, 8: pairs of (offset in memory, in the image)
-  std::vector<Segment> other;       // byte arrays of any other size
-  std::vector<uint32_t> heads;      // offset in the image of each item head, in field order
-  std::vector<uint64_t> head_vals;  // each head's 8 bytes, as a little-endian load reads them
-};
-
-struct TlvRun {
-  uint16_t nfields = 0;  // fields of the run, from the one it is kept under
-  uint32_t size = 0;     // its image, pads included
-  uint32_t tmpl = 0;     // offset of its template in TlvPlan::tmpl
-  Moves moves;           // image offsets relative to the run's start
-};
-
-struct TlvPlan {
-  std::vector<int32_t> run_at;  // by field index: the run that starts there, or -1
-  std::vector<TlvRun> runs;
-  std::vector<uint8_t> tmpl;
-};
-
-void add_move(Moves &m, uint32_t mem_off, uint32_t wire_off, uint32_t len, uint32_t tag) {
-  const int k = len == 1 ? 0 : len == 2 ? 1 : len == 4 ? 2 : len == 8 ? 3 : -1;
-  if (k < 0) {
-    m.other.push_back({mem_off, wire_off, len});
-  } else {
-    m.at[k].push_back(mem_off);
-    m.at[k].push_back(wire_off);
-  }
-  m.heads.push_back(wire_off - 8);
-  m.head_vals.push_back(uint64_t{tag} | uint64_t{len} << 32);
-}
-
-// The value width of a field whose item is its memory bytes as they stand, or -1.
-int64_t plain_len(const Field &f) {
-  switch (f.kind) {
-    case Kind::kScalar:
-      return f.width;
-    case Kind::kGrow64:
-      return f.width == 8 ? 8 : -1;
-    case Kind::kBytes:
-      return f.aux;
-    default:
-      return -1;
-  }
-}
-
-TlvPlan *build_plan(const Record &r) {
-  auto *p = new TlvPlan;
-  p->run_at.assign(r.nfields, -1);
-  for (uint16_t i = 0; i < r.nfields;) {
-    uint16_t n = 0;
-    while (i + n < r.nfields && plain_len(r.fields[i + n]) >= 0) ++n;
-    if (n < 2) {
-      i = static_cast<uint16_t>(i + (n == 0 ? 1 : n));
-      continue;
-    }
-    TlvRun run;
-    run.nfields = n;
-    run.tmpl = static_cast<uint32_t>(p->tmpl.size());
-    uint32_t off = 0;
-    for (uint16_t k = 0; k < n; ++k) {
-      const Field &f = r.fields[i + k];
-      const auto len = static_cast<uint32_t>(plain_len(f));
-      add_move(run.moves, f.offset, off + 8, len, f.tag);
-      off = static_cast<uint32_t>(round4(uint64_t{off} + 8 + len));
-    }
-    run.size = off;
-    p->tmpl.resize(run.tmpl + off, 0);
-    for (size_t k = 0; k < run.moves.heads.size(); ++k) {
-      std::memcpy(p->tmpl.data() + run.tmpl + run.moves.heads[k], &run.moves.head_vals[k], 8);
-    }
-    p->run_at[i] = static_cast<int32_t>(p->runs.size());
-    p->runs.push_back(std::move(run));
-    i = static_cast<uint16_t>(i + n);
-  }
-  return p;
-}
-
-KeptTable<Record, TlvPlan> g_plans;
-
-// The plan of a host-form record that is not flat, or null (network form, a choice or
-// hand-written type, a flat record, or a full table).
-const TlvPlan *plan_of(const Record &r) {
-  if (!kLittleEndian || r.net || r.choice != nullptr || r.hooks != nullptr || r.flat != nullptr)
-    return nullptr;
-  return g_plans.find(&r, [](const Record *key) { return build_plan(*key); });
-}
-
-template <typename T>
-inline void move_all(uint8_t *dst, const uint8_t *src, const std::vector<uint32_t> &pairs,
-                     bool to_image) {
-  const uint32_t *p = pairs.data();
-  const size_t n = pairs.size();
-  for (size_t i = 0; i < n; i += 2) {
-    T v;
-    if (to_image) {
-      std::memcpy(&v, src + p[i], sizeof v);
-      std::memcpy(dst + p[i + 1], &v, sizeof v);
-    } else {
-      std::memcpy(&v, src + p[i + 1], sizeof v);
-      std::memcpy(dst + p[i], &v, sizeof v);
-    }
-  }
-}
-
-// A byte array of a few words, in 8-byte moves (the last one overlapping) rather than a call.
-inline void copy_bytes(uint8_t *dst, const uint8_t *src, uint32_t n) {
-  if (n < 8) {
-    std::memcpy(dst, src, n);
-    return;
-  }
-  uint64_t v;
-  uint32_t i = 0;
-  for (; i + 8 <= n; i += 8) {
-    std::memcpy(&v, src + i, 8);
-    std::memcpy(dst + i, &v, 8);
-  }
-  if (i < n) {
-    std::memcpy(&v, src + n - 8, 8);
-    std::memcpy(dst + n - 8, &v, 8);
-  }
-}
-
-// Whether every head of an image at `data` is the expected one.
-bool heads_match(const Moves &m, const uint8_t *data) {
-  uint64_t differ = 0;
-  const size_t n = m.heads.size();
-  for (size_t i = 0; i < n; ++i) {
-    uint64_t head;
-    std::memcpy(&head, data + m.heads[i], 8);
-    differ |= head ^ m.head_vals[i];
-  }
-  return differ == 0;
-}
-
-// Copies every value between the record and its image, in the direction asked.
-void move_values(const Moves &m, uint8_t *dst, const uint8_t *src, bool to_image) {
-  move_all<uint32_t>(dst, src, m.at[2], to_image);
-  move_all<uint8_t>(dst, src, m.at[0], to_image);
-  move_all<uint16_t>(dst, src, m.at[1], to_image);
-  move_all<uint64_t>(dst, src, m.at[3], to_image);
-  for (const Segment &sg : m.other) {
-    if (to_image)
-      copy_bytes(dst + sg.wire_off, src + sg.mem_off, sg.len);
-    else
-      copy_bytes(dst + sg.mem_off, src + sg.wire_off, sg.len);
-  }
-}
+// Host-form records are mostly runs of plain fields (scalars and byte arrays): every item
+// starts on a multiple of 4, so such a run has a fixed image of heads, values and pads wherever
+// it stands.  The generator compiles each run's image for its type (the record's TlvRuns; a flat
+// record is one run, its FlatPlan), so a run is encoded as constant-sized stores, and decoded as
+// one folded test of its heads and the copies when its image stands whole in the input.  Items
+// heads are read as little-endian 8-byte words, so the compiled paths are for little-endian
+// hosts; elsewhere every field takes the general path, with the same result.
 
 // Whether the `n` bytes at `p` are all zero.
 bool all_zero(const uint8_t *p, uint32_t n) {
@@ -316,15 +160,15 @@ uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *
     return r.flat->tlv_size;
   }
   const unsigned hs = head_size(r);
-  const TlvPlan *plan = map == nullptr && buf != nullptr ? plan_of(r) : nullptr;
+  // Without a map every field goes out, so runs and flat list elements are compiled images.
+  const bool compiled = kLittleEndian && !r.net && map == nullptr && buf != nullptr;
   uint64_t off = 0;
   for (uint16_t i = 0; i < r.nfields; ++i) {
     const Field &f = r.fields[i];
-    if (plan != nullptr && plan->run_at[i] >= 0) {
-      const TlvRun &run = plan->runs[static_cast<size_t>(plan->run_at[i])];
+    if (compiled && f.tlv_run != 0) {
+      const TlvRun &run = r.tlv_runs[f.tlv_run - 1];
       if (w.fits(off, run.size)) {
-        std::memcpy(buf + off, plan->tmpl.data() + run.tmpl, run.size);
-        move_values(run.moves, buf + off, bytes(rec), true);
+        run.put(buf + off, bytes(rec));
         off += run.size;
         i = static_cast<uint16_t>(i + run.nfields - 1);
         continue;
@@ -390,7 +234,7 @@ uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *
         const uint8_t *emaps =
             map == nullptr ? nullptr : static_cast<const uint8_t *>(ptr_at(map, f.map_sub));
         const Record &sub = *f.sub;
-        if (plan != nullptr && sub.flat != nullptr) {
+        if (compiled && sub.flat != nullptr) {
           // Whole plain elements: head, then the element's compiled image.
           const FlatPlan &fp = *sub.flat;
           for (uint32_t k = 0; k < count; ++k) {
@@ -690,7 +534,7 @@ int32_t tlv_decode(const Record &r, void *rec, void *map, const uint8_t *data, u
   }
   const unsigned hs = head_size(r);
   const Ctx cx{alloc, ctx};
-  const TlvPlan *plan = plan_of(r);
+  const bool compiled = kLittleEndian && !r.net;
   uint64_t off = 0;
   for (;;) {
     if (off + hs > length) return static_cast<int32_t>(off);
@@ -700,16 +544,15 @@ int32_t tlv_decode(const Record &r, void *rec, void *map, const uint8_t *data, u
     // A truncated item is not an error here; the caller's exact-length check sees it.
     if (end > length) return static_cast<int32_t>(off);
     uint16_t idx = tag <= r.max_tag ? r.tag_index[tag] : 0;
-    if (idx != 0 && plan != nullptr && plan->run_at[idx - 1] >= 0) {
+    if (idx != 0 && compiled && r.fields[idx - 1].tlv_run != 0) {
       // A run's whole image in canonical form: its values at once.  With a map, only while
       // none of its fields was seen before (the first occurrence wins).
-      const TlvRun &run = plan->runs[static_cast<size_t>(plan->run_at[idx - 1])];
-      bool fresh = off + run.size <= length && heads_match(run.moves, data + off);
+      const TlvRun &run = r.tlv_runs[r.fields[idx - 1].tlv_run - 1];
+      bool fresh = off + run.size <= length;
       for (uint16_t k = 0; fresh && map != nullptr && k < run.nfields; ++k) {
         fresh = !map_bit(map, r.fields[idx - 1 + k]);
       }
-      if (fresh) {
-        move_values(run.moves, bytes(rec), data + off, false);
+      if (fresh && run.get(bytes(rec), data + off)) {
         for (uint16_t k = 0; map != nullptr && k < run.nfields; ++k) {
           set_map_bit(map, r.fields[idx - 1 + k]);
         }
