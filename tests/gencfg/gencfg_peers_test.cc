@@ -144,10 +144,6 @@ TEST_F(GencfgPeersTest, MajorFourFollowsThePeerMaskControl) {
   gencfg_t r = with_room(4, 1);
   ASSERT_EQ(add(r, 16, 3), 0);
   EXPECT_EQ(peers_[0].index.index_type, TLK_GENCFG_INDEX_DEFAULT) << "the kernel's default";
-  kernel.gencfg().set_peermask(1);
-  r = with_room(4, 1);
-  ASSERT_EQ(add(r, 16, 3), 0);
-  EXPECT_EQ(peers_[0].index.index_type, TLK_GENCFG_INDEX_MASK);
   const std::pair<Bytes, uint32_t> values[] = {
       {{2, 0, 0, 0}, 0}, {{1}, 0}, {{1, 0, 0, 0}, 2}, {{1, 0, 0, 0, 0}, 0}};
   for (const auto &[value, index_type] : values) {
