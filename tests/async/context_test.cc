@@ -118,7 +118,7 @@ TEST_F(ContextTest, CreateMakesOwnContextAndLoadsKernelSequence) {
   EXPECT_EQ(spy.deselects, 1);
 }
 
-TEST_F(ContextTest, SetAsyncContextJoinsCallersContextAndKeepsSequence) {
+TEST_F(ContextTest, SetAsyncContextJoinsCallersContextAndFirstRegistrationSelectsOnce) {
   EvSpy spy;
   ASSERT_EQ(tlk_ev_create(&shared), 0);
   kernel.set_async_seq(fd, 500);
@@ -130,26 +130,47 @@ TEST_F(ContextTest, SetAsyncContextJoinsCallersContextAndKeepsSequence) {
   EXPECT_EQ(c->num_read_msg, 10u);
   EXPECT_EQ(c->seq, 77u);
   EXPECT_EQ(tarvik_set_async_context(c, shared), EINVAL);
+  // Masks 0 and 0 still select, and send nothing to the kernel; a second registration does not
+  // select again.
+  ASSERT_EQ(tarvik_setup_async_registration(c, 30, 0, 0, nullptr, noop_handler), 0);
+  EXPECT_EQ(spy.selects, 1);
+  EXPECT_EQ(spy.last, std::make_tuple(fd, TLK_EV_READ, tarvik_async_event_callback, c));
+  EXPECT_FALSE(kernel.option(fd, TLK_SOL_ROUTE, TLK_SO_LISTEN).has_value());
+  ASSERT_EQ(tarvik_ifdm_async_register(c, nullptr, noop_handler), 0);
+  EXPECT_EQ(spy.selects, 1);
   tarvik_close(c);
   c = nullptr;
+  EXPECT_EQ(spy.deselects, 1);
   EXPECT_EQ(spy.destroys, 0);  // the caller keeps its context
 }
 
-TEST_F(ContextTest, NoContextKindNeverTouchesTheLoop) {
+TEST_F(ContextTest, WithoutARecordThenInTheContextlessKindTheLoopIsNeverTouched) {
   EvSpy spy;
+  EXPECT_EQ(tarvik_destroy_async_context(c), 0);  // nothing to tear down
+  EXPECT_EQ(tarvik_async_event_loop(c), EINVAL);
+  EXPECT_EQ(tarvik_set_async_mode(c, 1), EINVAL);
+  uint32_t seq = 0;
+  EXPECT_EQ(tarvik_get_async_seq_num(c, &seq), EINVAL);
+  EXPECT_EQ(tarvik_setup_async_registration(c, 2, 0, 0, nullptr, noop_handler), EINVAL);
+  EXPECT_EQ(
+      refusing(MEMID_TARVIK_ASYNC_CTX, [&] { return tarvik_set_async_info_nocontext(c, nullptr); }),
+      std::make_pair(-1, ENOMEM));
+  EXPECT_TRUE(log.contains("async info allocation failed"));
+  EXPECT_EQ(log.count(TLK_LEVEL_FATAL), 1u);
+  evContext got{};
+  EXPECT_EQ(tarvik_get_async_context(c, &got), EINVAL) << "no record";
+  // The context-less kind.
   int out = -5;
   ASSERT_EQ(tarvik_set_async_info_nocontext(c, &out), 0);
   EXPECT_EQ(out, fd);
   EXPECT_EQ(c->num_read_msg, 0u);
   EXPECT_EQ(tarvik_rtm_async_register(c, &r, Recorder::handler), 0);
   EXPECT_EQ(spy.selects, 0);
-  evContext got{};
   EXPECT_EQ(tarvik_get_async_context(c, &got), EINVAL);
   EXPECT_EQ(tarvik_async_event_loop(c), EINVAL);
   EXPECT_EQ(tarvik_async_event_loop_sighdl(c), EINVAL);
   // The sequence number is the kernel's; a failed query leaves the caller's variable alone.
   kernel.set_async_seq(fd, 99);
-  uint32_t seq = 0;
   EXPECT_EQ(tarvik_get_async_seq_num(c, &seq), 0);
   EXPECT_EQ(seq, 99u);
   kernel.fail_option(TLK_SOL_ROUTE, TLK_SO_ASYNC_SEQ, ENOBUFS);
@@ -160,38 +181,6 @@ TEST_F(ContextTest, NoContextKindNeverTouchesTheLoop) {
   tarvik_close(c);
   c = nullptr;
   EXPECT_EQ(spy.deselects + spy.destroys, 0);
-}
-
-TEST_F(ContextTest, AnswersWithoutARecordAndItsAllocationFailure) {
-  EXPECT_EQ(tarvik_destroy_async_context(c), 0);  // nothing to tear down
-  EXPECT_EQ(tarvik_async_event_loop(c), EINVAL);
-  EXPECT_EQ(tarvik_set_async_mode(c, 1), EINVAL);
-  uint32_t seq;
-  EXPECT_EQ(tarvik_get_async_seq_num(c, &seq), EINVAL);
-  EXPECT_EQ(tarvik_setup_async_registration(c, 2, 0, 0, nullptr, noop_handler), EINVAL);
-  EXPECT_EQ(
-      refusing(MEMID_TARVIK_ASYNC_CTX, [&] { return tarvik_set_async_info_nocontext(c, nullptr); }),
-      std::make_pair(-1, ENOMEM));
-  EXPECT_TRUE(log.contains("async info allocation failed"));
-  EXPECT_EQ(log.count(TLK_LEVEL_FATAL), 1u);
-  evContext got{};
-  EXPECT_EQ(tarvik_get_async_context(c, &got), EINVAL) << "no record";
-}
-
-TEST_F(ContextTest, FirstRegistrationSelectsTheSocketOnce) {
-  EvSpy spy;
-  join_shared();
-  // Masks 0 and 0 still select, and send nothing to the kernel.
-  ASSERT_EQ(tarvik_setup_async_registration(c, 30, 0, 0, nullptr, noop_handler), 0);
-  EXPECT_EQ(spy.selects, 1);
-  EXPECT_EQ(spy.last, std::make_tuple(fd, TLK_EV_READ, tarvik_async_event_callback, c));
-  EXPECT_FALSE(kernel.option(fd, TLK_SOL_ROUTE, TLK_SO_LISTEN).has_value());
-  ASSERT_EQ(tarvik_ifdm_async_register(c, nullptr, noop_handler), 0);
-  EXPECT_EQ(spy.selects, 1);
-  tarvik_close(c);
-  c = nullptr;
-  EXPECT_EQ(spy.deselects, 1);
-  EXPECT_EQ(spy.destroys, 0);
 }
 
 TEST_F(ContextTest, SetupRoutineRangeHandlerAndTakenSlot) {
