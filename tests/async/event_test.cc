@@ -364,16 +364,15 @@ TEST_F(EventTest, SubtypeDispatchAndTypesAbove109) {
   EXPECT_EQ(r.heard[0].bytes[24], 1);
   // Subtype 0 has no handler: dropped without a word.  3 is past the count, and the last is short.
   // Types above 109 are unknown even with a slot at 110.
-  ASSERT_EQ(log.lines.size(), 4u);
-  EXPECT_EQ(log.lines[0].text,
-            "tarvik: ERROR received async message with invalid subtype msg_type = 85 subtype "
-            "offset=24 msglen=32 subtype = 3\n");
-  EXPECT_EQ(log.lines[1].text,
-            "tarvik: ERROR received async message with length < needed for subtype msg_type = 85 "
-            "subtype offset=24 msglen=24\n");
-  EXPECT_EQ(log.count(TLK_LEVEL_WARNING), 2u);
-  EXPECT_TRUE(log.contains("received async message of unknown type: 110\n"));
-  EXPECT_TRUE(log.contains("received async message of unknown type: 200\n"));
+  std::vector<std::string> lines;
+  for (const auto &l : log.lines) lines.push_back(l.text);
+  EXPECT_EQ(lines, (std::vector<std::string>{
+                       "tarvik: ERROR received async message with invalid subtype msg_type = 85 "
+                       "subtype offset=24 msglen=32 subtype = 3\n",
+                       "tarvik: ERROR received async message with length < needed for subtype "
+                       "msg_type = 85 subtype offset=24 msglen=24\n",
+                       "tarvik: WARNING received async message of unknown type: 110\n",
+                       "tarvik: WARNING received async message of unknown type: 200\n"}));
   close_abandoning(2);  // the subtype table, and the slot at 110 that the teardown never visits
 }
 
