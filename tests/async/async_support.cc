@@ -29,15 +29,8 @@ std::vector<uint8_t> Recorder::types() const {
 }
 
 std::string kind_name(Kind k) {
-  switch (k) {
-    case Kind::Own:
-      return "Own";
-    case Kind::Shared:
-      return "Shared";
-    case Kind::NoContext:
-      return "NoContext";
-  }
-  return "?";
+  static const char *const kNames[] = {"Own", "Shared", "NoContext"};
+  return kNames[static_cast<int>(k)];
 }
 
 int make_async(tarvik_cookie *cookie, Kind kind, evContext shared) {
