@@ -355,8 +355,10 @@ const GencfgEntry *GencfgStore::find(const GencfgKey &key) const {
 }
 
 GencfgEntry &GencfgStore::put(GencfgEntry &&entry) {
-  auto [it, fresh] = map_.try_emplace(entry.id);
-  it->second = std::move(entry);
+  // The pair's key is copied from the entry before the entry is moved into it; an existing key
+  // leaves `entry` untouched for the assignment.
+  auto [it, fresh] = map_.try_emplace(entry.id, std::move(entry));
+  if (!fresh) it->second = std::move(entry);
   if (fresh && indexed_) new_.push_back(&*it);
   return it->second;
 }

@@ -503,12 +503,13 @@ int32_t internal::decode_choice(const Record &r, void *rec, void *map, const uin
     if (alloc == nullptr) return -2;
     armrec = alloc(arm->size, ctx);
     if (armrec == nullptr) return -2;
-    std::memset(armrec, 0, arm->size);
+    // The arm's decoder clears its record and map first thing; a hand-written one may not.
+    if (arm->hooks != nullptr) std::memset(armrec, 0, arm->size);
     set_ptr(rec, c.arm_off, armrec);
     if (tlv && map != nullptr) {
       armmap = alloc(arm->map_size, ctx);
       if (armmap == nullptr) return -2;
-      std::memset(armmap, 0, arm->map_size);
+      if (arm->hooks != nullptr) std::memset(armmap, 0, arm->map_size);
       set_ptr(map, 0, armmap);
     }
   } else {
