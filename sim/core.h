@@ -89,9 +89,14 @@ struct Faults {
 
 // A session's notification stream (notify.cc).
 struct NotifyState {
-  std::vector<Bytes> queue;   // waiting for flush
+  Bytes queued;               // notifications waiting for flush, back to back
+  std::vector<size_t> ends;   // where each of them ends in `queued`
   uint64_t listen_stamp = 0;  // when option 1 was last set (0: never)
   uint64_t filter_stamp = 0;  // when option 10 was last set
+  // The listen mask as options 1 and 10 give it, kept from the first broadcast after either
+  // was last set: every change asks for it.
+  mutable bool mask_known = false;
+  mutable std::pair<uint32_t, uint32_t> mask{0, 0};
   uint64_t sent = 0;
   uint64_t reads = 0;
 };
@@ -164,7 +169,8 @@ class Core final : public Host {
   int usleep(unsigned usec);
 
   // --- Notifications (notify.cc) ----------------------------------------------------------
-  std::pair<uint32_t, uint32_t> listen_mask(int fd) const;
+  std::pair<uint32_t, uint32_t> listen_mask(int fd) const;       // kept per session
+  std::pair<uint32_t, uint32_t> read_listen_mask(int fd) const;  // from the options
   bool notify_session(int fd, std::span<const uint8_t> bytes);
   size_t flush();
   void notify_after_write(int fd, std::span<const uint8_t> bytes);

@@ -45,6 +45,17 @@ bool is_change(uint8_t op) {
 
 std::pair<uint32_t, uint32_t> Core::listen_mask(int fd) const {
   auto st = notify_state.find(fd);
+  if (st != notify_state.end() && st->second.mask_known) return st->second.mask;
+  const std::pair<uint32_t, uint32_t> mask = read_listen_mask(fd);
+  if (st != notify_state.end()) {
+    st->second.mask = mask;
+    st->second.mask_known = true;
+  }
+  return mask;
+}
+
+std::pair<uint32_t, uint32_t> Core::read_listen_mask(int fd) const {
+  auto st = notify_state.find(fd);
   const uint64_t listen_stamp = st != notify_state.end() ? st->second.listen_stamp : 0;
   const uint64_t filter_stamp = st != notify_state.end() ? st->second.filter_stamp : 0;
   // The options are read in place: this runs for every session on every change.
@@ -65,9 +76,10 @@ std::pair<uint32_t, uint32_t> Core::listen_mask(int fd) const {
 }
 
 void Core::notify_option_set(int fd, int level, int name) {
-  if (level != TLK_SOL_ROUTE) return;
-  if (name == TLK_SO_LISTEN) notify_state[fd].listen_stamp = ++option_clock;
-  if (name == TLK_SO_FILTERS) notify_state[fd].filter_stamp = ++option_clock;
+  if (level != TLK_SOL_ROUTE || (name != TLK_SO_LISTEN && name != TLK_SO_FILTERS)) return;
+  NotifyState &st = notify_state[fd];
+  (name == TLK_SO_LISTEN ? st.listen_stamp : st.filter_stamp) = ++option_clock;
+  st.mask_known = false;
 }
 
 void Core::notify_forget(int fd) {
@@ -77,13 +89,16 @@ void Core::notify_forget(int fd) {
 bool Core::notify_session(int fd, std::span<const uint8_t> bytes) {
   Session *s = find(fd);
   if (s == nullptr) return false;
-  Bytes m(bytes.begin(), bytes.end());
+  // Appended to the session's queue in place, stamped there: no buffer of its own per message.
+  NotifyState &st = notify_state[fd];
+  const size_t at = st.queued.size();
+  st.queued.insert(st.queued.end(), bytes.begin(), bytes.end());
+  st.ends.push_back(st.queued.size());
   const uint32_t seq = s->async_seq;
-  if (!wire::is_frame(m) && m.size() >= wire::kRawSeq + 4) {
-    wire::store_u32(&m[wire::kRawSeq], seq);
+  if (!wire::is_frame(bytes) && bytes.size() >= wire::kRawSeq + 4) {
+    wire::store_u32(&st.queued[at + wire::kRawSeq], seq);
   }
   s->async_seq = seq + 1;
-  notify_state[fd].queue.push_back(std::move(m));
   if (auto_flush) flush();
   return true;
 }
@@ -149,32 +164,32 @@ void Core::notify_after_write(int fd, std::span<const uint8_t> bytes) {
 
 size_t Core::flush() {
   size_t sent = 0;
-  Bytes packed;
   for (auto &[fd, st] : notify_state) {
     Session *s = find(fd);
-    if (st.queue.empty() || s == nullptr) continue;
+    if (st.ends.empty() || s == nullptr) continue;
     const uint32_t mode = option_u32(fd, TLK_SOL_ROUTE, TLK_SO_ASYNC_MODE).value_or(0);
     const bool pack = (mode & TLK_ASYNC_BULK) != 0 && (mode & TLK_ASYNC_ONE_MSG) == 0;
     const size_t limit =
         std::min<size_t>(option_u32(fd, SOL_SOCKET, SO_RCVBUF).value_or(kDefaultRecvBuf), kPackCap);
-    size_t next = 0;
-    while (next < st.queue.size()) {
+    // Messages next .. end - 1 go out as one record: the bytes from `from` to the end of the
+    // last, which are already back to back in the queue.
+    size_t next = 0, from = 0;
+    while (next < st.ends.size()) {
       size_t end = next + 1;
-      packed = st.queue[next];
       if (pack) {
-        while (end < st.queue.size() && packed.size() + st.queue[end].size() <= limit) {
-          packed.insert(packed.end(), st.queue[end].begin(), st.queue[end].end());
-          ++end;
-        }
+        while (end < st.ends.size() && st.ends[end] - from <= limit) ++end;
       }
-      if (!deliver(*s, packed, false))
+      if (!deliver(*s, {st.queued.data() + from, st.ends[end - 1] - from}, false))
         break;  // the socket is full: the rest waits for the next flush
       sent += end - next;
       st.sent += end - next;
       ++st.reads;
+      from = st.ends[end - 1];
       next = end;
     }
-    st.queue.erase(st.queue.begin(), st.queue.begin() + static_cast<std::ptrdiff_t>(next));
+    st.queued.erase(st.queued.begin(), st.queued.begin() + static_cast<std::ptrdiff_t>(from));
+    st.ends.erase(st.ends.begin(), st.ends.begin() + static_cast<std::ptrdiff_t>(next));
+    for (size_t &e : st.ends) e -= from;
   }
   return sent;
 }
@@ -205,7 +220,7 @@ void Kernel::set_auto_flush(bool on) {
 
 size_t Kernel::queued(int fd) const {
   auto st = impl_->notify_state.find(fd);
-  return st == impl_->notify_state.end() ? 0 : st->second.queue.size();
+  return st == impl_->notify_state.end() ? 0 : st->second.ends.size();
 }
 
 void Kernel::skip_notify_seq(int fd, uint32_t count) {

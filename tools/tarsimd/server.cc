@@ -362,11 +362,11 @@ bool Server::read_from(int conn) {
 bool Server::flush() {
   Core *core = Core::active();
   bool waiting = false;
-  for (auto &entry : core->notify_state) waiting = waiting || !entry.second.queue.empty();
+  for (auto &entry : core->notify_state) waiting = waiting || !entry.second.ends.empty();
   if (!waiting) return false;
   core->flush();
   for (auto &entry : core->notify_state) {
-    if (!entry.second.queue.empty()) return true;
+    if (!entry.second.ends.empty()) return true;
   }
   return false;
 }
