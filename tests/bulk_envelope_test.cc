@@ -29,12 +29,6 @@ class BulkEnvelopeTest : public OneSessionTest {
     c->rbuf_end = c->rbuf_data;
     c->rbuf_sz = rsize;
   }
-  // Encodes `m` with the ordinary envelope and places the frame at `at` in the read buffer.
-  uint32_t place_frame(const void *m, const void *mask, uint32_t at) {
-    const Bytes frame = frame_of(c, m, mask);
-    memcpy(c->rbuf_data + at, frame.data(), frame.size());
-    return static_cast<uint32_t>(frame.size());
-  }
 };
 
 // The same bytes as the ordinary envelope, in both encodings, wherever the cursor stands.
@@ -54,33 +48,32 @@ TEST_F(BulkEnvelopeTest, EncodesAtTheCursorWithoutMovingIt) {
   tarvik_msg_free(c, m);
 }
 
-TEST_F(BulkEnvelopeTest, AFrameThatExactlyFillsTheRoomFitsAndOneByteLessDoesNot) {
-  give_buffers(100, 64);
-  tlk_base *m = message(1);
-  uint32_t len = 7;
-  c->wbuf_cur = c->wbuf + 60;  // 40 bytes of room
-  EXPECT_EQ(tarvik_bulkmsg_idl_encode(c, &len, m, nullptr), 0);
-  EXPECT_EQ(len, 40u);
-  c->wbuf_cur = c->wbuf + 61;
-  EXPECT_EQ(tarvik_bulkmsg_idl_encode(c, &len, m, nullptr), ENOMEM);
-  EXPECT_EQ(len, 0u);
-  c->wbuf_cur = c->wbuf + 100;  // no room at all is still a sound buffer
-  EXPECT_EQ(tarvik_bulkmsg_idl_encode(c, &len, m, nullptr), ENOMEM);
-  EXPECT_TRUE(log.lines.empty()) << "a full buffer is the caller's cue to flush, not an error";
-  tarvik_msg_free(c, m);
-}
-
-TEST_F(BulkEnvelopeTest, UnsoundSendBuffersAreRefusedAtLevel4) {
+// The write cursor against the room behind it: an exact fit passes, a full buffer is the
+// caller's cue to flush (silent), a cursor outside the buffer is refused at level 4.
+TEST_F(BulkEnvelopeTest, SendBufferRoomAndSoundness) {
   tlk_base *m = message(1);
   uint32_t len = 5;
   EXPECT_EQ(tarvik_bulkmsg_idl_encode(c, &len, m, nullptr), EINVAL);  // no buffer at all
-  give_buffers(64, 64);
-  c->wbuf_cur = c->wbuf - 1;
-  EXPECT_EQ(tarvik_bulkmsg_idl_encode(c, &len, m, nullptr), EINVAL);
-  c->wbuf_cur = c->wbuf + 65;
-  EXPECT_EQ(tarvik_bulkmsg_idl_encode(c, &len, m, nullptr), EINVAL);
-  EXPECT_EQ(len, 0u);
-  ASSERT_EQ(log.count(TLK_LEVEL_FATAL), 3u);
+  give_buffers(100, 64);
+  const struct {
+    ptrdiff_t at;
+    int err;
+    uint32_t len;
+    size_t fatal_lines;  // so far
+  } rows[] = {
+      {60, 0, 40, 1},                           // 40 bytes of room
+      {61, ENOMEM, 0, 1}, {100, ENOMEM, 0, 1},  // no room at all is still a sound buffer
+      {-1, EINVAL, 0, 2}, {101, EINVAL, 0, 3},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.at);
+    c->wbuf_cur = c->wbuf + row.at;
+    len = 7;
+    EXPECT_EQ(tarvik_bulkmsg_idl_encode(c, &len, m, nullptr), row.err);
+    EXPECT_EQ(len, row.len);
+    EXPECT_EQ(log.lines.size(), row.fatal_lines);
+    EXPECT_EQ(log.count(TLK_LEVEL_FATAL), row.fatal_lines);
+  }
   EXPECT_EQ(
       log.lines[0].text,
       "tarvik: FATAL ERROR tarvik_bulkmsg_idl_encode: Invalid/Corrupted common send buffer\n");
@@ -94,8 +87,9 @@ TEST_F(BulkEnvelopeTest, DecodesFramesOneAfterAnotherAtTheReadCursor) {
   give_buffers(64, 4096);
   tlk_base *first = message(11), *second = message(12);
   const tlk_base_tlvmap mask = header_mask();
-  const uint32_t len1 = place_frame(first, nullptr, 0);
-  const uint32_t len2 = place_frame(second, &mask, len1);
+  const Bytes both = cat({frame_of(c, first), frame_of(c, second, &mask)});
+  const uint32_t len1 = 40, len2 = static_cast<uint32_t>(both.size()) - len1;
+  memcpy(c->rbuf_data, both.data(), both.size());
   c->rbuf_end = c->rbuf_data + len1 + len2 - 1;
 
   uint32_t decoded = 0;
@@ -121,56 +115,50 @@ TEST_F(BulkEnvelopeTest, DecodesFramesOneAfterAnotherAtTheReadCursor) {
   tarvik_msg_free(c, second);
 }
 
-TEST_F(BulkEnvelopeTest, AFailedDecodeLeavesTheSlotAsItWas) {
-  give_buffers(64, 256);
-  tlk_base *m = message(3);
-  const uint32_t len = place_frame(m, nullptr, 0);
-  const uint32_t short_payload = 20;  // the record needs 28 bytes
-  memcpy(c->rbuf_data + 4, &short_payload, 4);
-  c->rbuf_end = c->rbuf_data + len - 1;
-  void *slot = &slot;  // the bulk writer's "expects a reply" marker
-  uint32_t decoded = 99;
-  EXPECT_NE(tarvik_bulkmsg_idl_decode(c, &decoded, &slot, nullptr), 0);
-  EXPECT_EQ(slot, static_cast<void *>(&slot));
-  EXPECT_EQ(decoded, 0u);
-
-  // Raw bytes (a zero first word) are not a frame.
-  memset(c->rbuf_data, 0, 64);
-  c->rbuf_end = c->rbuf_data + 63;
-  EXPECT_EQ(tarvik_bulkmsg_idl_decode(c, &decoded, &slot, nullptr), EOPNOTSUPP);
-  EXPECT_EQ(slot, static_cast<void *>(&slot));
-  tarvik_msg_free(c, m);
-}
-
-TEST_F(BulkEnvelopeTest, ShortAndUnsoundReceiveBuffersAreRefusedAtLevel4) {
+// Refused reads leave the bulk writer's "expects a reply" mark in the slot and decode nothing;
+// an unsound receive buffer is refused at level 4.
+TEST_F(BulkEnvelopeTest, RefusedReadsKeepTheSlot) {
   uint32_t decoded = 0;
-  void *slot = nullptr;
+  void *slot = &slot;
   EXPECT_EQ(tarvik_bulkmsg_idl_decode(c, &decoded, &slot, nullptr), EINVAL);  // no buffer
   give_buffers(64, 256);
-  c->rbuf_end = c->rbuf_cur;  // the end must lie beyond the cursor
-  EXPECT_EQ(tarvik_bulkmsg_idl_decode(c, &decoded, &slot, nullptr), EINVAL);
-  c->rbuf_end = c->rbuf_data + 256;  // past the last byte of the buffer
-  EXPECT_EQ(tarvik_bulkmsg_idl_decode(c, &decoded, &slot, nullptr), EINVAL);
-  EXPECT_EQ(log.count(TLK_LEVEL_FATAL), 3u);
-  EXPECT_TRUE(log.contains("tarvik_bulkmsg_idl_decode: Invalid/Corrupted common receive buffer\n"));
-
-  c->rbuf_end = c->rbuf_data + 22;  // 23 bytes
-  EXPECT_EQ(tarvik_bulkmsg_idl_decode(c, &decoded, &slot, nullptr), EINVAL);
-  EXPECT_EQ(log.lines.back().text,
-            "tarvik: FATAL ERROR tarvik_bulkmsg_idl_decode: msg read too small for header: 23\n");
-  EXPECT_EQ(slot, nullptr);
-}
-
-TEST_F(BulkEnvelopeTest, AFrameLongerThanTheBlockFailsAndKeepsTheSlot) {
-  give_buffers(64, 256);
-  tlk_base *m = message(4);
-  const uint32_t len = place_frame(m, nullptr, 0);
-  c->rbuf_end = c->rbuf_data + len - 2;  // the block ends one byte into the frame
-  void *slot = &slot;
-  uint32_t decoded = 0;
-  const int err = tarvik_bulkmsg_idl_decode(c, &decoded, &slot, nullptr);
-  EXPECT_EQ(err, EINVAL) << "the frame's own head claims more than the block holds";
-  EXPECT_EQ(slot, static_cast<void *>(&slot));
+  tlk_base *m = message(3);
+  const Bytes frame = frame_of(c, m);
+  const uint32_t len = static_cast<uint32_t>(frame.size());
+  const std::string fatal = "tarvik: FATAL ERROR tarvik_bulkmsg_idl_decode: ";
+  const std::string unsound = "Invalid/Corrupted common receive buffer\n";
+  const struct {
+    const char *name;
+    Bytes head;    // written over the frame's first bytes
+    uint32_t end;  // offset of the block's last byte
+    int err;
+    std::string line;  // after `fatal`; empty: none checked
+  } rows[] = {
+      // An unsound buffer: the end must lie beyond the cursor and within the buffer.
+      {"the end at the cursor", {}, 0, EINVAL, unsound},
+      {"the end past the buffer", {}, 256, EINVAL, unsound},
+      {"23 bytes", {}, 22, EINVAL, "msg read too small for header: 23\n"},
+      // The frame's own head claims more than the block holds.
+      {"the block ends one byte into the frame", {}, len - 2, EINVAL, ""},
+      {"a payload short of the record's 28", frame_head(TLK_MAGIC_IDR, 20, 0), len - 1, EINVAL, ""},
+      {"raw bytes: a zero first word", Bytes(64, 0), 63, EOPNOTSUPP, ""},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    memcpy(c->rbuf_data, frame.data(), len);
+    memcpy(c->rbuf_data, row.head.data(), row.head.size());
+    c->rbuf_end = c->rbuf_data + row.end;
+    decoded = 99;
+    EXPECT_EQ(tarvik_bulkmsg_idl_decode(c, &decoded, &slot, nullptr), row.err);
+    EXPECT_EQ(slot, static_cast<void *>(&slot));
+    if (row.line != unsound) {
+      EXPECT_EQ(decoded, 0u);
+    }
+    if (!row.line.empty()) {
+      EXPECT_EQ(log.lines.back().text, fatal + row.line);
+    }
+  }
+  EXPECT_EQ(log.count(TLK_LEVEL_FATAL), 4u);
   tarvik_msg_free(c, m);
 }
 

@@ -37,12 +37,7 @@ class BulkTest : public OneSessionTest {
     messages_.push_back(m);
     return m;
   }
-  uint32_t frame_size() {
-    uint8_t buf[512];
-    size_t len = sizeof buf;
-    EXPECT_EQ(tarvik_msg_idl_encode_pa(c, marker(0, false), buf, &len), 0);
-    return static_cast<uint32_t>(len);
-  }
+  uint32_t frame_size() { return static_cast<uint32_t>(frame_of(c, marker(0, false)).size()); }
   // A vector of markers; `replies` says which entries expect one.
   std::vector<tarvik_msg_iov_t> vector_of(const std::vector<bool> &replies) {
     std::vector<tarvik_msg_iov_t> iov(replies.size());
@@ -81,6 +76,9 @@ TEST_F(BulkTest, SyncModeMakesBuffersAsLargeAsTheSocketsAndRefusesASecondTime) {
   EXPECT_EQ(log.lines.back().text,
             "tarvik: ERROR tarvik_set_sync_mode: Unsupported setting for sync mode 2");
 
+  tarvik_msg_iov_t one{};
+  EXPECT_EQ(tarvik_msg_writev_idl(c, 0, &one, nullptr), 0);
+  EXPECT_TRUE(log.contains("tarvik_msg_writev_idl: Invalid input from caller: 0 entries"));
   uint8_t *kept = c->wbuf;
   EXPECT_EQ(tarvik_set_sync_mode(c, 0), 0);
   EXPECT_EQ(c->wbuf, kept) << "turning bulk mode off keeps its buffers";
@@ -91,7 +89,8 @@ TEST_F(BulkTest, SyncModeMakesBuffersAsLargeAsTheSocketsAndRefusesASecondTime) {
   EXPECT_TRUE(log.contains("tarvik_set_sync_mode: Failed to set sync mode "));
 }
 
-TEST_F(BulkTest, SetBuffersKeepsTheReadBufferInStepAndTheSendBufferIsTheClients) {
+// The read buffer follows the socket's receive size; the send buffer is the client's.
+TEST_F(BulkTest, BuffersPacingAndTheBulkWriteInformation) {
   ASSERT_EQ(tarvik_set_buffers(c, 65536, 131072), 0);
   EXPECT_EQ(c->rbuf_sz, 131072u);
   ASSERT_EQ(tarvik_set_buffers(c, 65536, 600000), 0);
@@ -115,9 +114,7 @@ TEST_F(BulkTest, SetBuffersKeepsTheReadBufferInStepAndTheSendBufferIsTheClients)
   EXPECT_EQ(log.lines.back().text,
             std::string("tarvik: ERROR tarvik_set_buffers: Failed to re-allocate rbuf ") +
                 strerror(ENOMEM));
-}
 
-TEST_F(BulkTest, PacingOptionsAndTheBulkWriteInformation) {
   EXPECT_EQ(tarvik_set_io_min_elapse(c, 250, 0), 0);
   EXPECT_EQ(kernel.option_u32(fd, TLK_SOL_ROUTE, TLK_SO_SYNC_ELAPSE), 250u);
   EXPECT_EQ(tarvik_set_io_min_elapse(c, 9, 1), 0);
@@ -136,18 +133,65 @@ TEST_F(BulkTest, PacingOptionsAndTheBulkWriteInformation) {
             std::string("tarvik: ERROR Failed to get bulk write info ") + strerror(EIO));
 }
 
-TEST_F(BulkTest, AVectorThatFitsIsOneWriteWithEveryReplyMatched) {
-  auto iov = vector_of({true, false, true, true, false});
-  const uint64_t writes = kernel.writes(fd), reads = kernel.reads(fd);
-  ASSERT_EQ(tarvik_msg_writev_idl(c, static_cast<uint32_t>(iov.size()), iov.data(), nullptr), 0);
-  EXPECT_EQ(kernel.writes(fd) - writes, 1u);
-  EXPECT_EQ(kernel.reads(fd) - reads, 1u) << "the three replies come in one block";
-  EXPECT_EQ(seq_of_reply(iov[0]), 100u);
-  EXPECT_EQ(seq_of_reply(iov[2]), 102u);
-  EXPECT_EQ(seq_of_reply(iov[3]), 103u);
-  EXPECT_EQ(iov[1].reply, nullptr);
-  for (const auto &e : iov) EXPECT_EQ(e.write_err + e.read_err, 0);
-  release_replies(iov);
+// Vectors without faults: how many writes and reads each takes, and every entry expecting a
+// reply gets its own while the others stay null.
+TEST_F(BulkTest, BatchesFollowTheSendBufferAndEveryReplyIsMatched) {
+  const uint32_t frame = frame_size();
+  const uint32_t kSock = TLK_DEFAULT_SOCKBUF;  // what bulk mode gave the send buffer
+  const auto none = [](uint32_t n) { return std::vector<bool>(n, false); };
+  const struct {
+    const char *name;
+    uint32_t buffer;
+    std::vector<bool> replies;
+    int64_t writes, reads;  // -1: unchecked
+  } cases[] = {
+      {"fits: one write, the three replies in one block",
+       kSock,
+       {true, false, true, true, false},
+       1,
+       1},
+      {"nothing expects a reply: no read", kSock, none(20), 1, 0},
+      {"three batches of four", 4 * frame, none(12), 3, 0},
+      {"the second frame fills the buffer exactly and stays", 2 * frame, none(3), 2, 0},
+      {"one byte to spare", 2 * frame + 1, none(3), 2, 0},
+      {"one byte short: one frame per batch", 2 * frame - 1, none(3), 3, 0},
+      // The entry that opens each batch expects no reply: one that did would leave its mark in
+      // the batch before, which would then wait for a reply that never comes.
+      {"replies of several batches",
+       3 * frame,
+       {false, true, true, false, true, true, false, true, true},
+       3,
+       -1},
+      // Thousands of replies: the kernel packs them into blocks of up to the receive size, which
+      // this host may or may not let one datagram carry; either way every reply reaches its
+      // entry.
+      {"a full send buffer", kSock, std::vector<bool>(kSock / frame, true), 1, -1},
+  };
+  for (const auto &k : cases) {
+    SCOPED_TRACE(k.name);
+    ASSERT_EQ(tarvik_set_bulk_buffer(c, k.buffer), 0);
+    auto iov = vector_of(k.replies);
+    const uint32_t n = static_cast<uint32_t>(iov.size());
+    const uint64_t writes = kernel.writes(fd), reads = kernel.reads(fd);
+    const uint64_t taken = kernel.requests(fd);
+    ASSERT_EQ(tarvik_msg_writev_idl(c, n, iov.data(), nullptr), 0);
+    EXPECT_EQ(kernel.writes(fd) - writes, static_cast<uint64_t>(k.writes));
+    if (k.reads >= 0) {
+      EXPECT_EQ(kernel.reads(fd) - reads, static_cast<uint64_t>(k.reads));
+    }
+    EXPECT_EQ(kernel.requests(fd) - taken, n);
+    for (uint32_t i = 0; i < n; ++i) {
+      SCOPED_TRACE(i);
+      if (k.replies[i]) {
+        ASSERT_FALSE(waiting(iov[i]));
+        ASSERT_EQ(seq_of_reply(iov[i]), 100 + i);
+      } else {
+        EXPECT_EQ(iov[i].reply, nullptr);
+      }
+      EXPECT_EQ(iov[i].write_err + iov[i].read_err, 0);
+    }
+    release_replies(iov);
+  }
 }
 
 TEST_F(BulkTest, MasksChooseTlvPerEntryAndReceiveTheRepliesMasks) {
@@ -167,138 +211,53 @@ TEST_F(BulkTest, MasksChooseTlvPerEntryAndReceiveTheRepliesMasks) {
   release_replies(iov);
 }
 
-TEST_F(BulkTest, NothingExpectingAReplyMeansNoRead) {
-  auto iov = vector_of(std::vector<bool>(20, false));
-  const uint64_t reads = kernel.reads(fd), taken = kernel.requests(fd);
-  ASSERT_EQ(tarvik_msg_writev_idl(c, 20, iov.data(), nullptr), 0);
-  EXPECT_EQ(kernel.reads(fd), reads);
-  EXPECT_EQ(kernel.requests(fd) - taken, 20u);
-}
-
-TEST_F(BulkTest, BatchesFollowTheSendBufferAndAnExactFitStaysInItsBatch) {
-  const uint32_t frame = frame_size();
-  struct Case {
-    uint32_t buffer;
-    uint32_t entries;
-    uint64_t writes;
-  };
-  const Case cases[] = {
-      {4 * frame, 12, 3},  // three batches of four
-      {2 * frame, 3, 2},   // the second frame fills the buffer exactly and stays
-      {2 * frame + 1, 3, 2},
-      {2 * frame - 1, 3, 3},  // one byte short: one frame per batch
-  };
-  for (const Case &k : cases) {
-    ASSERT_EQ(tarvik_set_bulk_buffer(c, k.buffer), 0);
-    auto iov = vector_of(std::vector<bool>(k.entries, false));
-    const uint64_t writes = kernel.writes(fd), taken = kernel.requests(fd);
-    ASSERT_EQ(tarvik_msg_writev_idl(c, k.entries, iov.data(), nullptr), 0);
-    EXPECT_EQ(kernel.writes(fd) - writes, k.writes) << "buffer " << k.buffer;
-    EXPECT_EQ(kernel.requests(fd) - taken, k.entries) << "buffer " << k.buffer;
-  }
-}
-
-TEST_F(BulkTest, RepliesOfSeveralBatchesAreMatchedInOrder) {
-  ASSERT_EQ(tarvik_set_bulk_buffer(c, 3 * frame_size()), 0);
-  std::vector<bool> pattern;
-  // The entry that opens each batch expects no reply: one that did would leave its mark in the
-  // batch before, which would then wait for a reply that never comes.
-  for (int i = 0; i < 9; ++i) pattern.push_back(i % 3 != 0);
-  auto iov = vector_of(pattern);
-  ASSERT_EQ(tarvik_msg_writev_idl(c, 9, iov.data(), nullptr), 0);
-  for (uint32_t i = 0; i < 9; ++i) {
-    if (pattern[i]) {
-      ASSERT_FALSE(waiting(iov[i])) << i;
-      EXPECT_EQ(seq_of_reply(iov[i]), 100 + i);
-    }
-  }
-  release_replies(iov);
-}
-
-// Thousands of replies: the kernel packs them into blocks of up to the receive size, which this
-// host may or may not let one datagram carry; either way every reply reaches its entry.
-TEST_F(BulkTest, AFullSendBufferOfRequestsGetsEveryReply) {
-  const uint32_t n = c->wbuf_sz / frame_size();
-  auto iov = vector_of(std::vector<bool>(n, true));
-  const uint64_t writes = kernel.writes(fd);
-  ASSERT_EQ(tarvik_msg_writev_idl(c, n, iov.data(), nullptr), 0);
-  EXPECT_EQ(kernel.writes(fd) - writes, 1u);
-  for (uint32_t i = 0; i < n; ++i) {
-    ASSERT_FALSE(waiting(iov[i])) << i;
-    ASSERT_EQ(seq_of_reply(iov[i]), 100 + i);
-  }
-  EXPECT_GE(kernel.reply_blocks(fd), 1u);
-  release_replies(iov);
-}
-
 // Faults of the kernel and the socket in the middle of a vector, and what each entry holds after
-// the call: its own reply, still the waiting mark, or no reply as none was asked.
-enum State { kReplied, kWaiting, kNone };
+// the call: its own reply (R), still the waiting mark (W), or no reply as none was asked (-).
+// One entry, `at`, carries an error.
 constexpr int kNonZero = -1;
-struct Entry {
-  State state;
-  int write_err = 0;  // kNonZero: any error
-  int read_err = 0;
-};
 struct Fault {
   const char *name;
   void (*inject)(tarsim::Kernel &, uint32_t frame_size);
-  std::vector<Entry> entries;
+  const char *states;
+  uint32_t at;
+  int write_err;  // kNonZero: any error
+  int read_err;
   bool no_read;      // the call must not read at all
   const char *line;  // a diagnostic it must give ({frame} is the frame size), or nullptr
 };
 
+using K = tarsim::Kernel;
 const Fault kFaults[] = {
     // Option 25 gave error 0: the write's errno stands.  Entries after the failure are untouched.
-    {"KernelTakesThreeOfSix",
-     [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_stop(3, ENOBUFS, false); },
-     {{kReplied}, {kReplied}, {kReplied}, {kWaiting, ENOBUFS}, {kWaiting}, {kWaiting}},
-     false,
-     nullptr},
+    {"KernelTakesThreeOfSix", [](K &k, uint32_t) { k.inject_bulk_stop(3, ENOBUFS, false); },
+     "RRRWWW", 3, ENOBUFS, 0, false, nullptr},
     // The kernel's own error wins.
-    {"KernelRefusesTheSecond",
-     [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_stop(1, EEXIST); },
-     {{kReplied}, {kWaiting, EEXIST}, {kWaiting}},
-     false,
-     nullptr},
-    {"KernelTakesNothing",
-     [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_stop(0, EPERM); },
-     {{kWaiting, EPERM}, {kWaiting}, {kWaiting}},
-     true,
-     nullptr},
+    {"KernelRefusesTheSecond", [](K &k, uint32_t) { k.inject_bulk_stop(1, EEXIST); }, "RWW", 1,
+     EEXIST, 0, false, nullptr},
+    {"KernelTakesNothing", [](K &k, uint32_t) { k.inject_bulk_stop(0, EPERM); }, "WWW", 0, EPERM, 0,
+     true, nullptr},
     // A short write of one message leaves errno 0: the entry gets 22.
-    {"ShortWriteOfOne",
-     [](tarsim::Kernel &k, uint32_t) { k.inject_short_write(5); },
-     {{kWaiting, EINVAL}},
-     false,
+    {"ShortWriteOfOne", [](K &k, uint32_t) { k.inject_short_write(5); }, "W", 0, EINVAL, 0, false,
      "tarvik_set_iov_err: errno is 0 when non-zero is expected!\n"},
     // The first message and a torn piece: the kernel says how far it came.
-    {"ShortWriteOfABatch",
-     [](tarsim::Kernel &k, uint32_t frame) { k.inject_short_write(frame + 3); },
-     {{kReplied}, {kWaiting, kNonZero}, {kWaiting}},
-     false,
-     nullptr},
+    {"ShortWriteOfABatch", [](K &k, uint32_t frame) { k.inject_short_write(frame + 3); }, "RWW", 1,
+     kNonZero, 0, false, nullptr},
     // A reply too many marks the first entry of the block.
-    {"OneReplyTooMany",
-     [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_reply_extra(); },
-     {{kReplied, 0, EINVAL}, {kNone}, {kReplied}},
+    {"OneReplyTooMany", [](K &k, uint32_t) { k.inject_bulk_reply_extra(); }, "R-R", 0, 0, EINVAL,
      false,
      "tarvik: ERROR tarvik_read_and_decode_bulk_iov: {frame} bytes to read and 2 of 2 msgs were "
-     "read while "
-     "end of iov(0-2)\n"},
-    {"AReplyMissing",
-     [](tarsim::Kernel &k, uint32_t) { k.inject_bulk_reply_missing(); },
-     {{kReplied}, {kReplied}, {kWaiting, 0, EAGAIN}},
-     false,
-     "tarvik_read_and_decode_bulk_iov: read error, return failure on msg 2\n"},
+     "read while end of iov(0-2)\n"},
+    {"AReplyMissing", [](K &k, uint32_t) { k.inject_bulk_reply_missing(); }, "RRW", 2, 0, EAGAIN,
+     false, "tarvik_read_and_decode_bulk_iov: read error, return failure on msg 2\n"},
 };
 
 class BulkFaultTest : public BulkTest, public ::testing::WithParamInterface<Fault> {};
 
 TEST_P(BulkFaultTest, EachEntryShowsWhatBecameOfIt) {
   const Fault &f = GetParam();
+  const std::string states = f.states;
   std::vector<bool> replies;
-  for (const Entry &e : f.entries) replies.push_back(e.state != kNone);
+  for (char st : states) replies.push_back(st != '-');
   auto iov = vector_of(replies);
   const uint32_t frame = frame_size();
   f.inject(kernel, frame);
@@ -310,25 +269,19 @@ TEST_P(BulkFaultTest, EachEntryShowsWhatBecameOfIt) {
   }
   for (uint32_t i = 0; i < iov.size(); ++i) {
     SCOPED_TRACE(i);
-    const Entry &want = f.entries[i];
-    switch (want.state) {
-      case kReplied:
-        ASSERT_FALSE(waiting(iov[i]));
-        EXPECT_EQ(seq_of_reply(iov[i]), 100 + i);
-        break;
-      case kWaiting:
-        EXPECT_TRUE(waiting(iov[i]));
-        break;
-      case kNone:
-        EXPECT_EQ(iov[i].reply, nullptr);
-        break;
+    if (states[i] == 'R') {
+      ASSERT_FALSE(waiting(iov[i]));
+      EXPECT_EQ(seq_of_reply(iov[i]), 100 + i);
+    } else {
+      EXPECT_EQ(waiting(iov[i]), states[i] == 'W');
+      EXPECT_EQ(iov[i].reply != nullptr, states[i] == 'W');
     }
-    if (want.write_err == kNonZero) {
+    if (i == f.at && f.write_err == kNonZero) {
       EXPECT_NE(iov[i].write_err, 0);
     } else {
-      EXPECT_EQ(iov[i].write_err, want.write_err);
+      EXPECT_EQ(iov[i].write_err, i == f.at ? f.write_err : 0);
     }
-    EXPECT_EQ(iov[i].read_err, want.read_err);
+    EXPECT_EQ(iov[i].read_err, i == f.at ? f.read_err : 0);
   }
   if (f.line != nullptr) {
     std::string line = f.line;
@@ -341,12 +294,6 @@ TEST_P(BulkFaultTest, EachEntryShowsWhatBecameOfIt) {
 
 INSTANTIATE_TEST_SUITE_P(Faults, BulkFaultTest, ::testing::ValuesIn(kFaults),
                          [](const auto &p) { return std::string(p.param.name); });
-
-TEST_F(BulkTest, TheBulkPathNeedsItsBuffers) {
-  tarvik_msg_iov_t one{};
-  EXPECT_EQ(tarvik_msg_writev_idl(c, 0, &one, nullptr), 0);
-  EXPECT_TRUE(log.contains("tarvik_msg_writev_idl: Invalid input from caller: 0 entries"));
-}
 
 // A batch closed by an entry that expects a reply counts that reply too: after the batch's own
 // replies it reads on and on.  Only the process's end stops it; here the client's callback ends

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <syslog.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
 
@@ -119,7 +120,7 @@ TEST(MemAccounting, LockFunctionsWrapEveryCounterChange) {
   tarvik_mem_rec_enable(nullptr, nullptr);
 }
 
-TEST(MemHelpers, MessageBlocksAndDecoderAllocator) {
+TEST(MemHelpers, MessageBlocksDecoderAndItableAllocators) {
   enable();
   tarvik_cookie *c = tarvik_cookie_create();
   ASSERT_NE(c, nullptr);
@@ -127,9 +128,7 @@ TEST(MemHelpers, MessageBlocksAndDecoderAllocator) {
   auto *m = static_cast<uint8_t *>(tarvik_msg_malloc(c));
   ASSERT_NE(m, nullptr);
   EXPECT_EQ(entry(75).outstanding, msgs + 1);
-  bool zero = true;
-  for (size_t i = 0; i < TLK_MSG_BUF_SIZE; ++i) zero &= (m[i] == 0);
-  EXPECT_TRUE(zero);
+  EXPECT_EQ(std::count(m, m + TLK_MSG_BUF_SIZE, 0), TLK_MSG_BUF_SIZE) << "a zeroed block";
   tarvik_msg_free(c, m);
   tarvik_msg_free(nullptr, m);  // must not free twice
   tarvik_msg_free(c, nullptr);
@@ -141,10 +140,8 @@ TEST(MemHelpers, MessageBlocksAndDecoderAllocator) {
   tarvik_free_cb(d);
   EXPECT_EQ(entry(58).outstanding, decode);
   tarvik_cookie_destroy(c);
-}
 
-TEST(MemHelpers, ItableAllocatorsAcceptTheirRange) {
-  enable();
+  // The interface-table allocators take identifiers 62 to 65.
   for (uint16_t id :
        {uint16_t{62}, memid_tarvik_itable_borrower, memid_tarvik_itable_donor, uint16_t{65}}) {
     const int32_t before = entry(id).outstanding;
@@ -157,7 +154,7 @@ TEST(MemHelpers, ItableAllocatorsAcceptTheirRange) {
   EXPECT_EQ(memid_tarvik_itable_donor, 64);
 }
 
-TEST(MemDeathTest, ItableAllocatorsStopOutsideTheirRange) {
+TEST(MemDeathTest, BadIdentifiersAndADamagedRootStop) {
   const uint16_t below = 61, above = 66;
   const char *words =
       "Assertion failed: "
@@ -169,9 +166,7 @@ TEST(MemDeathTest, ItableAllocatorsStopOutsideTheirRange) {
   EXPECT_DEATH(tarvik_free_itable(&above, nullptr),
                std::string(words) +
                    ", function tarvik_free_itable, file lib/libtarlink/tarvik_mem, line 196");
-}
-
-TEST(MemDeathTest, WrongIdentifierOrDamagedRootStops) {
+  // An identifier beyond the table, or a damaged root, stops the process too.
   enable();
   EXPECT_DEATH(tarvik_malloc(76, 1),
                "\\(tarvik_mem_record.submod_max > memid\\), function tarvik_mem_rec, file "
@@ -234,20 +229,10 @@ TEST(DiagnosticsDeathTest, LevelFourEndsTheProcessWithStatusOne) {
   EXPECT_EXIT(tarvik_err(nullptr, TLK_LEVEL_FATAL, "bye"), ::testing::ExitedWithCode(1), "");
 }
 
-TEST(Diagnostics, SilencedSessionFormatsNothingAndKeepsErrno) {
+// Through a session's callback: errno survives it, and lines are cut at 255 characters; a
+// silenced session formats nothing, not even at level 4, and keeps errno.
+TEST(Diagnostics, SessionCallbackAndSilence) {
   OsCapture os;
-  tarvik_cookie *c = tarvik_cookie_create();
-  ASSERT_EQ(tarvik_lib_error_register(c, nullptr, nullptr), 0);
-  errno = ENOSPC;
-  // Level 4 with the default would end the process: nothing may even be formatted.
-  tarvik_err(c, TLK_LEVEL_FATAL, "%s", "never formatted");
-  EXPECT_EQ(errno, ENOSPC);
-  EXPECT_TRUE(os.syslog.empty());
-  EXPECT_TRUE(os.exits.empty());
-  tarvik_cookie_destroy(c);
-}
-
-TEST(Diagnostics, ErrnoSurvivesTheCallback) {
   ErrLog log;
   tarvik_cookie *c = tarvik_cookie_create();
   tarvik_lib_error_register(c, &log, [](tarvik_cookie *, void *arg, int level, const char *text) {
@@ -255,21 +240,19 @@ TEST(Diagnostics, ErrnoSurvivesTheCallback) {
     ErrLog::callback(nullptr, arg, level, text);
   });
   errno = ETIMEDOUT;
-  tarvik_err(c, TLK_LEVEL_INFO, "x");
+  tarvik_err(c, TLK_LEVEL_WARNING, "%s", std::string(300, 'x').c_str());
   EXPECT_EQ(errno, ETIMEDOUT);
-  ASSERT_EQ(log.lines.size(), 1u);
-  tarvik_cookie_destroy(c);
-}
-
-TEST(Diagnostics, LongLinesAreCutAt255Characters) {
-  ErrLog log;
-  tarvik_cookie *c = tarvik_cookie_create();
-  tarvik_lib_error_register(c, &log, ErrLog::callback);
-  const std::string body(300, 'x');
-  tarvik_err(c, TLK_LEVEL_WARNING, "%s", body.c_str());
   ASSERT_EQ(log.lines.size(), 1u);
   EXPECT_EQ(log.lines[0].text.size(), 255u);
   EXPECT_EQ(log.lines[0].text, "tarvik: WARNING " + std::string(255 - 16, 'x'));
+
+  ASSERT_EQ(tarvik_lib_error_register(c, nullptr, nullptr), 0);
+  errno = ENOSPC;
+  tarvik_err(c, TLK_LEVEL_FATAL, "%s", "never formatted");
+  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_EQ(log.lines.size(), 1u);
+  EXPECT_TRUE(os.syslog.empty());
+  EXPECT_TRUE(os.exits.empty());
   tarvik_cookie_destroy(c);
 }
 

@@ -209,36 +209,17 @@ TEST_F(SessionTest, ConnectingAConnectedCookieFreesItButLeavesTheSocket) {
   expect_abandoned(MEMID_TARVIK_MSG, 1);
 }
 
-TEST_F(SessionTest, NullCookieConnectFailsQuietly) {
-  EXPECT_EQ(tarvik_set_defaults(nullptr, 1), nullptr);
-  EXPECT_TRUE(os.syslog.empty());
-}
-
 TEST_F(SessionTest, SocketBufferFailureDestroysWholeSession) {
   kernel.fail_option(SOL_SOCKET, SO_RCVBUF, ENOBUFS);
   EXPECT_EQ(tarvik_open_set_liberr(1, &log, ErrLog::callback), nullptr);
   EXPECT_TRUE(kernel.sessions().empty()) << "unlike the common exit, everything is released";
 }
 
-TEST_F(SessionTest, HostWithoutRoutingSocketFailsAtSocketStep) {
-  // Without the simulator, Linux has no routing socket family: the connect path's first exit.
-  const tlk_platform sim = *tlk_platform_get();
-  tlk_platform host = *tlk_platform_host();
-  host.syslog = sim.syslog;
-  host.exit = sim.exit;
-  tlk_platform_set(&host);
-  tarvik_cookie *c = tarvik_open_set_liberr(1, &log, ErrLog::callback);
-  tlk_platform_set(&sim);
-  EXPECT_EQ(c, nullptr);
-  ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_TRUE(log.contains("tarvik_connect(): Failed to open a new routing socket with errno "));
-  expect_abandoned(MEMID_TARVIK_READ_BUFFER, 1);
-}
-
 // The tests below work on one open session, `c`.
 using OpenSessionTest = OneSessionTest;
 
-TEST_F(OpenSessionTest, SetBuffersRefusesSizesBelowOneWithDistinctWords) {
+// Buffer sizes below one are refused with words of their own.
+TEST_F(OpenSessionTest, BufferSenderAndRouterOptions) {
   const int fd = tarvik_getsockfd(c);
   EXPECT_EQ(tarvik_set_buffers(c, 0, 100), EINVAL);
   EXPECT_EQ(tarvik_set_buffers(c, 100, 0), EINVAL);
@@ -250,9 +231,9 @@ TEST_F(OpenSessionTest, SetBuffersRefusesSizesBelowOneWithDistinctWords) {
   EXPECT_EQ(tarvik_set_buffers(c, 4096, 8192), 0);
   EXPECT_EQ(kernel.option_u32(fd, SOL_SOCKET, SO_SNDBUF), 4096u);
   EXPECT_EQ(kernel.option_u32(fd, SOL_SOCKET, SO_RCVBUF), 8192u);
-}
 
-TEST_F(OpenSessionTest, SenderAndLogicalRouterRefusalsSpeakOfSenderId) {
+  // Both the sender and the logical router refusals speak of the sender id.
+  log.lines.clear();
   kernel.fail_option(TLK_SOL_ROUTE, TLK_SO_LR_ID, ENOPROTOOPT);
   kernel.fail_option(TLK_SOL_ROUTE, TLK_SO_SENDER_ID, ENOPROTOOPT);
   EXPECT_EQ(tarvik_set_lr_id(c, 0x12345), 0);
@@ -264,37 +245,33 @@ TEST_F(OpenSessionTest, SenderAndLogicalRouterRefusalsSpeakOfSenderId) {
   EXPECT_EQ(log.lines[1].text, words);
   kernel.clear_faults();
   EXPECT_EQ(tarvik_set_lr_id(c, 0x12345), 0);
-  EXPECT_EQ(kernel.option(tarvik_getsockfd(c), TLK_SOL_ROUTE, TLK_SO_LR_ID), (Bytes{0x45, 0x23}));
+  EXPECT_EQ(kernel.option(fd, TLK_SOL_ROUTE, TLK_SO_LR_ID), (Bytes{0x45, 0x23}));
 }
 
-struct ModeSetter {
-  const char *name;
-  int (*set)(tarvik_cookie *, uint32_t);
-  int option;
-  const char *words;
-};
-
-class ModeTest : public OneSessionTest, public ::testing::WithParamInterface<ModeSetter> {};
-
-TEST_P(ModeTest, PassesValueOrFailsWithMinusOne) {
-  const ModeSetter &m = GetParam();
-  EXPECT_EQ(m.set(c, 0xA5A5), 0);
-  EXPECT_EQ(kernel.option_u32(tarvik_getsockfd(c), TLK_SOL_ROUTE, m.option), 0xA5A5u);
-  kernel.fail_option(TLK_SOL_ROUTE, m.option, EPERM);
-  EXPECT_EQ(m.set(c, 1), -1);
-  ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_EQ(log.lines[0].level, TLK_LEVEL_ERROR);
-  EXPECT_EQ(log.lines[0].text, std::string("tarvik: ERROR ") + m.words + strerror(EPERM));
+// The three mode setters pass their value to the kernel, or fail with -1 and their own words.
+TEST_F(OpenSessionTest, ModeSettersPassTheValueOrFailWithMinusOne) {
+  const struct {
+    int (*set)(tarvik_cookie *, uint32_t);
+    int option;
+    const char *words;
+  } setters[] = {
+      {tarvik_setup_master_mode, 11, "failed to set master mode "},
+      {tarvik_setup_slave_mode, 8, "failed to set slave mode "},
+      {tarvik_setup_local_slave_mode, 16, "failed to set local slave mode "},
+  };
+  for (const auto &m : setters) {
+    SCOPED_TRACE(m.words);
+    log.lines.clear();
+    kernel.clear_faults();
+    EXPECT_EQ(m.set(c, 0xA5A5), 0);
+    EXPECT_EQ(kernel.option_u32(tarvik_getsockfd(c), TLK_SOL_ROUTE, m.option), 0xA5A5u);
+    kernel.fail_option(TLK_SOL_ROUTE, m.option, EPERM);
+    EXPECT_EQ(m.set(c, 1), -1);
+    ASSERT_EQ(log.lines.size(), 1u);
+    EXPECT_EQ(log.lines[0].level, TLK_LEVEL_ERROR);
+    EXPECT_EQ(log.lines[0].text, std::string("tarvik: ERROR ") + m.words + strerror(EPERM));
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Modes, ModeTest,
-                         ::testing::Values(ModeSetter{"master", tarvik_setup_master_mode, 11,
-                                                      "failed to set master mode "},
-                                           ModeSetter{"slave", tarvik_setup_slave_mode, 8,
-                                                      "failed to set slave mode "},
-                                           ModeSetter{"local_slave", tarvik_setup_local_slave_mode,
-                                                      16, "failed to set local slave mode "}),
-                         [](const auto &p) { return std::string(p.param.name); });
 
 TEST_F(OpenSessionTest, SetsockoptPassesThroughAtKernelLevel) {
   const uint32_t masks[2] = {0x10, 0x200000};

@@ -28,7 +28,8 @@ tlk_hdr sample_hdr() {
 const Bytes kHdrBytes = cat({le32(0x11223344), Bytes{'c', 102, 1, 16}, le32(64), le32(7),
                              le32(0x99), le16(0x0102), Bytes{0xA1, 0xA2}, le32(0)});
 
-TEST(IdrExample, HeaderIs28Bytes) {
+// The worked examples: the 28-byte header, a small record and a prefix.
+TEST(IdrExample, HeaderRpfInfoAndPrefix) {
   tlk_hdr h = sample_hdr();
   Bytes b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_tlk_hdr_0(&h, p, n); });
   EXPECT_EQ(b, kHdrBytes);
@@ -37,6 +38,16 @@ TEST(IdrExample, HeaderIs28Bytes) {
   base.tlkb_hdr = h;
   EXPECT_EQ(encode([&](uint8_t *p, uint32_t n) { return idr_encode_tlk_base_0(&base, p, n); }),
             kHdrBytes);
+  rtb_rpf_info r{0xA, 0xB, 0x01020304};
+  EXPECT_EQ(encode([&](uint8_t *p, uint32_t n) { return idr_encode_rtb_rpf_info_0(&r, p, n); }),
+            (Bytes{0xA, 0xB, 0, 0, 4, 3, 2, 1}));
+  uint8_t bytes[3] = {10, 20, 30};
+  prefix p{};
+  p.plen = 24;
+  p.prefix = bytes;
+  p.prefix_len = 3;
+  b = encode([&](uint8_t *o, uint32_t n) { return idr_encode_prefix_0(&p, o, n); });
+  EXPECT_EQ(b, (Bytes{24, 0, 0, 0, 3, 0, 0, 0, 10, 20, 30, 0}));
 }
 
 TEST(IdrDecode, HeaderLengthsAndAttachments) {
@@ -59,36 +70,8 @@ TEST(IdrDecode, HeaderLengthsAndAttachments) {
   EXPECT_EQ(heap.live(), 0u);
 }
 
-TEST(IdrExample, RpfInfoAndPrefix) {
-  rtb_rpf_info r{0xA, 0xB, 0x01020304};
-  EXPECT_EQ(encode([&](uint8_t *p, uint32_t n) { return idr_encode_rtb_rpf_info_0(&r, p, n); }),
-            (Bytes{0xA, 0xB, 0, 0, 4, 3, 2, 1}));
-  uint8_t bytes[3] = {10, 20, 30};
-  prefix p{};
-  p.plen = 24;
-  p.prefix = bytes;
-  p.prefix_len = 3;
-  Bytes b = encode([&](uint8_t *o, uint32_t n) { return idr_encode_prefix_0(&p, o, n); });
-  EXPECT_EQ(b, (Bytes{24, 0, 0, 0, 3, 0, 0, 0, 10, 20, 30, 0}));
-}
-
-TEST(IdrBlob, EmptyBlobAndAByteBehindIt) {
-  t_blob_u8 r{};
-  r.after = 0x42;
-  Bytes b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_t_blob_u8_0(&r, p, n); });
-  EXPECT_EQ(b, (Bytes{0, 0, 0, 0, 0x42, 0, 0, 0}));
-  t_blob_u8 back{};
-  ASSERT_EQ(idr_decode_t_blob_u8_0(&back, b.data(), len32(b), nullptr, nullptr), 8);
-  EXPECT_EQ(back.b, nullptr);
-  EXPECT_EQ(back.after, 0x42);
-  uint8_t data[3] = {1, 2, 3};
-  r.b = data;
-  r.b_len = 3;
-  b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_t_blob_u8_0(&r, p, n); });
-  EXPECT_EQ(b, (Bytes{3, 0, 0, 0, 1, 2, 3, 0x42}));
-}
-
-TEST(IdrLayout, MarkerPadsThreeBytesBeforeItsU64) {
+// The marker pads three bytes before its u64, not seven; small records pad to four.
+TEST(IdrLayout, Pads) {
   tlk_marker_msg m{};
   m.tlkmk_kind = 0x77;
   m.tlkmk_stamp = 0x1122334455667788ull;
@@ -97,11 +80,10 @@ TEST(IdrLayout, MarkerPadsThreeBytesBeforeItsU64) {
   EXPECT_EQ(b[44], 0x77);
   EXPECT_EQ(Bytes(b.begin() + 45, b.begin() + 48), (Bytes{0, 0, 0}));
   EXPECT_EQ(Bytes(b.begin() + 48, b.end()), le64(0x1122334455667788ull));
-}
 
-TEST(IdrLayout, SmallRecordsPadToFour) {
+  // Small records pad to four.
   rtb_seq s{0x1234};
-  Bytes b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_rtb_seq_0(&s, p, n); });
+  b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_rtb_seq_0(&s, p, n); });
   EXPECT_EQ(b, (Bytes{0x34, 0x12, 0, 0}));
   rtb_seq back{};
   EXPECT_EQ(idr_decode_rtb_seq_0(&back, b.data(), 2), -1);  // the tail pad is required
@@ -110,17 +92,21 @@ TEST(IdrLayout, SmallRecordsPadToFour) {
   Bytes out = {0xA5, 0xA5, 0xA5, 0xA5};
   EXPECT_EQ(idr_encode_t_byte_0(&one, out.data(), 3), 4u);
   EXPECT_EQ(out, (Bytes{0x9C, 0xA5, 0xA5, 0xA5}));
-}
 
-TEST(IdrList, ZeroCountStillWritesItsWord) {
-  t_all r{};
-  Bytes b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_t_all_0(&r, p, n); });
-  t_all back{};
-  ASSERT_EQ(idr_decode_t_all_0(&back, b.data(), len32(b), nullptr, nullptr),
-            static_cast<int32_t>(b.size()));
-  EXPECT_EQ(back.plist, nullptr);
-  // Every counted field has its word, so the empty record is still a fixed size.
-  EXPECT_GT(b.size(), 60u);
+  // An empty blob: its length word alone, and a u8 behind any blob follows without pad.
+  t_blob_u8 r{};
+  r.after = 0x42;
+  b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_t_blob_u8_0(&r, p, n); });
+  EXPECT_EQ(b, (Bytes{0, 0, 0, 0, 0x42, 0, 0, 0}));
+  t_blob_u8 bb{};
+  ASSERT_EQ(idr_decode_t_blob_u8_0(&bb, b.data(), len32(b), nullptr, nullptr), 8);
+  EXPECT_EQ(bb.b, nullptr);
+  EXPECT_EQ(bb.after, 0x42);
+  uint8_t data[3] = {1, 2, 3};
+  r.b = data;
+  r.b_len = 3;
+  b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_t_blob_u8_0(&r, p, n); });
+  EXPECT_EQ(b, (Bytes{3, 0, 0, 0, 1, 2, 3, 0x42}));
 }
 
 TEST(IdrDecode, AllocationComesBeforeTheBoundsCheck) {
@@ -136,7 +122,8 @@ TEST(IdrDecode, AllocationComesBeforeTheBoundsCheck) {
   EXPECT_EQ(idr_decode_t_blob_u8_0(&r, b.data(), len32(b), nullptr, nullptr), -2);
 }
 
-TEST(IdrForm, NetworkRecordsSwapNumbers) {
+// Network records swap their numbers; address families are not mapped.
+TEST(IdrForm, NumbersAndFamilies) {
   t_all_net r{};
   uint8_t d[2] = {0xAB, 0xCD};
   r.c = 0x01020304;
@@ -145,16 +132,24 @@ TEST(IdrForm, NetworkRecordsSwapNumbers) {
   Bytes b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_t_all_net_0(&r, p, n); });
   // a (1), pad, b (2), c (4) at offset 4.
   EXPECT_EQ(Bytes(b.begin() + 4, b.begin() + 8), (Bytes{1, 2, 3, 4}));
-}
 
-TEST(IdrForm, AddressFamilyTravelsUnmapped) {
-  t_all r{};
-  r.fam = 22;
-  Bytes b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_t_all_0(&r, p, n); });
+  // Address families travel unmapped.
+  t_all f{};
+  f.fam = 22;
+  b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_t_all_0(&f, p, n); });
   t_all back{};
   Heap heap;
   ASSERT_GT(idr_decode_t_all_0(&back, b.data(), len32(b), Heap::alloc, &heap), 0);
   EXPECT_EQ(back.fam, 22);
+
+  // A list of none still writes its count word: the empty record keeps its fixed size.
+  t_all e{};
+  b = encode([&](uint8_t *p, uint32_t n) { return idr_encode_t_all_0(&e, p, n); });
+  t_all none{};
+  ASSERT_EQ(idr_decode_t_all_0(&none, b.data(), len32(b), nullptr, nullptr),
+            static_cast<int32_t>(b.size()));
+  EXPECT_EQ(none.plist, nullptr);
+  EXPECT_GT(b.size(), 60u);
 }
 
 TEST(IdrFrame, MarkerIsTheIdrMagic) {

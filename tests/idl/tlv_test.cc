@@ -9,21 +9,19 @@
 namespace codec_test {
 namespace {
 
-TEST(TlvExample, RtbSeqHostForm) {
+TEST(TlvExample, HostAndNetworkForms) {
   rtb_seq r{};
   r.rtbs_seq = 0x1234;
   Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_rtb_seq_0(&r, nullptr, p, n); });
   EXPECT_EQ(b, (Bytes{1, 0, 0, 0, 2, 0, 0, 0, 0x34, 0x12, 0, 0}));
-}
-
-TEST(TlvExample, AccCntlNetworkForm) {
-  acc_cntl_msg_ifl_status r{};
-  r.acis_ifl_index = 0x01020304;
-  r.acis_status = 5;
-  r.acis_admin = 6;
-  r.acis_oper = 7;
-  Bytes b = encode([&](uint8_t *p, uint32_t n) {
-    return tlv_encode_acc_cntl_msg_ifl_status_0(&r, nullptr, p, n);
+  // The network form: big-endian tags and lengths.
+  acc_cntl_msg_ifl_status a{};
+  a.acis_ifl_index = 0x01020304;
+  a.acis_status = 5;
+  a.acis_admin = 6;
+  a.acis_oper = 7;
+  b = encode([&](uint8_t *p, uint32_t n) {
+    return tlv_encode_acc_cntl_msg_ifl_status_0(&a, nullptr, p, n);
   });
   EXPECT_EQ(b, (Bytes{0, 1, 0, 4, 1, 2, 3, 4, 0, 2, 0, 1, 5, 0, 0, 0,
                       0, 3, 0, 1, 6, 0, 0, 0, 0, 4, 0, 1, 7, 0, 0, 0}));
@@ -96,6 +94,10 @@ TEST(TlvDecode, RulesOnASmallRecord) {
       {"u32 in 3 bytes", host_item(3, {1, 2, 3}), false, -1, 0, 0, 0, 0},
       {"u32 in 8 bytes", host_item(3, {1, 2, 3, 4, 5, 6, 7, 8}), false, 16, 0, 0, 0x04030201, 0},
       {"u8 in 0 bytes", host_item(1, {}), false, -1, 0, 0, 0, 0},
+      // Trailing bytes shorter than an item head end the loop before them.
+      {"trailing bytes", cat({host_item(3, le32(7)), Bytes{1, 2, 3, 4, 5}}), true, 12, 0, 0, 7, 4},
+      // A last item without its pad decodes to its end, which is the input's.
+      {"last item without pad", host_item(1, {0xA}, false), true, 9, 0xA, 0, 0, 1},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
@@ -116,24 +118,11 @@ TEST(TlvDecode, RulesOnASmallRecord) {
   }
 }
 
-TEST(TlvDecode, TrailingBytesShorterThanAHead) {
-  Bytes b = cat({host_item(1, le16(7)), Bytes{1, 2, 3, 4, 5}});
-  rtb_seq r{};
-  EXPECT_EQ(tlv_decode_rtb_seq_0(&r, nullptr, b.data(), len32(b)), 12);
-  EXPECT_EQ(r.rtbs_seq, 7);
-  // Nested, the same leftover is a length mismatch.
+TEST(TlvDecode, TrailingBytesInANestedRecordAreAMismatch) {
   Bytes nested = cat({host_item(1, cat({host_item(7, le32(9)), Bytes{0, 0, 0, 0}}))});
   tlk_base base{};
   EXPECT_EQ(tlv_decode_tlk_base_0(&base, nullptr, nested.data(), len32(nested), nullptr, nullptr),
             -1);
-}
-
-TEST(TlvDecode, LastItemWithoutPad) {
-  Bytes b = host_item(1, le16(0x4321), false);
-  ASSERT_EQ(b.size(), 10u);
-  rtb_seq r{};
-  EXPECT_EQ(tlv_decode_rtb_seq_0(&r, nullptr, b.data(), len32(b)), 10);
-  EXPECT_EQ(r.rtbs_seq, 0x4321);
 }
 
 TEST(TlvDecode, DuplicateBlobGarbledWithoutMapIgnoredWithMap) {
@@ -229,17 +218,16 @@ TEST(TlvEncode, NetworkLengthKeepsLow16Bits) {
   EXPECT_EQ((b[4 + 8 + 2] << 8) | b[4 + 8 + 3], 70000 & 0xFFFF);
 }
 
-TEST(TlvEncode, AllBitsClearIsEmpty) {
+TEST(TlvEncode, AllBitsClearIsEmptyAndAShortBufferStopsAtAnItem) {
   rtb_rpf_info r{1, 2, 3};
   rtb_rpf_info_tlvmap m{};
   EXPECT_EQ(tlv_encode_rtb_rpf_info_0(&r, &m, nullptr, 0), 0u);
   acc_cntl_msg_ifl_status a{};
   acc_cntl_msg_ifl_status_tlvmap am{};
   EXPECT_EQ(tlv_encode_acc_cntl_msg_ifl_status_0(&a, &am, nullptr, 0), 0u);
-}
 
-TEST(TlvEncode, OneByteShortLeavesTheLastItemUnwritten) {
-  rtb_rpf_info r{1, 2, 0x01020304};
+  // One byte short: the size still comes back, and the last item is left unwritten.
+  r.rtbr_index = 0x01020304;
   Bytes full =
       encode([&](uint8_t *p, uint32_t n) { return tlv_encode_rtb_rpf_info_0(&r, nullptr, p, n); });
   ASSERT_EQ(full.size(), 36u);
@@ -249,23 +237,18 @@ TEST(TlvEncode, OneByteShortLeavesTheLastItemUnwritten) {
   for (size_t i = 24; i < b.size(); ++i) EXPECT_EQ(b[i], 0xA5) << i;
 }
 
+// The codec applies the family maps both ways (the maps themselves have their own tables).
 TEST(TlvAddressFamily, MappedBothWays) {
   Heap heap;
   t_all r{};
-  r.fam = 22;  // no wire number: goes as 0, comes back as 0
+  r.fam = 37;
   t_all_tlvmap m{};
   m._w0 = 1u << 9;
   Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_all_0(&r, &m, p, n); });
-  EXPECT_EQ(b, host_item(10, {0}));
-  r.fam = 37;
-  b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_all_0(&r, &m, p, n); });
   EXPECT_EQ(b, host_item(10, {150}));
   t_all back{};
   ASSERT_GT(tlv_decode_t_all_0(&back, nullptr, b.data(), len32(b), Heap::alloc, &heap), 0);
   EXPECT_EQ(back.fam, 37);
-  Bytes zero = host_item(10, {0});
-  ASSERT_GT(tlv_decode_t_all_0(&back, nullptr, zero.data(), len32(zero), Heap::alloc, &heap), 0);
-  EXPECT_EQ(back.fam, 0);
 }
 
 TEST(TlvList, NullPointerEntriesSkippedTheirMapsSteppedOver) {
@@ -297,14 +280,13 @@ TEST(TlvList, NullPointerEntriesSkippedTheirMapsSteppedOver) {
   EXPECT_EQ(bm.pptrs[1]._w0, 0u);
   tlv_release_t_all_0(&back, &bm, Heap::release, &heap);
   EXPECT_EQ(heap.live(), 0u);
-}
 
-TEST(TlvList, EmptyListSendsNothingEmptyBlobSendsAnItem) {
-  t_all r{};
-  t_all_tlvmap m{};
-  m._w1 = 1;         // plist, no elements
-  m._w0 = 1u << 14;  // data, length 0
-  Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_all_0(&r, &m, p, n); });
+  // An empty list sends nothing, an empty blob an item.
+  t_all e{};
+  t_all_tlvmap em{};
+  em._w1 = 1;         // plist, no elements
+  em._w0 = 1u << 14;  // data, length 0
+  b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_all_0(&e, &em, p, n); });
   EXPECT_EQ(b, host_item(15, {}));
 }
 
@@ -385,41 +367,6 @@ TEST(TlvFrame, MagicTypeAndAllocation) {
   Bytes head =
       encode([&](uint8_t *p, uint32_t n) { return tlv_encode_tlk_msg_0(&empty, nullptr, p, n); });
   EXPECT_EQ(head, cat({le32(0x5011), le32(0), le32(102)}));
-}
-
-TEST(TlvRelease, GivesBackEveryAllocationAndNothingElse) {
-  Heap heap;
-  uint8_t blob[3] = {1, 2, 3};
-  uint16_t shorts[2] = {5, 6};
-  t_pair pairs[2] = {{1, 2}, {3, 4}};
-  t_inner in0{}, in1{};
-  in1.s = blob;
-  in1.s_len = 3;
-  t_inner *ptrs[2] = {&in0, &in1};
-  t_all r{};
-  r.data = blob;
-  r.data_len = 3;
-  r.shorts = shorts;
-  r.shorts_cnt = 2;
-  r.plist = pairs;
-  r.plist_cnt = 2;
-  r.pptrs = ptrs;
-  r.pptrs_cnt = 2;
-  r.inner.s = blob;
-  r.inner.s_len = 2;
-  r.ch.sel = 2;
-  r.ch.t_choice_u.t_inner.s = blob;
-  r.ch.t_choice_u.t_inner.s_len = 1;
-  Bytes b = encode([&](uint8_t *p, uint32_t n) { return tlv_encode_t_all_0(&r, nullptr, p, n); });
-  t_all back{};
-  t_all_tlvmap m{};
-  ASSERT_EQ(tlv_decode_t_all_0(&back, &m, b.data(), len32(b), Heap::alloc, &heap),
-            static_cast<int32_t>(b.size()));
-  EXPECT_EQ(compare(*record_named("t_all"), &r, &back, nullptr), "");
-  // data, shorts, plist + its maps, pptrs array + 2 elements + their maps + in1.s, inner.s, ch's s.
-  EXPECT_EQ(heap.live(), 11u);
-  tlv_release_t_all_0(&back, &m, Heap::release, &heap);
-  EXPECT_EQ(heap.live(), 0u);
 }
 
 }  // namespace
