@@ -127,7 +127,7 @@ uint32_t idr_encode(const Record &r, const void *rec, uint8_t *buf, uint32_t len
         if (w.fits(off, 4 + n)) {
           to_wire(w.buf + off, 4, count, r.net);
           if (ew == 1 || !r.net) {
-            w.put(off + 4, data, static_cast<uint32_t>(n));
+            if (n != 0) copy_short(w.buf + off + 4, data, static_cast<size_t>(n));
           } else {
             for (uint32_t k = 0; k < count; ++k) {
               to_wire(w.buf + off + 4 + uint64_t{k} * ew, ew, load(data + uint64_t{k} * ew, ew),
@@ -285,7 +285,7 @@ int32_t decode_cleared(const Record &r, void *rec, const uint8_t *data, uint32_t
         set_ptr(rec, f.offset, m);
         if (!fits(n)) return -1;
         if (ew == 1 || !r.net) {
-          std::memcpy(m, data + off, static_cast<size_t>(n));
+          copy_short(m, data + off, static_cast<size_t>(n));
         } else {
           for (uint32_t k = 0; k < count; ++k) {
             store(m + uint64_t{k} * ew, ew, from_wire(data + off + uint64_t{k} * ew, ew, true));

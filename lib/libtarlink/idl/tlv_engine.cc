@@ -205,7 +205,7 @@ uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *
         if (w.fits(off, hs + n)) {
           put_head(w, off, r.net, f.tag, n);
           if (ew == 1 || !r.net) {
-            w.put(off + hs, data, static_cast<uint32_t>(n));
+            if (n != 0) copy_short(w.buf + off + hs, data, static_cast<size_t>(n));
           } else {
             for (uint32_t k = 0; k < count; ++k) {
               to_wire(w.buf + off + hs + uint64_t{k} * ew, ew, load(data + uint64_t{k} * ew, ew),
@@ -370,7 +370,7 @@ int32_t decode_field(const Record &r, const Field &f, void *rec, void *map, cons
         if (cx.alloc == nullptr) return -2;
         void *m = cx.alloc(vlen, cx.actx);
         if (m == nullptr) return -2;
-        std::memcpy(m, v, vlen);
+        copy_short(static_cast<uint8_t *>(m), v, vlen);
         set_ptr(rec, f.offset, m);
       }
       return 0;
