@@ -1,6 +1,6 @@
 // Data made once per key and kept for the life of the process, found again by the key's address:
-// the codecs' per-record plans and the formatter's parsed formats.  The keys are static objects
-// (generated record descriptors, string literals), so an address names one key for good.
+// the formatter's parsed formats.  The keys are static objects (string literals), so an address
+// names one key for good.
 #ifndef TARLINK_KEPT_TABLE_H
 #define TARLINK_KEPT_TABLE_H
 
