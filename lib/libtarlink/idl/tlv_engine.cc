@@ -279,10 +279,15 @@ struct Ctx {
   void *actx;
 };
 
+int32_t decode_cleared(const Record &r, void *rec, void *map, const uint8_t *data, uint32_t length,
+                       AllocFn alloc, void *ctx);
+
 // Decodes one nested record from an item's value; the value must be consumed exactly.
+// `cleared`: the record and its map are known to be all zero, so they are not cleared again.
 int32_t decode_nested(const Record &sub, void *subrec, void *submap, const uint8_t *v,
-                      uint32_t vlen, const Ctx &cx) {
-  int32_t rc = tlv_decode(sub, subrec, submap, v, vlen, cx.alloc, cx.actx);
+                      uint32_t vlen, const Ctx &cx, bool cleared) {
+  int32_t rc = cleared ? decode_cleared(sub, subrec, submap, v, vlen, cx.alloc, cx.actx)
+                       : tlv_decode(sub, subrec, submap, v, vlen, cx.alloc, cx.actx);
   if (rc < 0) return rc;
   if (static_cast<uint32_t>(rc) != vlen) return -1;
   return 0;
@@ -303,10 +308,12 @@ uint32_t run_length(const uint8_t *data, uint32_t length, uint64_t p, bool net, 
 }
 
 // Decodes `count` items of the run that starts with the item at `off` into the elements that
-// `elem(k)` gives.  Returns 0 and the end of the last item, or a negative code.
+// `elem(k)` gives (`cleared` if they and their maps are all zero).  Returns 0 and the end of the
+// last item, or a negative code.
 template <typename ElemFn>
 int32_t decode_run(const Record &r, const Field &f, const uint8_t *data, uint32_t length,
-                   uint64_t off, uint32_t count, const Ctx &cx, ElemFn elem, uint64_t *end) {
+                   uint64_t off, uint32_t count, const Ctx &cx, bool cleared, ElemFn elem,
+                   uint64_t *end) {
   const unsigned hs = head_size(r);
   uint64_t p = off;
   for (uint32_t k = 0; k < count; ++k) {
@@ -322,7 +329,7 @@ int32_t decode_run(const Record &r, const Field &f, const uint8_t *data, uint32_
     int32_t rc = elem(k, &e, &emap);
     if (rc < 0) return rc;
     if (e != nullptr) {
-      rc = decode_nested(*f.sub, e, emap, data + p + hs, static_cast<uint32_t>(vlen), cx);
+      rc = decode_nested(*f.sub, e, emap, data + p + hs, static_cast<uint32_t>(vlen), cx, cleared);
       if (rc < 0) return rc;
     }
     p += hs + vlen;
@@ -391,20 +398,22 @@ int32_t decode_field(const Record &r, const Field &f, void *rec, void *map, cons
     }
     case Kind::kNested: {
       // A repeated nested record is tolerated only if the earlier one holds no allocation.  A
-      // record still all zero (the decoder cleared it) cannot hold one: no probe needed.
-      if (!all_zero(p, f.sub->size)) {
+      // record still all zero (the decoder cleared it) cannot hold one: no probe needed, and
+      // no second clearing (its map, inside this one's, has not been written either).
+      const bool first = all_zero(p, f.sub->size);
+      if (!first) {
         bool called = false;
         tlv_release(*f.sub, p, nullptr, probe, &called);
         if (called) return -1;
       }
-      return decode_nested(*f.sub, p, map == nullptr ? nullptr : bytes(map, f.map_sub), v, vlen,
-                           cx);
+      return decode_nested(*f.sub, p, map == nullptr ? nullptr : bytes(map, f.map_sub), v, vlen, cx,
+                           first);
     }
     case Kind::kRecArray: {
       uint32_t run = run_length(data, length, *end, r.net, f.tag);
       uint32_t n = run < f.aux ? run : f.aux;
       int32_t rc = decode_run(
-          r, f, data, length, off, n, cx,
+          r, f, data, length, off, n, cx, false,
           [&](uint32_t k, void **e, void **em) -> int32_t {
             *e = p + uint64_t{k} * f.sub->size;
             *em = map == nullptr ? nullptr : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size;
@@ -437,8 +446,10 @@ int32_t decode_field(const Record &r, const Field &f, void *rec, void *map, cons
       set_ptr(rec, f.offset, arr);
       set_u32(rec, f.aux, count);
       uint8_t *emaps = nullptr;
+      bool cleared = true;  // the elements and their maps are all zero
       if (map != nullptr) {
         emaps = static_cast<uint8_t *>(ptr_at(map, f.map_sub));
+        cleared = emaps == nullptr;
         if (emaps == nullptr) {
           uint64_t msz = uint64_t{f.sub->map_size} * count;
           if (msz > 0xFFFFFFFFu) return -2;
@@ -448,8 +459,9 @@ int32_t decode_field(const Record &r, const Field &f, void *rec, void *map, cons
           set_ptr(map, f.map_sub, emaps);
         }
       }
+      // The array and fresh maps were cleared above, each pointed-to element as it is made.
       return decode_run(
-          r, f, data, length, off, count, cx,
+          r, f, data, length, off, count, cx, cleared,
           [&](uint32_t k, void **e, void **em) -> int32_t {
             *em = emaps == nullptr ? nullptr : emaps + uint64_t{k} * f.sub->map_size;
             if (!byptr) {
@@ -526,9 +538,19 @@ int32_t internal::decode_choice(const Record &r, void *rec, void *map, const uin
 
 int32_t tlv_decode(const Record &r, void *rec, void *map, const uint8_t *data, uint32_t length,
                    AllocFn alloc, void *ctx) {
+  if (r.hooks == nullptr) {
+    std::memset(rec, 0, r.size);
+    if (map != nullptr) std::memset(map, 0, r.map_size);
+  }
+  return decode_cleared(r, rec, map, data, length, alloc, ctx);
+}
+
+namespace {
+
+// The decoder proper, into a record and map that are already all zero.
+int32_t decode_cleared(const Record &r, void *rec, void *map, const uint8_t *data, uint32_t length,
+                       AllocFn alloc, void *ctx) {
   if (r.hooks != nullptr) return r.hooks->tlv_decode(rec, map, data, length, alloc, ctx);
-  std::memset(rec, 0, r.size);
-  if (map != nullptr) std::memset(map, 0, r.map_size);
   if (r.choice != nullptr) return decode_choice(r, rec, map, data, length, alloc, ctx, true);
   if (kLittleEndian && r.flat != nullptr && length == r.flat->tlv_size) {
     if (decode_canonical(r, rec, map, data)) return static_cast<int32_t>(length);
@@ -575,6 +597,8 @@ int32_t tlv_decode(const Record &r, void *rec, void *map, const uint8_t *data, u
     off = next;
   }
 }
+
+}  // namespace
 
 void tlv_release(const Record &r, void *rec, void *map, FreeFn release, void *ctx) {
   if (r.hooks != nullptr) {
