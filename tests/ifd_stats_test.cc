@@ -67,23 +67,7 @@ TEST_F(IfdStatsTest, StatisticsRequestsAndReplies) {
   }
 }
 
-// Unlike the device family's own reads, this family keeps 60 characters and says 61 when it cut.
-TEST_F(IfdStatsTest, LongNameIsCutTo60WithLengthByte61AndAClearIsSentAlone) {
-  const std::string name = "ge0" + std::string(70, 'x');
-  void *reply = nullptr;
-  (void)tarvik_ifdsm_get_by_name(c, name.c_str(), 1, TLK_OP_GET, &reply);
-  tarvik_msg_free(c, reply);
-  const Bytes req = last_sent(kernel);
-  ASSERT_EQ(req.size(), 136u);
-  EXPECT_EQ(req[31], 61);
-  EXPECT_EQ(std::string(reinterpret_cast<const char *>(&req[72])), name.substr(0, 60));
-  // A clear goes out as op 6 and reads nothing back.
-  ASSERT_EQ(tarvik_ifdsm_clear_by_index(c, 130, 2), 0);
-  EXPECT_EQ(std::tuple(last_sent(kernel).size(), last_sent(kernel)[6]),
-            std::tuple(72u, uint8_t{TLK_OP_CLEAR}));
-}
-
-TEST_F(IfdStatsTest, AlarmsByIndexAndByName) {
+TEST_F(IfdStatsTest, AlarmsLongNamesAndClears) {
   for (bool by_name : {false, true}) {
     SCOPED_TRACE(by_name);
     void *reply = nullptr;
@@ -103,6 +87,20 @@ TEST_F(IfdStatsTest, AlarmsByIndexAndByName) {
   void *reply = reinterpret_cast<void *>(1);
   EXPECT_EQ(tarvik_ifdalm_get_by_if_index(c, 130, TLK_OP_GET, &reply), -2);
   EXPECT_EQ(reply, nullptr);
+  // Unlike the device family's own reads, this family keeps 60 characters of a name and says 61
+  // when it cut.
+  const std::string name = "ge0" + std::string(70, 'x');
+  reply = nullptr;
+  (void)tarvik_ifdsm_get_by_name(c, name.c_str(), 1, TLK_OP_GET, &reply);
+  tarvik_msg_free(c, reply);
+  const Bytes req = last_sent(kernel);
+  ASSERT_EQ(req.size(), 136u);
+  EXPECT_EQ(req[31], 61);
+  EXPECT_EQ(std::string(reinterpret_cast<const char *>(&req[72])), name.substr(0, 60));
+  // A clear goes out as op 6 and reads nothing back.
+  ASSERT_EQ(tarvik_ifdsm_clear_by_index(c, 130, 2), 0);
+  EXPECT_EQ(std::tuple(last_sent(kernel).size(), last_sent(kernel)[6]),
+            std::tuple(72u, uint8_t{TLK_OP_CLEAR}));
 }
 
 TEST_F(IfdStatsTest, AsynchronousReadComesBackAsANotification) {
