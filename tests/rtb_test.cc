@@ -34,6 +34,7 @@ struct TableWrite {
   std::function<int(tarvik_cookie *)> call;
   uint8_t op, hdr_flags;
   const char *name, *lrname;
+  uint8_t lrid;
   uint16_t rtb_flags;
   uint64_t prflags;
   uint32_t index, arg_a;
@@ -43,38 +44,38 @@ struct TableWrite {
 const TableWrite kTableWrites[] = {
     {"an empty name is its end byte alone",
      [](auto *c) { return tarvik_rtbm_add(c, "", 5, TLK_AF_INET, 0); }, TLK_OP_ADD, 0, "", "null",
-     0, 1, 0, 0, 0},
+     0, 0, 1, 0, 0, 0},
     {"a null name is the default table",
      [](auto *c) { return tarvik_rtbm_add(c, nullptr, 5, TLK_AF_INET, 0); }, TLK_OP_ADD, 0,
-     "default", "null", TLK_RTB_DEFAULT, 1, 0, 0, 0},
+     "default", "null", 0, TLK_RTB_DEFAULT, 1, 0, 0, 0},
     {"add_prflag: the caller's flags, logical router null",
      [](auto *c) { return tarvik_rtbm_add_prflag(c, "blue", 5, TLK_AF_INET, 0x40, 0x10); },
-     TLK_OP_ADD, 0x40, "blue", "null", 0, 0x10, 0, 0, 0},
+     TLK_OP_ADD, 0x40, "blue", "null", 0, 0, 0x10, 0, 0, 0},
     {"add_lr: the logical router's name",
      [](auto *c) { return tarvik_rtbm_add_lr(c, "abcde", 5, TLK_AF_INET, "lr1", 3, 0, 7); },
-     TLK_OP_ADD, 0, "abcde", "lr1", 0, 7, 0, 0, 0},
+     TLK_OP_ADD, 0, "abcde", "lr1", 3, 0, 7, 0, 0, 0},
     {"add_lr without a logical router name",
      [](auto *c) { return tarvik_rtbm_add_lr(c, "blue", 5, TLK_AF_INET, nullptr, 0, 0, 7); },
-     TLK_OP_ADD, 0, "blue", nullptr, 0, 7, 0, 0, 0},
+     TLK_OP_ADD, 0, "blue", nullptr, 0, 0, 7, 0, 0, 0},
     {"long names are cut to 127",
      [](auto *c) {
        return tarvik_rtbm_add_lr(c, k200.c_str(), 5, TLK_AF_INET, k200.c_str(), 1, 0, 7);
      },
-     TLK_OP_ADD, 0, k127.c_str(), k127.c_str(), 0, 7, 0, 0, 0},
+     TLK_OP_ADD, 0, k127.c_str(), k127.c_str(), 1, 0, 7, 0, 0, 0},
     {"update: the op as passed, index and values",
      [](auto *c) {
        return tarvik_rtbm_update(c, 5, TLK_AF_INET, 9, "blue", 0x1234, 77, TLK_OP_CHANGE);
      },
-     TLK_OP_CHANGE, 0, "blue", nullptr, 0, 0, 9, 0x1234, 77},
+     TLK_OP_CHANGE, 0, "blue", nullptr, 0, 0, 0, 9, 0x1234, 77},
     {"update without a name",
      [](auto *c) { return tarvik_rtbm_update(c, 5, TLK_AF_INET, 9, nullptr, 1, 2, TLK_OP_DELETE); },
-     TLK_OP_DELETE, 0, nullptr, nullptr, 0, 0, 9, 1, 2},
+     TLK_OP_DELETE, 0, nullptr, nullptr, 0, 0, 0, 9, 1, 2},
     // Last: its attachment is checked after the loop.
     {"the services channel: an add with the update's values",
      [](auto *c) {
        return tarvik_rtbm_update_svcs_chan(c, 5, TLK_AF_INET, 12, "svc", 0x55, 3, 4242, 0x20);
      },
-     TLK_OP_ADD, 0, "svc", nullptr, 0, 0x20, 12, 0x55, 3},
+     TLK_OP_ADD, 0, "svc", nullptr, 0, 0, 0x20, 12, 0x55, 3},
 };
 
 std::tuple<std::string, uint32_t> name_and_len(const char *name) {
@@ -94,7 +95,8 @@ TEST_F(RouteTableTest, TableWritesGoOutByTheNameRule) {
     EXPECT_EQ(std::tuple(req->tid, req->af), std::tuple(uint16_t{5}, uint8_t{TLK_AF_INET}));
     EXPECT_EQ(std::tuple(text(req->rtb_name), req->rtb_name_len), name_and_len(w.name));
     EXPECT_EQ(std::tuple(text(req->lrname), req->lrname_len), name_and_len(w.lrname));
-    EXPECT_EQ(std::tuple(req->rtb_flags, req->prflags), std::tuple(w.rtb_flags, w.prflags));
+    EXPECT_EQ(std::tuple(req->lrid, req->rtb_flags, req->prflags),
+              std::tuple(w.lrid, w.rtb_flags, w.prflags));
     EXPECT_EQ(std::tuple(req->rtb_index.idx, req->rtb_arg_a.idx, req->rtb_arg_b),
               std::tuple(w.index, w.arg_a, w.arg_b));
     EXPECT_EQ(tarvik_peek_pkt_len(tarvik_getsockfd(c)), -1) << "no reply is read or queued";
