@@ -97,10 +97,11 @@ TEST_F(IfdStatsTest, AlarmsLongNamesAndClears) {
   ASSERT_EQ(req.size(), 136u);
   EXPECT_EQ(req[31], 61);
   EXPECT_EQ(std::string(reinterpret_cast<const char *>(&req[72])), name.substr(0, 60));
-  // A clear goes out as op 6 and reads nothing back.
+  // A clear goes out as op 6 for the device given and reads nothing back.
   ASSERT_EQ(tarvik_ifdsm_clear_by_index(c, 130, 2), 0);
   EXPECT_EQ(std::tuple(last_sent(kernel).size(), last_sent(kernel)[6]),
             std::tuple(72u, uint8_t{TLK_OP_CLEAR}));
+  EXPECT_EQ(kernel.devices().find(130)->in_packets, 0u) << "the device named was cleared";
 }
 
 TEST_F(IfdStatsTest, AsynchronousReadComesBackAsANotification) {
