@@ -1,15 +1,12 @@
 // Firewall filter programs and heads against the simulated kernel: fragmenting and
 // reassembly, the joined header and its master hash, the name walks, and the head blob forms.
 #include <errno.h>
-#include <gtest/gtest.h>
 #include <string.h>
 
 #include <string>
 #include <vector>
 
 #include "support/harness.h"
-#include "tarlink.h"
-#include "tarsim.hpp"
 
 namespace {
 
@@ -23,48 +20,32 @@ std::string hex(const uint8_t *d, size_t n) {
   return s;
 }
 
-// The master hash is MD5 of its two 16-byte halves joined (digests from coreutils md5sum).
+// The platform's MD5 on RFC 1321 vectors (the empty block, one block, two), and the master hash
+// as MD5 of its two 16-byte halves joined (digests from coreutils md5sum).
 TEST(DfwMasterHash, IsMd5OfBothHashes) {
-  if (tlk_platform_host()->md5_cksum == nullptr) GTEST_SKIP() << "built without MD5 (nettle)";
-  struct Case {
-    const char *input;  // 32 bytes: the first hash, then the second
-    const char *md5;
-  } const kCases[] = {
-      {"12345678901234567890123456789012", "767179c7a2bff19651ce97d294c30cfb"},
-      {"abcdefghijklmnopqrstuvwxyzABCDEF", "dd2596a4d6ab3b9da8e7b19d448cf35a"},
-  };
-  for (const Case &c : kCases) {
-    const auto *in = reinterpret_cast<const uint8_t *>(c.input);
-    uint8_t digest[16];
-    tarvik_dfw_compute_master_hash(in, in + 16, digest);
-    EXPECT_EQ(hex(digest, 16), c.md5) << c.input;
-  }
-}
-
-TEST(DfwMasterHash, Rfc1321VectorsThroughTheSeam) {
   if (tlk_platform_host()->md5_cksum == nullptr) GTEST_SKIP() << "built without MD5 (nettle)";
   struct Case {
     std::string input;
     const char *md5;
   } const kCases[] = {
       {"", "d41d8cd98f00b204e9800998ecf8427e"},
-      {"a", "0cc175b9c0f1b6a831c399e269772661"},
       {"abc", "900150983cd24fb0d6963f7d28e17f72"},
-      {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
-      {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
       {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
        "d174ab98d277d9f5a5611c2c9f419d9f"},
   };
+  uint8_t digest[16];
   for (const Case &c : kCases) {
-    uint8_t digest[16];
     tlk_platform_host()->md5_cksum(c.input.data(), c.input.size(), c.input.size(), digest, nullptr);
     EXPECT_EQ(hex(digest, 16), c.md5) << c.input;
   }
+  const auto *in = reinterpret_cast<const uint8_t *>("abcdefghijklmnopqrstuvwxyzABCDEF");
+  tarvik_dfw_compute_master_hash(in, in + 16, digest);
+  EXPECT_EQ(hex(digest, 16), "dd2596a4d6ab3b9da8e7b19d448cf35a");
 }
 
 class DfwTest : public tlktest::OneSessionTest {};
 
-TEST_F(DfwTest, UpdateFragmentsAtTheLimit) {
+TEST_F(DfwTest, UpdateFragmentsAtTheLimitAndChecksItsArguments) {
   struct Row {
     uint32_t body;
     std::vector<uint32_t> fragments;
@@ -76,7 +57,6 @@ TEST_F(DfwTest, UpdateFragmentsAtTheLimit) {
   uint32_t filter = 100;
   for (const Row &r : kRows) {
     tarsim::DfwProgramInfo info;
-    info.name = "big";
     info.body = r.body;
     const Bytes prog = Dfw::program(info);
     const size_t before = kernel.dfw().fragments_seen().size();
@@ -91,55 +71,11 @@ TEST_F(DfwTest, UpdateFragmentsAtTheLimit) {
   }
   EXPECT_EQ(tarvik_dfwm_update(c, 100, 2, TLK_OP_DELETE, nullptr), 0);
   EXPECT_EQ(kernel.dfw().find(100, 2), nullptr);
-}
-
-TEST_F(DfwTest, UpdateArgumentRows) {
-  const Bytes prog = Dfw::program({});
-  struct Row {
-    uint32_t op;
-    const uint8_t *program;
-    int want;
-  } const kRows[] = {
-      {TLK_OP_GET, prog.data(), EOPNOTSUPP},
-      {TLK_OP_ADD, nullptr, EINVAL},
-      {TLK_OP_CHANGE, nullptr, EINVAL},
-      {TLK_OP_CHANGE, prog.data(), 0},
-  };
-  for (const Row &r : kRows) EXPECT_EQ(tarvik_dfwm_update(c, 5, 2, r.op, r.program), r.want);
-}
-
-// Fragments written by hand, out of order, with and without the middle one.
-TEST_F(DfwTest, KernelReassemblesOutOfOrderAndRefusesAGap) {
-  tarsim::DfwProgramInfo info;
-  info.body = 2 * 16300;
-  const Bytes prog = Dfw::program(info);
-  const uint32_t total = static_cast<uint32_t>(prog.size());
-  const auto send = [&](uint32_t filter, uint32_t n) {
-    const uint32_t off = (n - 1) * 16300, part = std::min<uint32_t>(16300, total - off);
-    std::vector<uint8_t> m(80 + ((part + 3) & ~3u), 0);
-    m[4] = 'd';
-    m[5] = TLK_MSG_FIREWALL;
-    m[6] = TLK_OP_ADD;
-    const uint32_t len = static_cast<uint32_t>(m.size());
-    memcpy(&m[8], &len, 4);
-    memcpy(&m[12], &n, 4);
-    m[20] = 80;
-    m[TLK_DFW_AF_AT] = 2;
-    memcpy(&m[TLK_DFW_TOTAL_AT], &total, 4);
-    memcpy(&m[TLK_DFW_OFFSET_AT], &off, 4);
-    memcpy(&m[TLK_DFW_FILTER_AT], &filter, 4);
-    memcpy(&m[80], prog.data() + off, part);
-    ASSERT_EQ(tarvik_write(c, m.data(), m.size()), 0);
-  };
-  for (uint32_t n : {3u, 1u, 2u}) send(200, n);
-  ASSERT_NE(kernel.dfw().find(200, 2), nullptr);
-  EXPECT_EQ(*kernel.dfw().find(200, 2), prog);
-  for (uint32_t n : {3u, 1u}) send(201, n);
-  EXPECT_EQ(kernel.dfw().find(201, 2), nullptr);
-  EXPECT_GT(kernel.dfw().pending_bytes(201, 2), 0u);
-  void *msg = nullptr;
-  EXPECT_EQ(tarvik_dfwm_get_by_index(c, 201, 2, TLK_OP_GET, &msg, nullptr), ENOENT);
-  EXPECT_EQ(msg, nullptr);
+  const Bytes small = Dfw::program({});  // a get is no update; add and change need a program
+  EXPECT_EQ(tarvik_dfwm_update(c, 5, 2, TLK_OP_GET, small.data()), EOPNOTSUPP);
+  EXPECT_EQ(tarvik_dfwm_update(c, 5, 2, TLK_OP_ADD, nullptr), EINVAL);
+  EXPECT_EQ(tarvik_dfwm_update(c, 5, 2, TLK_OP_CHANGE, nullptr), EINVAL);
+  EXPECT_EQ(tarvik_dfwm_update(c, 5, 2, TLK_OP_CHANGE, small.data()), 0);
 }
 
 // The seeded filters: 10 has both sides, 20 a head only, 30 a program only.
@@ -155,16 +91,15 @@ TEST_F(DfwTest, JoinedHeaderRows) {
     uint32_t index;
     const char *name;
     const uint8_t *hash;
-    uint8_t valid;
   } const kRows[] = {
-      {10, TLK_OP_GET, 0, 10, "protect-re", joined, 1},
-      {20, TLK_OP_GET, 0, 20, "count-all", head20, 1},
-      {30, TLK_OP_GET, 0, 30, "police-v6", prog30, 1},
-      {0, TLK_OP_GETNEXT, 0, 10, "protect-re", joined, 1},
-      {10, TLK_OP_GETNEXT, 0, 20, "count-all", head20, 1},
-      {20, TLK_OP_GETNEXT, 0, 30, "police-v6", prog30, 1},
-      {31, TLK_OP_GET, ENOENT, 0, nullptr, nullptr, 0},
-      {10, TLK_OP_ADD, EINVAL, 0, nullptr, nullptr, 0},
+      {10, TLK_OP_GET, 0, 10, "protect-re", joined},
+      {20, TLK_OP_GET, 0, 20, "count-all", head20},
+      {30, TLK_OP_GET, 0, 30, "police-v6", prog30},
+      {0, TLK_OP_GETNEXT, 0, 10, "protect-re", joined},
+      {10, TLK_OP_GETNEXT, 0, 20, "count-all", head20},
+      {20, TLK_OP_GETNEXT, 0, 30, "police-v6", prog30},
+      {31, TLK_OP_GET, ENOENT, 0, nullptr, nullptr},
+      {10, TLK_OP_ADD, EINVAL, 0, nullptr, nullptr},
   };
   for (const Row &r : kRows) {
     SCOPED_TRACE(r.filter);
@@ -172,16 +107,13 @@ TEST_F(DfwTest, JoinedHeaderRows) {
     ASSERT_EQ(tarvik_dfw_get_fheader_by_index(c, r.filter, r.op, &h), r.want);
     if (r.want == 0) {
       EXPECT_EQ(h.dfh_index.dfh_key_index, r.index);
-      ASSERT_NE(h.dfh_name, nullptr);
       EXPECT_STREQ(reinterpret_cast<char *>(h.dfh_name), r.name);
       EXPECT_EQ(hex(h.dfh_hash, 16), hex(r.hash, 16));
-      EXPECT_EQ(h.dfh_valid & 1, r.valid);
+      EXPECT_EQ(h.dfh_valid & 1, 1);
     }
     tarvik_free_dfh_var(&h);
   }
-}
-
-TEST_F(DfwTest, ProgramOnlyHeadMapsTheFamily) {
+  // A program without a head maps its family code.
   _dfw_filter_head h{};
   ASSERT_EQ(tarvik_dfw_get_fheader_by_index(c, 30, TLK_OP_GET, &h), 0);
   EXPECT_EQ(h.dfh_family_code, 1);  // code 2
@@ -208,12 +140,12 @@ TEST_F(DfwTest, NameLookupRows) {
 }
 
 TEST(DfwHeadDecode, BothFormsAndBadBlobs) {
-  tarsim::DfwHeadInfo info;
-  info.index = 77;
-  info.name = "edge";
-  info.ifname = "xe-1/0/0.5";
-  info.family = 3;
-  info.hash = {9, 8, 7};
+  tarsim::DfwHeadInfo info{.index = 77,
+                           .name = "edge",
+                           .ifname = "xe-1/0/0.5",
+                           .family = 3,
+                           .hash = {9, 8, 7},
+                           .legacy = false};
   for (bool legacy : {false, true}) {
     info.legacy = legacy;
     const Bytes blob = Dfw::head_blob(info);

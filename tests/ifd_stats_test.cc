@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "harness.h"
@@ -50,17 +51,12 @@ TEST_F(IfdStatsTest, StatisticsRequestsAndReplies) {
     ASSERT_EQ(row.get(c, &reply), 0);
     const Bytes req = last_sent(kernel);
     ASSERT_EQ(req.size(), row.whole);
-    EXPECT_EQ(get_u32(req.data(), 8), row.whole);
-    EXPECT_EQ(req[4], 'c');
-    EXPECT_EQ(req[5], 15);
-    EXPECT_EQ(get_u32(req.data(), 12), c->seq);
-    EXPECT_EQ(get_u16(req.data(), 20), 72);
-    EXPECT_EQ(req[28], 7);
-    EXPECT_EQ(req[31], row.name_len);
-    EXPECT_EQ(get_u16(req.data(), 58), row.flags);
-    EXPECT_EQ(get_u32(reply, 8), 88u);
-    EXPECT_EQ(get_u64(reply, 72), 1000u);
-    EXPECT_EQ(get_u64(reply, 80), 2000u);
+    // Length, version, type, sequence, fixed part, unit, name length and flags.
+    EXPECT_EQ(std::tuple(get_u32(req.data(), 8), req[4], req[5], get_u32(req.data(), 12),
+                         get_u16(req.data(), 20), req[28], req[31], get_u16(req.data(), 58)),
+              std::tuple(row.whole, 'c', 15, c->seq, 72, 7, row.name_len, row.flags));
+    EXPECT_EQ(std::tuple(get_u32(reply, 8), get_u64(reply, 72), get_u64(reply, 80)),
+              std::tuple(88u, 1000u, 2000u));
     tarvik_msg_free(c, reply);
     // A reply that fails the sequence check is -2 and is freed, not left with the caller (the
     // fixture's leak check sees a block left behind).
@@ -71,32 +67,7 @@ TEST_F(IfdStatsTest, StatisticsRequestsAndReplies) {
   }
 }
 
-// Unlike the device family's own reads, this family keeps 60 characters and says 61 when it cut.
-TEST_F(IfdStatsTest, LongNameIsCutTo60WithLengthByte61) {
-  const std::string name = "ge0" + std::string(70, 'x');
-  void *reply = nullptr;
-  (void)tarvik_ifdsm_get_by_name(c, name.c_str(), 1, TLK_OP_GET, &reply);
-  tarvik_msg_free(c, reply);
-  const Bytes req = last_sent(kernel);
-  ASSERT_EQ(req.size(), 136u);
-  EXPECT_EQ(req[31], 61);
-  EXPECT_EQ(std::string(reinterpret_cast<const char *>(&req[72])), name.substr(0, 60));
-}
-
-TEST_F(IfdStatsTest, ClearSendsOpSixAndReadsNothing) {
-  ASSERT_EQ(tarvik_ifdsm_clear_by_index(c, 130, 2), 0);
-  const Bytes req = last_sent(kernel);
-  EXPECT_EQ(req.size(), 72u);
-  EXPECT_EQ(req[6], TLK_OP_CLEAR);
-  EXPECT_EQ(kernel.devices().find(130)->in_packets, 0u);
-  EXPECT_EQ(kernel.replies(tarvik_getsockfd(c)), 0u);
-  void *reply = nullptr;
-  ASSERT_EQ(tarvik_ifdsm_get_by_index(c, 130, 2, TLK_OP_GET, &reply), 0);
-  EXPECT_EQ(get_u64(reply, 72), 0u);
-  tarvik_msg_free(c, reply);
-}
-
-TEST_F(IfdStatsTest, AlarmsByIndexAndByName) {
+TEST_F(IfdStatsTest, AlarmsLongNamesAndClears) {
   for (bool by_name : {false, true}) {
     SCOPED_TRACE(by_name);
     void *reply = nullptr;
@@ -104,11 +75,11 @@ TEST_F(IfdStatsTest, AlarmsByIndexAndByName) {
                       : tarvik_ifdalm_get_by_if_index(c, 130, TLK_OP_GET, &reply),
               0);
     const Bytes req = last_sent(kernel);
-    EXPECT_EQ(req[5], 20);
-    EXPECT_EQ(get_u16(req.data(), 20), 48);
-    EXPECT_EQ(get_u16(req.data(), 24), by_name ? 0 : 130);
-    EXPECT_EQ(get_u16(req.data(), 36), by_name ? 4 : 0);
-    EXPECT_EQ(req.size(), by_name ? 52u : 48u);
+    ASSERT_EQ(req.size(), by_name ? 52u : 48u);
+    // Type, fixed part, index and name length.
+    EXPECT_EQ(std::tuple(req[5], get_u16(req.data(), 20), get_u16(req.data(), 24),
+                         get_u16(req.data(), 36)),
+              std::tuple(20, 48, by_name ? 0 : 130, by_name ? 4 : 0));
     EXPECT_EQ(get_u32(reply, 48), 0x5u);
     tarvik_msg_free(c, reply);
   }
@@ -116,47 +87,55 @@ TEST_F(IfdStatsTest, AlarmsByIndexAndByName) {
   void *reply = reinterpret_cast<void *>(1);
   EXPECT_EQ(tarvik_ifdalm_get_by_if_index(c, 130, TLK_OP_GET, &reply), -2);
   EXPECT_EQ(reply, nullptr);
+  // Unlike the device family's own reads, this family keeps 60 characters of a name and says 61
+  // when it cut.
+  const std::string name = "ge0" + std::string(70, 'x');
+  reply = nullptr;
+  (void)tarvik_ifdsm_get_by_name(c, name.c_str(), 1, TLK_OP_GET, &reply);
+  tarvik_msg_free(c, reply);
+  const Bytes req = last_sent(kernel);
+  ASSERT_EQ(req.size(), 136u);
+  EXPECT_EQ(req[31], 61);
+  EXPECT_EQ(std::string(reinterpret_cast<const char *>(&req[72])), name.substr(0, 60));
+  // A clear goes out as op 6 for the device given and reads nothing back.
+  ASSERT_EQ(tarvik_ifdsm_clear_by_index(c, 130, 2), 0);
+  EXPECT_EQ(std::tuple(last_sent(kernel).size(), last_sent(kernel)[6]),
+            std::tuple(72u, uint8_t{TLK_OP_CLEAR}));
+  EXPECT_EQ(kernel.devices().find(130)->in_packets, 0u) << "the device named was cleared";
 }
 
-struct StatsEar {
+TEST_F(IfdStatsTest, AsynchronousReadComesBackAsANotification) {
   std::vector<Bytes> heard;
-  static int handler(tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
+  auto hear = [](tarvik_cookie *cookie, void *arg, void *msg, uintptr_t) {
     const auto *b = static_cast<const uint8_t *>(msg);
-    static_cast<StatsEar *>(arg)->heard.emplace_back(b, b + get_u32(b, 8));
+    static_cast<std::vector<Bytes> *>(arg)->emplace_back(b, b + get_u32(b, 8));
     tarvik_msg_free(cookie, msg);
     return 0;
-  }
-};
-
-TEST_F(IfdStatsTest, AsynchronousReadComesBackAsANotification) {
-  StatsEar ear;
+  };
   ASSERT_EQ(tarvik_set_async_info_nocontext(c, nullptr), 0);
-  ASSERT_EQ(tarvik_ifdsm_async_kernel_register(c, &ear, StatsEar::handler), 0);
-  const struct {
-    uint16_t flag;
-    const char *name;
-    uint32_t op;
-    int want;
-  } refusals[] = {{64, "lo0", TLK_OP_GET, EOPNOTSUPP},
-                  {32, "xe0", TLK_OP_GET, EOPNOTSUPP},
-                  {64, "xe0", TLK_OP_CHANGE, EOPNOTSUPP},
-                  {64, nullptr, TLK_OP_GET, EINVAL}};
-  for (auto &r : refusals) {
-    EXPECT_EQ(async_tarvik_ifdsm_get_by_index_kernel(c, r.flag, 140, r.name, 1, r.op, 5), r.want);
-  }
+  ASSERT_EQ(tarvik_ifdsm_async_kernel_register(c, &heard, hear), 0);
+  // Refused before anything is sent: a name of a kind without them, a reply flag other than 64
+  // or 128, an op other than a get, and no name.
+  EXPECT_EQ(async_tarvik_ifdsm_get_by_index_kernel(c, 64, 140, "lo0", 1, TLK_OP_GET, 5),
+            EOPNOTSUPP);
+  EXPECT_EQ(async_tarvik_ifdsm_get_by_index_kernel(c, 32, 140, "xe0", 1, TLK_OP_GET, 5),
+            EOPNOTSUPP);
+  EXPECT_EQ(async_tarvik_ifdsm_get_by_index_kernel(c, 64, 140, "xe0", 1, TLK_OP_CHANGE, 5),
+            EOPNOTSUPP);
+  EXPECT_EQ(async_tarvik_ifdsm_get_by_index_kernel(c, 64, 140, nullptr, 1, TLK_OP_GET, 5), EINVAL);
+  EXPECT_EQ(sent_count(kernel), 0u);
   const uint32_t seq = c->seq;
   ASSERT_EQ(async_tarvik_ifdsm_get_by_index_kernel(c, 64, 130, "xe0", 1, TLK_OP_GET, 0xCAFE), 0);
   EXPECT_EQ(c->seq, seq);  // no sequence number drawn
   const Bytes req = last_sent(kernel);
   ASSERT_EQ(req.size(), 72u);  // no name goes in the message
-  EXPECT_EQ(get_u16(req.data(), 58), 65);
-  EXPECT_EQ(get_u32(req.data(), 12), 0u);
-  EXPECT_EQ(get_u64(req.data(), 64), 0xCAFEu);
+  // The flags with the asynchronous bit, no sequence number, the caller's context.
+  EXPECT_EQ(std::tuple(get_u16(req.data(), 58), get_u32(req.data(), 12), get_u64(req.data(), 64)),
+            std::tuple(65, 0u, 0xCAFEu));
   drain(c);
-  ASSERT_EQ(ear.heard.size(), 1u);
-  EXPECT_EQ(ear.heard[0][5], 15);
-  EXPECT_EQ(get_u64(ear.heard[0].data(), 64), 0xCAFEu);
-  EXPECT_EQ(get_u64(ear.heard[0].data(), 72), 1000u);
+  ASSERT_EQ(heard.size(), 1u);
+  EXPECT_EQ(std::tuple(heard[0][5], get_u64(heard[0].data(), 64), get_u64(heard[0].data(), 72)),
+            std::tuple(15, 0xCAFEu, 1000u));
 }
 
 }  // namespace

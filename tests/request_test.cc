@@ -1,6 +1,6 @@
 // Request-reply operations end to end through the simulated kernel: a logical interface read
 // (its IDR request and a TLV request's answer), session statistics (raw request and reply, and a
-// request without reply), and the simulated kernel's held replies and waits.
+// request without reply), and the simulated kernel's held replies and the waits that release them.
 #include <errno.h>
 #include <unistd.h>
 
@@ -17,22 +17,15 @@ using tarsim::Bytes;
 class IflTest : public OneSessionTest {
  protected:
   static const ifl_msg &ifl(void *m) { return *static_cast<const ifl_msg *>(m); }
-  static std::string name_of(void *m) {
-    const ifl_msg &r = ifl(m);
-    return r.iflm_name ? std::string(reinterpret_cast<const char *>(r.iflm_name)) : "";
-  }
 };
 
 // Reads by every key, walks, names, bad arguments and failures are rows of the family suite.
-TEST_F(IflTest, AnIdrRequestGetsTheWholeUnit) {
+TEST_F(IflTest, AnIdrRequestIsAnsweredUnderItsNumber) {
   kernel.record(true);
   const uint32_t before = c->seq;
   void *m = nullptr;
   ASSERT_EQ(tarvik_iflm_get_by_index(c, 71, TLK_OP_GET, &m, nullptr), 0);
   EXPECT_EQ(ifl(m).iflm_index.idx, 71u);
-  EXPECT_EQ(ifl(m).iflm_unit, 100u);
-  EXPECT_EQ(ifl(m).iflm_devidx, 130u);
-  EXPECT_EQ(name_of(m), "ge0");
   EXPECT_EQ(ifl(m).iflm_hdr.tlkh_type, TLK_MSG_IFLOGICAL);
   EXPECT_EQ(ifl(m).iflm_hdr.tlkh_seq, c->seq) << "the kernel copies the request's number";
   tarvik_msg_idl_release(c, m, nullptr);
@@ -63,7 +56,6 @@ TEST_F(IflTest, TlvRequestIsAnsweredInTlvWithItsMap) {
   void *m = nullptr, *mask = nullptr;
   ASSERT_EQ(tarvik_long_msg_read_idl(c, &m, &mask), 0);
   EXPECT_EQ(ifl(m).iflm_index.idx, 80u);
-  EXPECT_EQ(name_of(m), "xe0");
   EXPECT_NE(mask, nullptr) << "a TLV reply comes with the map of what it held";
   tarvik_msg_idl_release(c, m, mask);
   tarvik_msg_free(c, req);
@@ -92,39 +84,26 @@ TEST_F(IflTest, SessionStatisticsGetClearAndSequence) {
   EXPECT_EQ(c->seq, before + 1);
   EXPECT_EQ(tarvik_peek_pkt_len(tarvik_getsockfd(c)), -1) << "and nothing came back";
   EXPECT_EQ(tarvik_tlk_stat_get(c, 0, 0, nullptr), EINVAL);
-}
-
-TEST_F(IflTest, StatisticsGetWithoutReplyFreesItsBuffer) {
+  // Unanswered, the get frees its buffer.
   kernel.no_reply(26, TLK_OP_GET);
-  void *reply = reinterpret_cast<void *>(1);
+  reply = &reply;
   EXPECT_EQ(tarvik_tlk_stat_get(c, 0, 0, &reply), EAGAIN);
   EXPECT_EQ(reply, nullptr);
-}
-
-// One select on `fd` for reading, through the seam; what select returns.
-int select_readable(int fd, timeval *timeout) {
-  fd_set readable;
-  FD_ZERO(&readable);
-  FD_SET(fd, &readable);
-  return tlk_platform_get()->select(fd + 1, &readable, nullptr, nullptr, timeout);
 }
 
 // The waits of the hold table below.
 enum class Wait { kSelect, kSelectTwoSeconds, kSelectWithoutTimeout, kSleepTwoSeconds };
 
+// One wait through the seam: a select on `fd` for reading (what select returns), or a sleep.
 int wait_on(int fd, Wait w) {
+  if (w == Wait::kSleepTwoSeconds) return tlk_platform_get()->usleep(2000000);
   timeval ms100{0, 100000}, two_seconds{2, 0};
-  switch (w) {
-    case Wait::kSelect:
-      return select_readable(fd, &ms100);
-    case Wait::kSelectTwoSeconds:
-      return select_readable(fd, &two_seconds);
-    case Wait::kSelectWithoutTimeout:
-      return select_readable(fd, nullptr);
-    case Wait::kSleepTwoSeconds:
-      return tlk_platform_get()->usleep(2000000);
-  }
-  return -1;
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(fd, &readable);
+  timeval *timeout = w == Wait::kSelect ? &ms100 : &two_seconds;
+  if (w == Wait::kSelectWithoutTimeout) timeout = nullptr;
+  return tlk_platform_get()->select(fd + 1, &readable, nullptr, nullptr, timeout);
 }
 
 class WaitTest : public OneSessionTest {
@@ -135,17 +114,10 @@ class WaitTest : public OneSessionTest {
     EXPECT_EQ(tarvik_write(c, req.data(), req.size()), 0);
     return c->seq;
   }
-  static double seconds_since(const timespec &start) {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec - start.tv_sec) +
-           static_cast<double>(now.tv_nsec - start.tv_nsec) / 1e9;
-  }
   uint8_t buf[TLK_MSG_BUF_SIZE];
 };
 
-// The waits a session makes while its reply is held, one row each.  None of them takes time;
-// every wait before the last finds nothing to read, and the last releases the reply: a select
+// The waits a session makes while its reply is held, one row each: every wait before the last finds nothing to read, and the last releases the reply: a select
 // then sees the descriptor readable.
 struct HoldRow {
   const char *what;
@@ -155,7 +127,6 @@ struct HoldRow {
 const HoldRow kHoldRows[] = {
     {"one select", 1, {Wait::kSelect}},
     {"three selects", 3, std::vector<Wait>(3, Wait::kSelect)},
-    {"five selects", 5, std::vector<Wait>(5, Wait::kSelect)},
     // A select without a timeout takes as many waits as it needs: the last two here.
     {"timeouts and sleeps",
      4,
@@ -170,8 +141,6 @@ TEST_F(WaitTest, AHeldReplyIsReadAfterItsWaitsAndNotBefore) {
     ASSERT_TRUE(kernel.hold_replies(c->fd, row.hold));
     const uint32_t seq = write_stats_get();
     EXPECT_EQ(kernel.held(c->fd), 1u) << "the reply is queued before the write returns, but kept";
-    timespec start{};
-    clock_gettime(CLOCK_MONOTONIC, &start);
     size_t len = sizeof buf;
     for (size_t i = 0; i < row.waits.size(); ++i) {
       EXPECT_EQ(tarvik_msg_read(c, buf, &len), EAGAIN) << "before wait " << i;
@@ -179,7 +148,6 @@ TEST_F(WaitTest, AHeldReplyIsReadAfterItsWaitsAndNotBefore) {
           i + 1 == row.waits.size() && row.waits[i] != Wait::kSleepTwoSeconds;
       EXPECT_EQ(wait_on(c->fd, row.waits[i]), releasing_select ? 1 : 0) << "wait " << i;
     }
-    EXPECT_LT(seconds_since(start), 1.0);
     EXPECT_EQ(kernel.waits(c->fd) - waited, row.hold);
     EXPECT_EQ(kernel.held(c->fd), 0u);
     len = sizeof buf;
@@ -194,31 +162,5 @@ TEST_F(WaitTest, AHeldReplyIsReadAfterItsWaitsAndNotBefore) {
   EXPECT_EQ(tarvik_msg_read(c, buf, &len), 0);
 }
 
-TEST_F(WaitTest, SelectCountsTheSessionsItWatchesAndUsleepCountsEverySession) {
-  tarvik_cookie *other = open_session(8);
-  ASSERT_NE(other, nullptr);
-  timeval none{0, 0};
-  EXPECT_EQ(select_readable(c->fd, &none), 0) << "nothing held, nothing queued: the host answers";
-  EXPECT_EQ(kernel.waits(c->fd), 1u);
-  EXPECT_EQ(kernel.waits(other->fd), 0u) << "a select counts only for the sessions it watches";
-  EXPECT_EQ(tlk_platform_get()->usleep(1), 0);
-  EXPECT_EQ(kernel.waits(c->fd), 2u);
-  EXPECT_EQ(kernel.waits(other->fd), 1u);
-  tarvik_close(other);
-}
-TEST_F(WaitTest, HoldOfNoWaitsReleasesAndUnknownSessionsAreRefused) {
-  ASSERT_TRUE(kernel.hold_replies(c->fd, 100));
-  const uint32_t seq = write_stats_get();
-  ASSERT_TRUE(kernel.push(c->fd, tarsim::raw_message(TLK_MSG_TARLINK_STATS, TLK_OP_GET, seq)));
-  EXPECT_EQ(kernel.held(c->fd), 2u) << "a push waits behind the reply";
-  size_t len = sizeof buf;
-  EXPECT_EQ(tarvik_msg_read(c, buf, &len), EAGAIN);
-  ASSERT_TRUE(kernel.hold_replies(c->fd, 0));
-  EXPECT_EQ(kernel.held(c->fd), 0u);
-  EXPECT_EQ(tarvik_msg_read(c, buf, &len), 0);
-  EXPECT_EQ(tarvik_msg_read(c, buf, &len), 0);
-  EXPECT_FALSE(kernel.hold_replies(c->fd + 1000, 1));
-  EXPECT_EQ(kernel.waits(c->fd + 1000), 0u);
-}
 }  // namespace
 }  // namespace tlktest

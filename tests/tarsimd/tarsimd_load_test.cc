@@ -5,7 +5,9 @@
 //
 // The counts of the ctest run are scaled down to fit a shared machine; --full runs 20,000
 // request-replies and a bulk of 100,000 routes per client.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <string.h>
 
 #include <chrono>
 #include <functional>
@@ -47,10 +49,8 @@ int bulk_routes(tarvik_cookie *c, unsigned client, unsigned count, uint8_t op) {
     for (uint32_t i = 0; i < n; ++i) {
       const uint32_t k = first + i;
       uint8_t *b = &prefixes[size_t{i} * 4];
-      b[0] = static_cast<uint8_t>(20 + client);
-      b[1] = static_cast<uint8_t>(k >> 16);
-      b[2] = static_cast<uint8_t>(k >> 8);
-      b[3] = static_cast<uint8_t>(k);
+      const uint32_t address = htonl((20 + client) << 24 | k);
+      memcpy(b, &address, 4);
       rt_msg &m = msgs[i];
       m = rt_msg{};
       m.rt_hdr.tlkh_version = TARVIK_VERSION_TABLE[TLK_MSG_ROUTE];
@@ -73,6 +73,14 @@ int bulk_routes(tarvik_cookie *c, unsigned client, unsigned count, uint8_t op) {
   return bad;
 }
 
+// A client makes a device change every this many round trips, one in all at the first.
+unsigned change_step() {
+  return g_counts.round_trips / g_counts.changes + 1;
+}
+unsigned changes_per_client() {
+  return (g_counts.round_trips + change_step() - 1) / change_step();
+}
+
 // One client: its route, then round trips that must each come back with it, device changes, and
 // a bulk in and out.  The exit status counts what went wrong (capped).
 int client(unsigned i) {
@@ -82,9 +90,7 @@ int client(unsigned i) {
   unsigned bad = 0;
   for (unsigned n = 0; n < g_counts.round_trips; ++n) {
     bad += get_route(c, mine) != 0;
-    if (n % (g_counts.round_trips / g_counts.changes + 1) == 0) {
-      bad += write_change(c, static_cast<uint8_t>(n)) != 0;
-    }
+    if (n % change_step() == 0) bad += write_change(c, static_cast<uint8_t>(n)) != 0;
   }
   tarvik_cookie *b = open_session(static_cast<uint8_t>(60 + i));
   if (b == nullptr || tarvik_set_sync_mode(b, 1) != 0) return 101;
@@ -98,16 +104,6 @@ int client(unsigned i) {
   tarvik_close(c);
   return static_cast<int>(std::min(bad, 99u));
 }
-
-unsigned changes_per_client() {
-  unsigned made = 0;
-  for (unsigned n = 0; n < g_counts.round_trips; ++n) {
-    made += n % (g_counts.round_trips / g_counts.changes + 1) == 0;
-  }
-  return made;
-}
-
-int exit_status(pid_t pid);
 
 pid_t fork_connected(const Daemon &d, const std::function<int()> &body) {
   const pid_t pid = fork();

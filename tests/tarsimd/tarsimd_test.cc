@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "../../sim/remote_wire.h"
 #include "rig.h"
@@ -30,6 +31,15 @@ int in_child(const Daemon &d, Fn body) {
   return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
 }
 
+// A connection of the test's own to the daemon's socket, past the client library; -1 if refused.
+int raw_connection(const Daemon &d) {
+  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un a{};
+  a.sun_family = AF_UNIX;
+  snprintf(a.sun_path, sizeof a.sun_path, "%s", d.c_path());
+  return connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0 ? fd : -1;
+}
+
 int run(const std::string &command) {
   const int st = system(command.c_str());
   return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
@@ -47,31 +57,6 @@ class Tarsimd : public ::testing::Test {
   void TearDown() override { tarsim_disconnect(); }
   Daemon daemon;
 };
-
-TEST_F(Tarsimd, StateLastsBetweenProcessesAndEachSessionIsLogged) {
-  tarvik_cookie *c = open_session();
-  ASSERT_NE(c, nullptr);
-  ASSERT_EQ(add_route(c, 77), 0);
-  tarvik_close(c);
-  EXPECT_EQ(in_child(daemon,
-                     [] {
-                       tarvik_cookie *r = open_session();
-                       const int a = r ? get_route(r, 77) : 99, b = r ? get_route(r, 78) : 0;
-                       tarvik_close(r);
-                       return a == 0 && b != 0 ? 0 : 1;
-                     }),
-            0);
-  tarsim_disconnect();
-  EXPECT_EQ(daemon.stop(), 0);
-  const std::string log = daemon.log();
-  size_t opened = 0, closed = 0;
-  for (size_t at = 0; (at = log.find(" opened (pid ", at)) != std::string::npos; ++at) ++opened;
-  for (size_t at = 0; (at = log.find(" closed (pid ", at)) != std::string::npos; ++at) ++closed;
-  EXPECT_EQ(opened, 2u) << log;
-  EXPECT_EQ(closed, 2u) << log;
-  EXPECT_NE(log.find("tarsimd: stopped after"), std::string::npos) << log;
-  ASSERT_EQ(tarsim_connect(daemon.c_path()), ENOENT);  // the socket file is gone too
-}
 
 TEST_F(Tarsimd, NotificationsReachListenersOfOtherProcesses) {
   Listener a, b;
@@ -96,44 +81,39 @@ TEST_F(Tarsimd, NotificationsReachListenersOfOtherProcesses) {
 }
 
 TEST_F(Tarsimd, SocketOptionsAndSystemControlsAnswerAsTheEmbeddedKernel) {
+  // The interface list control and the peer mask, read through the seam.
+  const int mib[] = {4, 17, 0, 0, 3, 1};
+  const tlk_platform *p = tlk_platform_get();
+  const auto read_controls = [&] {
+    std::vector<uint8_t> list(1 << 16);
+    size_t len = list.size(), mask_len = 4;
+    uint32_t mask = 0xdead;
+    EXPECT_EQ(p->sysctl(mib, 6, list.data(), &len, nullptr, 0), 0);
+    EXPECT_EQ(p->sysctlbyname("kern.gencfg_cfg2_peermask", &mask, &mask_len, nullptr, 0), 0);
+    list.resize(len);
+    return std::pair(list, mask);
+  };
   // What the embedded kernel answers, read first, without the daemon.
   tarsim_disconnect();
-  const int mib[] = {4, 17, 0, 0, 3, 1};
-  std::vector<uint8_t> local(1 << 16);
-  size_t local_len = local.size();
-  uint32_t mask_local = 0;
-  size_t mask_len = sizeof mask_local;
+  std::pair<std::vector<uint8_t>, uint32_t> local;
   {
     tarsim::Kernel k;
-    ASSERT_EQ(tlk_platform_get()->sysctl(mib, 6, local.data(), &local_len, nullptr, 0), 0);
-    ASSERT_EQ(tlk_platform_get()->sysctlbyname("kern.gencfg_cfg2_peermask", &mask_local, &mask_len,
-                                               nullptr, 0),
-              0);
+    local = read_controls();
   }
-  local.resize(local_len);
   ASSERT_EQ(tarsim_connect(daemon.c_path()), 0);
-  const tlk_platform *p = tlk_platform_get();
+  EXPECT_EQ(read_controls(), local);
   size_t size_only = 0;
   ASSERT_EQ(p->sysctl(mib, 6, nullptr, &size_only, nullptr, 0), 0);
-  EXPECT_EQ(size_only, local.size());
-  std::vector<uint8_t> remote(size_only);
-  size_t remote_len = remote.size();
-  ASSERT_EQ(p->sysctl(mib, 6, remote.data(), &remote_len, nullptr, 0), 0);
-  EXPECT_EQ(remote, local);
-  size_t short_len = 3;
-  EXPECT_EQ(p->sysctl(mib, 6, remote.data(), &short_len, nullptr, 0), -1);
+  EXPECT_EQ(size_only, local.first.size());
+  uint8_t small[3];
+  size_only = sizeof small;
+  EXPECT_EQ(p->sysctl(mib, 6, small, &size_only, nullptr, 0), -1);
   EXPECT_EQ(errno, ENOMEM);
-  uint32_t mask = 0xdead;
-  mask_len = sizeof mask;
-  ASSERT_EQ(p->sysctlbyname("kern.gencfg_cfg2_peermask", &mask, &mask_len, nullptr, 0), 0);
-  EXPECT_EQ(mask, mask_local);
-  EXPECT_EQ(p->sysctlbyname("no.such.name", &mask, &mask_len, nullptr, 0), -1);
+  size_only = sizeof small;
+  EXPECT_EQ(p->sysctlbyname("no.such.name", small, &size_only, nullptr, 0), -1);
   EXPECT_EQ(errno, ENOENT);
-
   tarvik_cookie *c = open_session();
   ASSERT_NE(c, nullptr);
-  const tarsim::Bytes version = tarsim::Kernel::default_version_reply();
-  EXPECT_EQ(memcmp(tarvik_get_tarlink_version_info(c), version.data(), version.size()), 0);
   ASSERT_EQ(tarvik_set_buffers(c, 100000, 200000), 0);
   int rcvbuf = 0;
   socklen_t len = sizeof rcvbuf;
@@ -146,13 +126,20 @@ TEST_F(Tarsimd, SocketOptionsAndSystemControlsAnswerAsTheEmbeddedKernel) {
   tarvik_close(c);
 }
 
-TEST_F(Tarsimd, FaultsArmedFromAnyProcessStrikeTheNextSessionToMeetThem) {
+// tlkctl --kernel reaches the daemon's stores and arms its faults; named but absent, the daemon
+// is refused (the embedded kernel is for when none is named).
+TEST_F(Tarsimd, TlkctlAndFaultsArmedFromAnyProcessReachTheDaemon) {
+  const std::string tlkctl = std::string(TLKCTL_PATH) + " --kernel " + daemon.path();
+  ASSERT_EQ(run(tlkctl + " route add 10.66.0.0/16 nh 1000 >/dev/null"), 0);
   tarvik_cookie *c = open_session();
   ASSERT_NE(c, nullptr);
-  // From another process, through tlkctl.
-  ASSERT_EQ(run(std::string(TLKCTL_PATH) + " --kernel " + daemon.path() +
-                " sim fault write-errno EIO >/dev/null"),
-            0);
+  EXPECT_EQ(get_route(c, 66), 0);
+  EXPECT_EQ(run(tlkctl + " route get 10.66.0.0/16 >/dev/null"), 0);
+  EXPECT_EQ(run(std::string(TLKCTL_PATH) +
+                " --kernel /nonexistent/tarsimd.sock show devices >/dev/null 2>&1"),
+            1);
+  // A fault armed from another process strikes the next session to meet it.
+  ASSERT_EQ(run(tlkctl + " sim fault write-errno EIO >/dev/null"), 0);
   EXPECT_EQ(write_change(c, 1), EIO);
   EXPECT_EQ(write_change(c, 2), 0);
   // A read fault travels with the next answer and strikes this process's read.
@@ -165,22 +152,6 @@ TEST_F(Tarsimd, FaultsArmedFromAnyProcessStrikeTheNextSessionToMeetThem) {
   tarvik_close(c);
 }
 
-TEST_F(Tarsimd, TlkctlTalksToTheDaemonAndFallsBackWithoutOne) {
-  ASSERT_EQ(run(std::string(TLKCTL_PATH) + " --kernel " + daemon.path() +
-                " route add 10.66.0.0/16 nh 1000 >/dev/null"),
-            0);
-  tarvik_cookie *c = open_session();
-  EXPECT_EQ(get_route(c, 66), 0);
-  tarvik_close(c);
-  EXPECT_EQ(run(std::string(TLKCTL_PATH) + " --kernel " + daemon.path() +
-                " route get 10.66.0.0/16 >/dev/null"),
-            0);
-  // Named but absent: refused; the embedded kernel is for when none is named.
-  EXPECT_EQ(run(std::string(TLKCTL_PATH) + " --kernel /nonexistent/tarsimd.sock show devices "
-                                           ">/dev/null 2>&1"),
-            1);
-}
-
 TEST_F(Tarsimd, AClientThatDiesOrSpeaksGarbageCostsOnlyItself) {
   tarvik_cookie *c = open_session();
   ASSERT_NE(c, nullptr);
@@ -189,13 +160,8 @@ TEST_F(Tarsimd, AClientThatDiesOrSpeaksGarbageCostsOnlyItself) {
   EXPECT_EQ(in_child(daemon,
                      [&] {
                        tarvik_cookie *mine = open_session();
-                       const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-                       sockaddr_un a{};
-                       a.sun_family = AF_UNIX;
-                       snprintf(a.sun_path, sizeof a.sun_path, "%s", daemon.c_path());
-                       if (mine == nullptr ||
-                           connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0)
-                         return 1;
+                       const int fd = raw_connection(daemon);
+                       if (mine == nullptr || fd < 0) return 1;
                        const tarsim::remote::Call head{tarsim::remote::kOpen, 0, 0, 0, 1 << 20};
                        std::vector<uint8_t> half(4096, 0x5a);
                        (void)!write(fd, &head, sizeof head);
@@ -205,22 +171,15 @@ TEST_F(Tarsimd, AClientThatDiesOrSpeaksGarbageCostsOnlyItself) {
                      }),
             -1);
   // Garbage on a connection of its own.
-  {
-    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un a{};
-    a.sun_family = AF_UNIX;
-    snprintf(a.sun_path, sizeof a.sun_path, "%s", daemon.c_path());
-    ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a), 0);
-    const char junk[] = "GET / HTTP/1.1\r\nHost: tarsimd\r\n\r\n";
-    ASSERT_EQ(write(fd, junk, sizeof junk), static_cast<ssize_t>(sizeof junk));
-    char buf[16];
-    EXPECT_EQ(read(fd, buf, sizeof buf), 0);  // dropped without an answer
-    close(fd);
-  }
+  const int fd = raw_connection(daemon);
+  ASSERT_GE(fd, 0);
+  const char junk[] = "GET / HTTP/1.1\r\nHost: tarsimd\r\n\r\n";
+  ASSERT_EQ(write(fd, junk, sizeof junk), static_cast<ssize_t>(sizeof junk));
+  char buf[16];
+  EXPECT_EQ(read(fd, buf, sizeof buf), 0);  // dropped without an answer
+  close(fd);
   for (int i = 0; i < 100 && stats().connections > 1; ++i) usleep(10000);
-  const tarsim_remote_stats_t after = stats();
-  EXPECT_EQ(after.sessions, before);
-  EXPECT_EQ(after.connections, 1u);
+  EXPECT_EQ(std::tuple(stats().sessions, stats().connections), std::tuple(before, 1u));
   EXPECT_EQ(add_route(c, 9), 0);
   EXPECT_EQ(get_route(c, 9), 0);
   tarvik_close(c);
@@ -241,39 +200,54 @@ TEST_F(Tarsimd, WhenTheDaemonDiesReadsAndWritesFailWithConnectionReset) {
   tarvik_close(c);
 }
 
-TEST(TarsimdState, SaveAndLoadCarryTheStoresToTheNextDaemon) {
+// State lasts between processes and, saved, into the next daemon; each session is logged, and a
+// stopped daemon takes its socket file with it.
+TEST(TarsimdState, StateLastsBetweenProcessesAndIntoTheNextDaemon) {
   const std::string file = unique_path("state.cap");
   {
     Daemon first({"--save", file});
     ASSERT_EQ(tarsim_connect(first.c_path()), 0);
     tarvik_cookie *c = open_session();
-    ASSERT_EQ(add_route(c, 88), 0);
+    ASSERT_NE(c, nullptr);
+    ASSERT_EQ(add_route(c, 77), 0);
     tarvik_close(c);
+    EXPECT_EQ(in_child(first,
+                       [] {
+                         tarvik_cookie *r = open_session();
+                         const int a = r ? get_route(r, 77) : 99, b = r ? get_route(r, 78) : 0;
+                         tarvik_close(r);
+                         return a == 0 && b != 0 ? 0 : 1;
+                       }),
+              0);
     tarsim_disconnect();
     ASSERT_EQ(first.stop(), 0);
+    const std::string log = first.log();
+    for (const char *what : {" opened (pid ", " closed (pid "}) {
+      size_t n = 0;
+      for (size_t at = 0; (at = log.find(what, at)) != std::string::npos; ++at) ++n;
+      EXPECT_EQ(n, 2u) << what << log;
+    }
+    EXPECT_NE(log.find("tarsimd: stopped after"), std::string::npos) << log;
+    ASSERT_EQ(tarsim_connect(first.c_path()), ENOENT);  // the socket file is gone too
   }
   Daemon second({"--load", file});
   ASSERT_EQ(tarsim_connect(second.c_path()), 0);
   tarvik_cookie *c = open_session();
-  EXPECT_EQ(get_route(c, 88), 0);
-  EXPECT_NE(get_route(c, 87), 0);
+  EXPECT_EQ(get_route(c, 77), 0);
   tarvik_close(c);
   tarsim_disconnect();
   EXPECT_NE(second.log().find("replayed"), std::string::npos) << second.log();
   unlink(file.c_str());
 }
 
-TEST(TarsimdPreload, AnUnchangedProgramReachesTheDaemon) {
-  Daemon d;
+TEST_F(Tarsimd, AnUnchangedProgramReachesTheDaemonThroughThePreloadLibrary) {
   const std::string probe = std::string(PRELOAD_PROBE_PATH) + " 61";
   // Without the preload library the probe finds no routing socket on this host.
   EXPECT_NE(run(probe + " 2>/dev/null"), 0);
-  EXPECT_EQ(run("LD_PRELOAD=" PRELOAD_LIB_PATH " TARSIM_SOCKET=" + d.path() + " " + probe), 0);
-  ASSERT_EQ(tarsim_connect(d.c_path()), 0);
+  EXPECT_EQ(run("LD_PRELOAD=" PRELOAD_LIB_PATH " TARSIM_SOCKET=" + daemon.path() + " " + probe), 0);
   tarvik_cookie *c = open_session();
   EXPECT_EQ(get_route(c, 61), 0);
   tarvik_close(c);
-  tarsim_disconnect();
 }
 
 }  // namespace
