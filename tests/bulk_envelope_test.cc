@@ -3,6 +3,8 @@
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "harness.h"
 
 namespace tlktest {
@@ -146,7 +148,7 @@ TEST_F(BulkEnvelopeTest, RefusedReadsKeepTheSlot) {
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     memcpy(c->rbuf_data, frame.data(), len);
-    memcpy(c->rbuf_data, row.head.data(), row.head.size());
+    std::copy(row.head.begin(), row.head.end(), c->rbuf_data);
     c->rbuf_end = c->rbuf_data + row.end;
     decoded = 99;
     EXPECT_EQ(tarvik_bulkmsg_idl_decode(c, &decoded, &slot, nullptr), row.err);
