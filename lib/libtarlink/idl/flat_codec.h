@@ -67,40 +67,35 @@ bool tlv_get(uint8_t *rec, const uint8_t *img) {
   return true;
 }
 
-// The parts of an IDR image of `Size` bytes that no copy of `P` (a Segments<N>, in wire
-// order) covers: alignment pads and the tail pad.
-template <const auto &P, uint32_t Size>
-constexpr auto idr_gaps() {
+// The bytes of `Size` that no copy of `P` (a Segments<N>) covers on the side `Off` names: on
+// the wire (`&Segment::wire_off`), an IDR image's alignment and tail pads; in memory
+// (`&Segment::mem_off`), the compiler's pads between a record's members and at its end.  Each gap
+// holds its offset in both fields.  The whole of `Size` if the copies are not in that side's
+// order.
+template <const auto &P, uint32_t Size, uint32_t Segment::*Off>
+constexpr auto gaps_of() {
   Segments<P.count + 1> g{};
   uint32_t at = 0;
   for (uint32_t i = 0; i < P.count; ++i) {
-    if (P.seg[i].wire_off > at) g.seg[g.count++] = {0, at, P.seg[i].wire_off - at};
-    at = P.seg[i].wire_off + P.seg[i].len;
+    const uint32_t from = P.seg[i].*Off;
+    if (from < at) return Segments<P.count + 1>{{{0, 0, Size}}, 1};
+    if (from > at) g.seg[g.count++] = {at, at, from - at};
+    at = from + P.seg[i].len;
   }
-  if (Size > at) g.seg[g.count++] = {0, at, Size - at};
+  if (Size > at) g.seg[g.count++] = {at, at, Size - at};
   return g;
 }
+
+template <const auto &P, uint32_t Size, uint32_t Segment::*Off>
+struct Gaps {
+  static constexpr auto value = gaps_of<P, Size, Off>();
+};
 
 template <const auto &P, const auto &G, size_t... I, size_t... J>
 inline void idr_out(uint8_t *img, const uint8_t *rec, std::index_sequence<I...>,
                     std::index_sequence<J...>) {
   (std::memset(img + G.seg[J].wire_off, 0, G.seg[J].len), ...);
   (std::memcpy(img + P.seg[I].wire_off, rec + P.seg[I].mem_off, P.seg[I].len), ...);
-}
-
-// The bytes of a record of `Size` bytes that no copy of `P` fills: the compiler's pads between
-// members and at the end.  Everything, if the copies are not in memory order.
-template <const auto &P, uint32_t Size>
-constexpr auto mem_gaps() {
-  Segments<P.count + 1> g{};
-  uint32_t at = 0;
-  for (uint32_t i = 0; i < P.count; ++i) {
-    if (P.seg[i].mem_off < at) return Segments<P.count + 1>{{{0, 0, Size}}, 1};
-    if (P.seg[i].mem_off > at) g.seg[g.count++] = {at, 0, P.seg[i].mem_off - at};
-    at = P.seg[i].mem_off + P.seg[i].len;
-  }
-  if (Size > at) g.seg[g.count++] = {at, 0, Size - at};
-  return g;
 }
 
 template <const auto &P, const auto &G, size_t... I, size_t... J>
@@ -110,20 +105,10 @@ inline void idr_in(uint8_t *rec, const uint8_t *img, std::index_sequence<I...>,
   (std::memcpy(rec + P.seg[I].mem_off, img + P.seg[I].wire_off, P.seg[I].len), ...);
 }
 
-template <const auto &P, uint32_t Size>
-struct IdrGaps {
-  static constexpr auto value = idr_gaps<P, Size>();
-};
-
-template <const auto &P, uint32_t Size>
-struct MemGaps {
-  static constexpr auto value = mem_gaps<P, Size>();
-};
-
 // The IDR image, pads zero, from the merged copies `P`.
 template <const auto &P, uint32_t Size>
 void idr_put(uint8_t *img, const uint8_t *rec) {
-  constexpr const auto &gaps = IdrGaps<P, Size>::value;
+  constexpr const auto &gaps = Gaps<P, Size, &Segment::wire_off>::value;
   idr_out<P, gaps>(img, rec, std::make_index_sequence<P.count>{},
                    std::make_index_sequence<gaps.count>{});
 }
@@ -136,7 +121,7 @@ void idr_get(uint8_t *rec, const uint8_t *img) {
   if constexpr (RecSize == 0) {
     idr_in<P, P>(rec, img, std::make_index_sequence<P.count>{}, std::index_sequence<>{});
   } else {
-    constexpr const auto &gaps = MemGaps<P, RecSize>::value;
+    constexpr const auto &gaps = Gaps<P, RecSize, &Segment::mem_off>::value;
     idr_in<P, gaps>(rec, img, std::make_index_sequence<P.count>{},
                     std::make_index_sequence<gaps.count>{});
   }
