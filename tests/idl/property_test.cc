@@ -2,6 +2,7 @@
 // nothing past the length and returns the same size; the decoders' allocations all come back.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -23,9 +24,9 @@ using tlk::idl::Record;
 #endif
 #endif
 #ifdef TLK_SANITIZED
-constexpr int kRounds = 12, kEveryLengthRounds = 2;
+constexpr int kRounds = 12, kEveryLengthRounds = 2, kCompiledRounds = 1;
 #else
-constexpr int kRounds = 60, kEveryLengthRounds = 8;
+constexpr int kRounds = 60, kEveryLengthRounds = 8, kCompiledRounds = 3;
 #endif
 
 class EveryType : public ::testing::TestWithParam<const Record *> {};
@@ -207,7 +208,67 @@ TEST_P(EveryType, TruncatedInputs) {
   }
 }
 
+// A composite record's compiled IDR codec takes the interpreter's steps: the same size and bytes
+// at every buffer length; the same result and record from every cut of the image and from
+// images with a byte changed.
+class CompositeType : public ::testing::TestWithParam<const Record *> {};
+
+std::vector<const Record *> composite_records() {
+  std::vector<const Record *> out;
+  for (const Record *r : all_records())
+    if (r->idr_put != nullptr) out.push_back(r);
+  return out;
+}
+
+TEST_P(CompositeType, CompiledIdrIsTheInterpreter) {
+  const Record &r = *GetParam();
+  Record interp = r;
+  interp.idr_put = nullptr;
+  interp.idr_get = nullptr;
+  auto same_decode = [&](const Bytes &in, uint32_t len) {
+    const Bytes cut(in.begin(), in.begin() + len);  // exact size: any over-read is caught
+    std::vector<uint8_t> a(r.size, 0xCD), b(r.size, 0xCD);
+    Heap ha, hb;
+    const int32_t rc = tlk::idl::idr_decode(r, a.data(), cut.data(), len, Heap::alloc, &ha);
+    ASSERT_EQ(rc, tlk::idl::idr_decode(interp, b.data(), cut.data(), len, Heap::alloc, &hb))
+        << "at length " << len << ": " << hex(cut.data(), cut.size());
+    if (rc >= 0) {
+      ASSERT_EQ(compare(r, a.data(), b.data(), nullptr), "") << "at length " << len;
+    }
+  };
+  std::mt19937 rng(21);
+  for (int round = 0; round < kCompiledRounds; ++round) {
+    SCOPED_TRACE(round);
+    Pool pool;
+    std::vector<uint8_t> rec(r.size);
+    fill_random(r, rec.data(), nullptr, rng, pool);
+    Bytes full = encode(
+        [&](uint8_t *p, uint32_t n) { return tlk::idl::idr_encode(interp, rec.data(), p, n); });
+    const auto size = len32(full);
+    Bytes got(size + 8), want(size + 8);
+    // Every length of a small image; about 64 cuts at random strides of a large one, and the
+    // whole.
+    for (uint32_t len = 0; len <= size;
+         len = len == size
+                   ? size + 1
+                   : std::min(size, len + 1 + static_cast<uint32_t>(rng() % (size / 32 + 1)))) {
+      std::fill(got.begin(), got.end(), 0xA5);
+      std::fill(want.begin(), want.end(), 0xA5);
+      ASSERT_EQ(tlk::idl::idr_encode(r, rec.data(), got.data(), len), size);
+      ASSERT_EQ(tlk::idl::idr_encode(interp, rec.data(), want.data(), len), size);
+      ASSERT_EQ(got, want) << "at length " << len;
+      ASSERT_NO_FATAL_FAILURE(same_decode(full, len));
+    }
+    for (int k = 0; k < 8 && size != 0; ++k) {
+      full[rng() % size] = static_cast<uint8_t>(rng());
+      ASSERT_NO_FATAL_FAILURE(same_decode(full, size));
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Schema, EveryType, ::testing::ValuesIn(all_records()), type_name);
+INSTANTIATE_TEST_SUITE_P(Schema, CompositeType, ::testing::ValuesIn(composite_records()),
+                         type_name);
 
 }  // namespace
 }  // namespace codec_test

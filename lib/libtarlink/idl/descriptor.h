@@ -30,6 +30,10 @@ enum class Kind : uint8_t {
 
 struct Record;
 
+// Allocation and release callbacks of the generated functions.
+using AllocFn = void *(*)(uint32_t size, void *context);
+using FreeFn = void (*)(void *pointer, void *context);
+
 struct Field {
   uint32_t tag;       // TLV tag, unique inside the record
   uint32_t offset;    // see Kind
@@ -159,10 +163,11 @@ struct Record {
   const FlatPlan *flat;       // non-null for a host-form record of plain fields
   const IdrRun *idr_runs;     // by Field::idr_run - 1
   const TlvRun *tlv_runs;     // by Field::tlv_run - 1
+  // The IDR codec compiled for a composite record (idl/idr_fields.h), null for the other kinds:
+  // the whole record at any length (a null buffer sizes it), and the record from its image into
+  // a cleared record.
+  uint32_t (*idr_put)(const void *rec, uint8_t *buf, uint32_t length);
+  int32_t (*idr_get)(void *rec, const uint8_t *data, uint32_t length, AllocFn alloc, void *ctx);
 };
-
-// Allocation and release callbacks of the generated functions.
-using AllocFn = void *(*)(uint32_t size, void *context);
-using FreeFn = void (*)(void *pointer, void *context);
 
 }  // namespace tlk::idl
