@@ -208,60 +208,77 @@ TEST_P(EveryType, TruncatedInputs) {
   }
 }
 
-// A composite record's compiled IDR codec takes the interpreter's steps: the same size and bytes
-// at every buffer length; the same result and record from every cut of the image and from
-// images with a byte changed.
+// A composite record's compiled codecs take the interpreter's steps: the same size and bytes at
+// every buffer length; the same result, record and map from every cut of the image and from
+// images with a byte changed (which also sends items out of order, repeated or unknown).
 class CompositeType : public ::testing::TestWithParam<const Record *> {};
 
 std::vector<const Record *> composite_records() {
   std::vector<const Record *> out;
   for (const Record *r : all_records())
-    if (r->idr_put != nullptr) out.push_back(r);
+    if (r->tlv_get != nullptr) out.push_back(r);
   return out;
 }
 
-TEST_P(CompositeType, CompiledIdrIsTheInterpreter) {
+TEST_P(CompositeType, CompiledCodecsAreTheInterpreter) {
   const Record &r = *GetParam();
   Record interp = r;
   interp.idr_put = nullptr;
   interp.idr_get = nullptr;
-  auto same_decode = [&](const Bytes &in, uint32_t len) {
-    const Bytes cut(in.begin(), in.begin() + len);  // exact size: any over-read is caught
-    std::vector<uint8_t> a(r.size, 0xCD), b(r.size, 0xCD);
-    Heap ha, hb;
-    const int32_t rc = tlk::idl::idr_decode(r, a.data(), cut.data(), len, Heap::alloc, &ha);
-    ASSERT_EQ(rc, tlk::idl::idr_decode(interp, b.data(), cut.data(), len, Heap::alloc, &hb))
-        << "at length " << len << ": " << hex(cut.data(), cut.size());
-    if (rc >= 0) {
-      ASSERT_EQ(compare(r, a.data(), b.data(), nullptr), "") << "at length " << len;
-    }
-  };
+  interp.tlv_get = nullptr;
   std::mt19937 rng(21);
-  for (int round = 0; round < kCompiledRounds; ++round) {
-    SCOPED_TRACE(round);
-    Pool pool;
-    std::vector<uint8_t> rec(r.size);
-    fill_random(r, rec.data(), nullptr, rng, pool);
-    Bytes full = encode(
-        [&](uint8_t *p, uint32_t n) { return tlk::idl::idr_encode(interp, rec.data(), p, n); });
-    const auto size = len32(full);
-    Bytes got(size + 8), want(size + 8);
-    // Every length of a small image; about 64 cuts at random strides of a large one, and the
-    // whole.
-    for (uint32_t len = 0; len <= size;
-         len = len == size
-                   ? size + 1
-                   : std::min(size, len + 1 + static_cast<uint32_t>(rng() % (size / 32 + 1)))) {
-      std::fill(got.begin(), got.end(), 0xA5);
-      std::fill(want.begin(), want.end(), 0xA5);
-      ASSERT_EQ(tlk::idl::idr_encode(r, rec.data(), got.data(), len), size);
-      ASSERT_EQ(tlk::idl::idr_encode(interp, rec.data(), want.data(), len), size);
-      ASSERT_EQ(got, want) << "at length " << len;
-      ASSERT_NO_FATAL_FAILURE(same_decode(full, len));
-    }
-    for (int k = 0; k < 8 && size != 0; ++k) {
-      full[rng() % size] = static_cast<uint8_t>(rng());
-      ASSERT_NO_FATAL_FAILURE(same_decode(full, size));
+  for (Form form : {Form::kIdr, Form::kTlv, Form::kTlvMap}) {
+    if (form == Form::kIdr && !r.has_idr) continue;
+    SCOPED_TRACE(form_name(form));
+    const Codec compiled{r, form}, interpreted{interp, form};
+    auto same_decode = [&](const Bytes &in, uint32_t len) {
+      const Bytes cut(in.begin(), in.begin() + len);  // exact size: any over-read is caught
+      std::vector<uint8_t> a(r.size, 0xCD), b(r.size, 0xCD), ma(r.map_size, 0xCD),
+          mb(r.map_size, 0xCD);
+      Heap ha, hb;
+      const int32_t rc =
+          compiled.decode(a.data(), compiled.map_or_null(ma.data()), cut.data(), len, ha);
+      ASSERT_EQ(rc,
+                interpreted.decode(b.data(), compiled.map_or_null(mb.data()), cut.data(), len, hb))
+          << "at length " << len << ": " << hex(cut.data(), cut.size());
+      if (rc >= 0) {
+        ASSERT_EQ(compare(r, a.data(), b.data(), nullptr), "") << "at length " << len;
+        // The maps hold pointers to element maps: compared through what they send.
+        const void *pa = compiled.map_or_null(ma.data()), *pb = compiled.map_or_null(mb.data());
+        ASSERT_EQ(
+            encode([&](uint8_t *p, uint32_t n) { return interpreted.encode(a.data(), pa, p, n); }),
+            encode([&](uint8_t *p, uint32_t n) { return interpreted.encode(b.data(), pb, p, n); }))
+            << "at length " << len;
+      }
+    };
+    for (int round = 0; round < kCompiledRounds; ++round) {
+      SCOPED_TRACE(round);
+      Pool pool;
+      std::vector<uint8_t> rec(r.size), map(r.map_size);
+      fill_random(r, rec.data(), compiled.map_or_null(map.data()), rng, pool);
+      Bytes full = encode(
+          [&](uint8_t *p, uint32_t n) { return interpreted.encode(rec.data(), map.data(), p, n); });
+      const auto size = len32(full);
+      Bytes got(size + 8), want(size + 8);
+      // Every length of a small image; about 64 cuts at random strides of a large one, and the
+      // whole.
+      for (uint32_t len = 0; len <= size;
+           len = len == size
+                     ? size + 1
+                     : std::min(size, len + 1 + static_cast<uint32_t>(rng() % (size / 32 + 1)))) {
+        if (form == Form::kIdr) {
+          std::fill(got.begin(), got.end(), 0xA5);
+          std::fill(want.begin(), want.end(), 0xA5);
+          ASSERT_EQ(compiled.encode(rec.data(), nullptr, got.data(), len), size);
+          ASSERT_EQ(interpreted.encode(rec.data(), nullptr, want.data(), len), size);
+          ASSERT_EQ(got, want) << "at length " << len;
+        }
+        ASSERT_NO_FATAL_FAILURE(same_decode(full, len));
+      }
+      for (int k = 0; k < 8 && size != 0; ++k) {
+        full[rng() % size] = static_cast<uint8_t>(rng());
+        ASSERT_NO_FATAL_FAILURE(same_decode(full, size));
+      }
     }
   }
 }

@@ -168,6 +168,10 @@ struct Record {
   // a cleared record.
   uint32_t (*idr_put)(const void *rec, uint8_t *buf, uint32_t length);
   int32_t (*idr_get)(void *rec, const uint8_t *data, uint32_t length, AllocFn alloc, void *ctx);
+  // The TLV decoder compiled for a composite record (idl/tlv_fields.h), null for the other kinds:
+  // the record and its map (may be null) from its items, into a cleared record and map.
+  int32_t (*tlv_get)(void *rec, void *map, const uint8_t *data, uint32_t length, AllocFn alloc,
+                     void *ctx);
 };
 
 }  // namespace tlk::idl

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 
 #include "idl/descriptor.h"
 
@@ -24,6 +25,35 @@ void tlv_release(const Record &r, void *rec, void *map, FreeFn release, void *ct
 void idr_release(const Record &r, void *rec, FreeFn release, void *ctx);
 
 namespace internal {
+
+// The field steps of both engines are forced inline where the build optimizes: that is what makes
+// a compiled record's kinds and offsets constants.  An unoptimized build (the sanitizers') gains
+// nothing from it and would only compile every step into every record.
+#ifdef __OPTIMIZE__
+#define TLK_CODEC_STEP [[gnu::always_inline]] inline
+#else
+#define TLK_CODEC_STEP inline
+#endif
+
+// The steps of a compiled record's field table `F`: each run of plain fields (`Run` names the
+// field's run number + 1, `Runs` the runs) as one step, at its first field; each other field as
+// one.
+template <const auto &F, const auto *Runs, uint8_t Field::*Run>
+struct Steps {
+  static constexpr size_t kFields = std::size(F);
+  struct List {
+    uint16_t at[kFields];
+    size_t count;
+  };
+  static constexpr List value = [] {
+    List s{};
+    for (size_t i = 0; i < kFields;) {
+      s.at[s.count++] = static_cast<uint16_t>(i);
+      i += F[i].*Run != 0 ? Runs[F[i].*Run - 1].nfields : 1;
+    }
+    return s;
+  }();
+};
 
 // Bounded output: every store checks that it ends within `len`, so sizing (buf null, len 0)
 // and encoding run through the same code.

@@ -8,19 +8,9 @@
 // Both forms take the same steps, so they give the same bytes and the same results.
 #pragma once
 
-#include <iterator>
 #include <utility>
 
 #include "idl/engine.h"
-
-// The steps are forced inline where the build optimizes: that is what makes a compiled record's
-// kinds and offsets constants.  An unoptimized build (the sanitizers') gains nothing from it and
-// would only compile every step into every record.
-#ifdef __OPTIMIZE__
-#define TLK_IDR_STEP [[gnu::always_inline]] inline
-#else
-#define TLK_IDR_STEP inline
-#endif
 
 namespace tlk::idl::internal {
 
@@ -72,8 +62,8 @@ inline uint64_t put_scalar(const Writer &w, uint64_t off, unsigned width, uint64
 }
 
 // A blob or scalar array: its count, then its elements.
-TLK_IDR_STEP uint64_t idr_put_counted(bool net, const Field &f, const uint8_t *rec, const Writer &w,
-                                      uint64_t off) {
+TLK_CODEC_STEP uint64_t idr_put_counted(bool net, const Field &f, const uint8_t *rec,
+                                        const Writer &w, uint64_t off) {
   off = pad_to(w, off, 4);
   const uint8_t *data = static_cast<const uint8_t *>(ptr_at(rec, f.offset));
   uint32_t count = u32_at(rec, f.aux);
@@ -94,8 +84,8 @@ TLK_IDR_STEP uint64_t idr_put_counted(bool net, const Field &f, const uint8_t *r
 }
 
 // A list: its count, then its elements.
-TLK_IDR_STEP uint64_t idr_put_list(bool net, const Field &f, const uint8_t *rec, const Writer &w,
-                                   uint64_t off) {
+TLK_CODEC_STEP uint64_t idr_put_list(bool net, const Field &f, const uint8_t *rec, const Writer &w,
+                                     uint64_t off) {
   off = pad_to(w, off, 4);
   const uint8_t *arr = static_cast<const uint8_t *>(ptr_at(rec, f.offset));
   uint32_t count = u32_at(rec, f.aux);
@@ -126,8 +116,8 @@ TLK_IDR_STEP uint64_t idr_put_list(bool net, const Field &f, const uint8_t *rec,
 }
 
 // Encodes field `f` of `rec` at `off`; returns the position after it.
-TLK_IDR_STEP uint64_t idr_put_field(bool net, const Field &f, const uint8_t *rec, const Writer &w,
-                                    uint64_t off) {
+TLK_CODEC_STEP uint64_t idr_put_field(bool net, const Field &f, const uint8_t *rec, const Writer &w,
+                                      uint64_t off) {
   const uint8_t *p = rec + f.offset;
   switch (f.kind) {
     case Kind::kScalar:
@@ -177,7 +167,7 @@ inline int32_t idr_get_nested(const Record &sub, void *subrec, bool cleared, Idr
   return 0;
 }
 
-TLK_IDR_STEP int32_t idr_get_counted(bool net, const Field &f, uint8_t *rec, IdrIn &in) {
+TLK_CODEC_STEP int32_t idr_get_counted(bool net, const Field &f, uint8_t *rec, IdrIn &in) {
   in.off = align_up(in.off, 4);
   if (!in.fits(4)) return -1;
   if (ptr_at(rec, f.offset) != nullptr) return -1;
@@ -204,7 +194,7 @@ TLK_IDR_STEP int32_t idr_get_counted(bool net, const Field &f, uint8_t *rec, Idr
   return 0;
 }
 
-TLK_IDR_STEP int32_t idr_get_list(bool net, const Field &f, uint8_t *rec, IdrIn &in) {
+TLK_CODEC_STEP int32_t idr_get_list(bool net, const Field &f, uint8_t *rec, IdrIn &in) {
   in.off = align_up(in.off, 4);
   if (!in.fits(4)) return -1;
   if (ptr_at(rec, f.offset) != nullptr) return -1;
@@ -246,7 +236,7 @@ TLK_IDR_STEP int32_t idr_get_list(bool net, const Field &f, uint8_t *rec, IdrIn 
 }
 
 // Decodes field `f` into the cleared record `rec`; 0, or the decoder's negative result.
-TLK_IDR_STEP int32_t idr_get_field(bool net, const Field &f, uint8_t *rec, IdrIn &in) {
+TLK_CODEC_STEP int32_t idr_get_field(bool net, const Field &f, uint8_t *rec, IdrIn &in) {
   uint8_t *p = rec + f.offset;
   switch (f.kind) {
     case Kind::kScalar:
@@ -292,29 +282,10 @@ TLK_IDR_STEP int32_t idr_get_field(bool net, const Field &f, uint8_t *rec, IdrIn
 
 // ---- compiled composite records ----
 
-// The steps of a field table `F`: each run of plain fields as one step (its first field), each
-// other field as one.
-template <const auto &F, const IdrRun *Runs>
-struct IdrSteps {
-  static constexpr size_t kFields = std::size(F);
-  struct List {
-    uint16_t at[kFields];
-    size_t count;
-  };
-  static constexpr List value = [] {
-    List s{};
-    for (size_t i = 0; i < kFields;) {
-      s.at[s.count++] = static_cast<uint16_t>(i);
-      i += F[i].idr_run != 0 ? Runs[F[i].idr_run - 1].nfields : 1;
-    }
-    return s;
-  }();
-};
-
 // A run is its compiled image when it starts aligned and fits; otherwise (after an odd-sized
 // blob, or in short input) the interpreter takes its fields one by one.
 template <const auto &F, const IdrRun *Runs, bool Net, size_t I>
-TLK_IDR_STEP uint64_t idr_put_step(const uint8_t *rec, const Writer &w, uint64_t off) {
+TLK_CODEC_STEP uint64_t idr_put_step(const uint8_t *rec, const Writer &w, uint64_t off) {
   constexpr Field f = F[I];
   if constexpr (f.idr_run != 0) {
     constexpr IdrRun run = Runs[f.idr_run - 1];
@@ -329,7 +300,7 @@ TLK_IDR_STEP uint64_t idr_put_step(const uint8_t *rec, const Writer &w, uint64_t
 }
 
 template <const auto &F, const IdrRun *Runs, bool Net, size_t I>
-TLK_IDR_STEP int32_t idr_get_step(uint8_t *rec, IdrIn &in) {
+TLK_CODEC_STEP int32_t idr_get_step(uint8_t *rec, IdrIn &in) {
   constexpr Field f = F[I];
   if constexpr (f.idr_run != 0) {
     constexpr IdrRun run = Runs[f.idr_run - 1];
@@ -346,7 +317,7 @@ TLK_IDR_STEP int32_t idr_get_step(uint8_t *rec, IdrIn &in) {
 
 template <const auto &F, const IdrRun *Runs, bool Net, size_t... J>
 inline uint64_t idr_put_steps(const uint8_t *rec, const Writer &w, std::index_sequence<J...>) {
-  constexpr const auto &steps = IdrSteps<F, Runs>::value;
+  constexpr const auto &steps = Steps<F, Runs, &Field::idr_run>::value;
   uint64_t off = 0;
   ((off = idr_put_step<F, Runs, Net, steps.at[J]>(rec, w, off)), ...);
   return off;
@@ -354,7 +325,7 @@ inline uint64_t idr_put_steps(const uint8_t *rec, const Writer &w, std::index_se
 
 template <const auto &F, const IdrRun *Runs, bool Net, size_t... J>
 inline int32_t idr_get_steps(uint8_t *rec, IdrIn &in, std::index_sequence<J...>) {
-  constexpr const auto &steps = IdrSteps<F, Runs>::value;
+  constexpr const auto &steps = Steps<F, Runs, &Field::idr_run>::value;
   int32_t rc = 0;
   // Steps until one fails.
   (void)(((rc = idr_get_step<F, Runs, Net, steps.at[J]>(rec, in)) >= 0) && ...);
@@ -366,7 +337,7 @@ template <const auto &F, const IdrRun *Runs, bool Net>
 uint32_t idr_put_compiled(const void *rec, uint8_t *buf, uint32_t length) {
   const Writer w{buf, buf == nullptr ? 0 : length};
   const uint64_t off = idr_put_steps<F, Runs, Net>(
-      bytes(rec), w, std::make_index_sequence<IdrSteps<F, Runs>::value.count>{});
+      bytes(rec), w, std::make_index_sequence<Steps<F, Runs, &Field::idr_run>::value.count>{});
   return static_cast<uint32_t>(pad_to(w, off, 4));
 }
 
@@ -376,7 +347,7 @@ int32_t idr_get_compiled(void *rec, const uint8_t *data, uint32_t length, AllocF
                          void *ctx) {
   IdrIn in{data, length, 0, alloc, ctx};
   const int32_t rc = idr_get_steps<F, Runs, Net>(
-      bytes(rec), in, std::make_index_sequence<IdrSteps<F, Runs>::value.count>{});
+      bytes(rec), in, std::make_index_sequence<Steps<F, Runs, &Field::idr_run>::value.count>{});
   return rc < 0 ? rc : in.end();
 }
 

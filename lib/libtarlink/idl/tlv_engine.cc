@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "idl/engine.h"
+#include "idl/tlv_fields.h"
 #include "tarlink.h"
 #include "wire.h"
 
@@ -34,15 +35,6 @@ const Record *internal::find_arm(const Choice &c, uint32_t selector) {
 }
 
 namespace {
-
-using tlk::wire::round4;
-
-inline bool map_bit(const void *map, const Field &f) {
-  return (u32_at(map, f.map_word) >> f.bit) & 1u;
-}
-inline void set_map_bit(void *map, const Field &f) {
-  set_u32(map, f.map_word, u32_at(map, f.map_word) | (1u << f.bit));
-}
 
 inline unsigned head_size(const Record &r) {
   return r.net ? 4u : 8u;
@@ -128,24 +120,6 @@ uint32_t encode_choice(const Record &r, const void *rec, const void *map, const 
 // one folded test of its heads and the copies when its image stands whole in the input.  Items
 // heads are read as little-endian 8-byte words, so the compiled paths are for little-endian
 // hosts; elsewhere every field takes the general path, with the same result.
-
-// Whether the `n` bytes at `p` are all zero.
-bool all_zero(const uint8_t *p, uint32_t n) {
-  uint64_t acc = 0;
-  uint32_t i = 0;
-  for (; i + 8 <= n; i += 8) {
-    uint64_t v;
-    std::memcpy(&v, p + i, 8);
-    acc |= v;
-  }
-  for (; i < n; ++i) acc |= p[i];
-  return acc == 0;
-}
-
-// Records the call only: the release probe of repeated nested records.
-void probe(void *, void *ctx) {
-  *static_cast<bool *>(ctx) = true;
-}
 
 }  // namespace
 
@@ -274,213 +248,6 @@ uint32_t tlv_encode(const Record &r, const void *rec, const void *map, uint8_t *
 
 namespace {
 
-struct Ctx {
-  AllocFn alloc;
-  void *actx;
-};
-
-int32_t decode_cleared(const Record &r, void *rec, void *map, const uint8_t *data, uint32_t length,
-                       AllocFn alloc, void *ctx);
-
-// Decodes one nested record from an item's value; the value must be consumed exactly.
-// `cleared`: the record and its map are known to be all zero, so they are not cleared again.
-int32_t decode_nested(const Record &sub, void *subrec, void *submap, const uint8_t *v,
-                      uint32_t vlen, const Ctx &cx, bool cleared) {
-  int32_t rc = cleared ? decode_cleared(sub, subrec, submap, v, vlen, cx.alloc, cx.actx)
-                       : tlv_decode(sub, subrec, submap, v, vlen, cx.alloc, cx.actx);
-  if (rc < 0) return rc;
-  if (static_cast<uint32_t>(rc) != vlen) return -1;
-  return 0;
-}
-
-// Counts the run of items with `tag` that starts at `p` (the unpadded end of the first item).
-uint32_t run_length(const uint8_t *data, uint32_t length, uint64_t p, bool net, uint32_t tag) {
-  unsigned hs = net ? 4u : 8u;
-  uint32_t n = 1;
-  while (p + hs <= length) {
-    uint32_t t = static_cast<uint32_t>(from_wire(data + p, net ? 2 : 4, net));
-    if (t != tag) break;
-    uint64_t vl = from_wire(data + p + (net ? 2 : 4), net ? 2 : 4, net);
-    ++n;
-    p += hs + vl;
-  }
-  return n;
-}
-
-// Decodes `count` items of the run that starts with the item at `off` into the elements that
-// `elem(k)` gives (`cleared` if they and their maps are all zero).  Returns 0 and the end of the
-// last item, or a negative code.
-template <typename ElemFn>
-int32_t decode_run(const Record &r, const Field &f, const uint8_t *data, uint32_t length,
-                   uint64_t off, uint32_t count, const Ctx &cx, bool cleared, ElemFn elem,
-                   uint64_t *end) {
-  const unsigned hs = head_size(r);
-  uint64_t p = off;
-  for (uint32_t k = 0; k < count; ++k) {
-    if (k > 0) {
-      // Between elements: the next head must fit, carry the same tag, and its value fit.
-      if (p + hs > length) return -1;
-      if (from_wire(data + p, r.net ? 2 : 4, r.net) != f.tag) return -1;
-    }
-    uint64_t vlen = from_wire(data + p + (r.net ? 2 : 4), r.net ? 2 : 4, r.net);
-    if (p + hs + vlen > length) return -1;
-    void *e;
-    void *emap;
-    int32_t rc = elem(k, &e, &emap);
-    if (rc < 0) return rc;
-    if (e != nullptr) {
-      rc = decode_nested(*f.sub, e, emap, data + p + hs, static_cast<uint32_t>(vlen), cx, cleared);
-      if (rc < 0) return rc;
-    }
-    p += hs + vlen;
-  }
-  *end = p;
-  return 0;
-}
-
-// Decodes the value of a known field.  `*end` is the end of the item, moved to the end of the
-// run for lists and record arrays.
-int32_t decode_field(const Record &r, const Field &f, void *rec, void *map, const uint8_t *data,
-                     uint32_t length, uint64_t off, uint64_t *end, const Ctx &cx) {
-  const unsigned hs = head_size(r);
-  const uint8_t *v = data + off + hs;
-  const uint32_t vlen = static_cast<uint32_t>(*end - off - hs);
-  uint8_t *p = bytes(rec, f.offset);
-  switch (f.kind) {
-    case Kind::kScalar:
-      if (vlen < f.width) return -1;  // a longer value is accepted: its first bytes are read
-      store(p, f.width, from_wire(v, f.width, r.net));
-      return 0;
-    case Kind::kGrow64:
-      // Any length other than 1, 2, 4 or 8 leaves the field zero, without an error.
-      // A field kept in a 32-bit platform word keeps the low half of a wider value.
-      store(p, f.width,
-            (vlen == 1 || vlen == 2 || vlen == 4 || vlen == 8) ? from_wire(v, vlen, r.net) : 0);
-      return 0;
-    case Kind::kAf:
-      if (vlen < 1) return -1;
-      *p = static_cast<uint8_t>(tlk_decode_af(v[0]));
-      return 0;
-    case Kind::kBits: {
-      unsigned ww = bits_wire_width(f);
-      if (vlen < ww) return -1;
-      bits_set(rec, f, from_wire(v, ww, r.net));
-      return 0;
-    }
-    case Kind::kBytes:
-      std::memcpy(p, v, vlen < f.aux ? vlen : f.aux);
-      return 0;
-    case Kind::kBlob:
-      if (ptr_at(rec, f.offset) != nullptr) return -1;
-      set_u32(rec, f.aux, vlen);
-      if (vlen != 0) {
-        if (cx.alloc == nullptr) return -2;
-        void *m = cx.alloc(vlen, cx.actx);
-        if (m == nullptr) return -2;
-        copy_short(static_cast<uint8_t *>(m), v, vlen);
-        set_ptr(rec, f.offset, m);
-      }
-      return 0;
-    case Kind::kScalarArray: {
-      if (ptr_at(rec, f.offset) != nullptr) return -1;
-      uint32_t count = vlen / f.width;
-      set_u32(rec, f.aux, count);
-      if (count != 0) {
-        if (cx.alloc == nullptr) return -2;
-        auto *m = static_cast<uint8_t *>(cx.alloc(count * f.width, cx.actx));
-        if (m == nullptr) return -2;
-        for (uint32_t k = 0; k < count; ++k) {
-          store(m + k * f.width, f.width, from_wire(v + k * f.width, f.width, r.net));
-        }
-        set_ptr(rec, f.offset, m);
-      }
-      return 0;
-    }
-    case Kind::kNested: {
-      // A repeated nested record is tolerated only if the earlier one holds no allocation.  A
-      // record still all zero (the decoder cleared it) cannot hold one: no probe needed, and
-      // no second clearing (its map, inside this one's, has not been written either).
-      const bool first = all_zero(p, f.sub->size);
-      if (!first) {
-        bool called = false;
-        tlv_release(*f.sub, p, nullptr, probe, &called);
-        if (called) return -1;
-      }
-      return decode_nested(*f.sub, p, map == nullptr ? nullptr : bytes(map, f.map_sub), v, vlen, cx,
-                           first);
-    }
-    case Kind::kRecArray: {
-      uint32_t run = run_length(data, length, *end, r.net, f.tag);
-      uint32_t n = run < f.aux ? run : f.aux;
-      int32_t rc = decode_run(
-          r, f, data, length, off, n, cx, false,
-          [&](uint32_t k, void **e, void **em) -> int32_t {
-            *e = p + uint64_t{k} * f.sub->size;
-            *em = map == nullptr ? nullptr : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size;
-            bool called = false;
-            tlv_release(*f.sub, *e, nullptr, probe, &called);
-            return called ? -1 : 0;
-          },
-          end);
-      if (rc < 0) return rc;
-      // Items of the run beyond the array's length are stepped over.
-      for (uint32_t k = n; k < run; ++k) {
-        uint64_t vl = from_wire(data + *end + (r.net ? 2 : 4), r.net ? 2 : 4, r.net);
-        if (*end + hs + vl > length) break;
-        *end += hs + vl;
-      }
-      return 0;
-    }
-    case Kind::kListInline:
-    case Kind::kListPtr: {
-      if (ptr_at(rec, f.offset) != nullptr) return -1;
-      const bool byptr = f.kind == Kind::kListPtr;
-      uint32_t count = run_length(data, length, *end, r.net, f.tag);
-      if (cx.alloc == nullptr) return -2;
-      uint64_t esz = byptr ? sizeof(void *) : f.sub->size;
-      uint64_t asz = esz * count;
-      if (asz > 0xFFFFFFFFu) return -2;  // no allocation of that size can succeed
-      auto *arr = static_cast<uint8_t *>(cx.alloc(static_cast<uint32_t>(asz), cx.actx));
-      if (arr == nullptr) return -2;
-      std::memset(arr, 0, static_cast<size_t>(asz));
-      set_ptr(rec, f.offset, arr);
-      set_u32(rec, f.aux, count);
-      uint8_t *emaps = nullptr;
-      bool cleared = true;  // the elements and their maps are all zero
-      if (map != nullptr) {
-        emaps = static_cast<uint8_t *>(ptr_at(map, f.map_sub));
-        cleared = emaps == nullptr;
-        if (emaps == nullptr) {
-          uint64_t msz = uint64_t{f.sub->map_size} * count;
-          if (msz > 0xFFFFFFFFu) return -2;
-          emaps = static_cast<uint8_t *>(cx.alloc(static_cast<uint32_t>(msz), cx.actx));
-          if (emaps == nullptr) return -2;
-          std::memset(emaps, 0, static_cast<size_t>(msz));
-          set_ptr(map, f.map_sub, emaps);
-        }
-      }
-      // The array and fresh maps were cleared above, each pointed-to element as it is made.
-      return decode_run(
-          r, f, data, length, off, count, cx, cleared,
-          [&](uint32_t k, void **e, void **em) -> int32_t {
-            *em = emaps == nullptr ? nullptr : emaps + uint64_t{k} * f.sub->map_size;
-            if (!byptr) {
-              *e = arr + uint64_t{k} * f.sub->size;
-              return 0;
-            }
-            void *m = cx.alloc(f.sub->size, cx.actx);
-            if (m == nullptr) return -2;
-            std::memset(m, 0, f.sub->size);
-            set_ptr(arr, static_cast<uint32_t>(k * sizeof(void *)), m);
-            *e = m;
-            return 0;
-          },
-          end);
-    }
-  }
-  return -1;
-}
-
 // A plain record sent whole, in field order, without extras: every head is the expected one.
 // Anything else (another order, repeats, unknown tags, other lengths) goes to the interpreter,
 // which starts again from a cleared record.
@@ -542,23 +309,24 @@ int32_t tlv_decode(const Record &r, void *rec, void *map, const uint8_t *data, u
     std::memset(rec, 0, r.size);
     if (map != nullptr) std::memset(map, 0, r.map_size);
   }
-  return decode_cleared(r, rec, map, data, length, alloc, ctx);
+  return tlv_decode_cleared(r, rec, map, data, length, alloc, ctx);
 }
 
-namespace {
-
-// The decoder proper, into a record and map that are already all zero.
-int32_t decode_cleared(const Record &r, void *rec, void *map, const uint8_t *data, uint32_t length,
-                       AllocFn alloc, void *ctx) {
+int32_t internal::tlv_decode_cleared(const Record &r, void *rec, void *map, const uint8_t *data,
+                                     uint32_t length, AllocFn alloc, void *ctx) {
   if (r.hooks != nullptr) return r.hooks->tlv_decode(rec, map, data, length, alloc, ctx);
   if (r.choice != nullptr) return decode_choice(r, rec, map, data, length, alloc, ctx, true);
   if (kLittleEndian && r.flat != nullptr && length == r.flat->tlv_size) {
     if (decode_canonical(r, rec, map, data)) return static_cast<int32_t>(length);
   }
+  if (r.tlv_get != nullptr) return r.tlv_get(rec, map, data, length, alloc, ctx);
+  return tlv_get_items(r, rec, map, data, length, 0, Ctx{alloc, ctx});
+}
+
+int32_t internal::tlv_get_items(const Record &r, void *rec, void *map, const uint8_t *data,
+                                uint32_t length, uint64_t off, const Ctx &cx) {
   const unsigned hs = head_size(r);
-  const Ctx cx{alloc, ctx};
   const bool compiled = kLittleEndian && !r.net;
-  uint64_t off = 0;
   for (;;) {
     if (off + hs > length) return static_cast<int32_t>(off);
     uint32_t tag = static_cast<uint32_t>(from_wire(data + off, r.net ? 2 : 4, r.net));
@@ -587,7 +355,7 @@ int32_t decode_cleared(const Record &r, void *rec, void *map, const uint8_t *dat
       const Field &f = r.fields[idx - 1];
       // With a map the first occurrence wins; without one a later value overwrites.
       if (map == nullptr || !map_bit(map, f)) {
-        int32_t rc = decode_field(r, f, rec, map, data, length, off, &end, cx);
+        int32_t rc = tlv_get_field(r.net, f, rec, map, data, length, off, &end, cx);
         if (rc < 0) return rc;
         if (map != nullptr) set_map_bit(map, f);
       }
@@ -597,8 +365,6 @@ int32_t decode_cleared(const Record &r, void *rec, void *map, const uint8_t *dat
     off = next;
   }
 }
-
-}  // namespace
 
 void tlv_release(const Record &r, void *rec, void *map, FreeFn release, void *ctx) {
   if (r.hooks != nullptr) {
