@@ -444,9 +444,7 @@ TEST_F(FormatBlob, LongListIsTruncated) {
   for (size_t size : {400u, 700u}) {
     const std::string text = line(8, 34, &b, 1, size);
     EXPECT_EQ(rc, 0) << size;
-    const std::string tail = "\n  <truncated...no buffer space>\n";
-    ASSERT_GE(text.size(), tail.size());
-    EXPECT_EQ(text.substr(text.size() - tail.size()), tail) << size;
+    EXPECT_EQ(text.substr(text.rfind("\n  <")), "\n  <truncated...no buffer space>\n") << size;
     EXPECT_NE(text.find(fmt("\n\t%u\t\t%s", 0, "best-effort")), std::string::npos);
     EXPECT_EQ(text.find(fmt("\n\t%u\t\t%s", 59, "best-effort")), std::string::npos);
   }

@@ -108,7 +108,6 @@ TEST(FillFormatBuf, MovesOnCutsAndNullsAsTold) {
 
 TEST(BriefHeader, IsTheColumnTitle) {
   EXPECT_STREQ(tarvik_brief_output_header(), "sender   creator  flag    type       op ");
-  EXPECT_EQ(tarvik_brief_output_header(), tarvik_brief_output_header());
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -266,7 +265,7 @@ struct Attached : Records {
   uint32_t kids[2] = {5, 6}, kid_ifls[1] = {77}, rpf_ifls[2] = {81, 82};
   tagp_label8 labels[1] = {{16, 0x80000046}};  // protocol 0x46, "Flow label POP"
   tagp block{0x10001, 2, 0, 9000, labels, 1, 0, nullptr, 0};
-  iff_msg iff_bad{};
+  iff_msg iff_bad = iff;
 
   Attached() {
     ifd.ifdm_hdr.tlkh_info_len = 0;
@@ -283,7 +282,6 @@ struct Attached : Records {
     log.add(ifl.iflm_hdr, 420).if_tos = {2};
     log.add(ifl.iflm_hdr, 425).if_ifl_esi_evi_info = {{}, 100, 5000};
     log.add(ifl.iflm_hdr, 430).if_ifl_esi_info = {{}, 1, 0, 0, 0};
-    iff_bad = iff;
     // A route of unknown types: "unknown" for the route, no word and no flags or filter for the
     // next hop; with a group id and an oam id.
     rt.rt_hdr.tlkh_flags = 0;
@@ -493,19 +491,6 @@ TEST_F(FormatMsg, EachKindInBriefAndFullModes) {
     std::string want;  // without the common columns
   };
   const std::vector<Row> rows = {
-      {"rttable", &r.rtb,
-       "inet name=red.inet.0 tid=5 lrname=default lrid=3 tenant=4 prflags 0x81 i-ftf [0,0] o-ftf "
-       "[0,0] impl-i-ftf [none]"},
-      {"route", &r.rt,
-       "inet 10.1.0.0 tid=5 plen=16 type=user flags=0x10 nh=ucst nhflags=0x4 nhidx=1048574 "
-       "rt_nhiflist = 0 altfwdnhidx=6 filtidx=3 lr_id = 2 featureid=8  req_ack  "
-       "rt_mcast_nhiflist=11 dflags 0x20"},
-      {"iflogical", &r.ifl,
-       "ge-0/0/1.100 flags=0x180000 idx=77, gen=3 lr=1, pifd=140, uidx=9, privf=0x40 snmpid=600, "
-       "iflsetidx=2, ifl_type=L2 tenant=7"},
-      {"iffamily", &r.iff,
-       "inet6 mtu=0 flags=0x100000000 iflidx=77 subunit=5, gen=4 tbl=0 , iff_type=default "},
-      {"ifaddr", &r.ifa, "inet local=10.0.0.1 dest=10.1.0.0 idx=77, gen=6, flag=0x11"},
       {"nexthop", &r.rnh,
        "inet addr=192.0.2.7 nh=ucst flags=0x8 uflags=0x1 idx=1048580 ifidx=77 filteridx=4 tid=5 "
        "lr_id=0  req_ack "},
@@ -635,9 +620,7 @@ TEST_F(FormatMsg, RawRoutePrefixAndAZeroOamId) {
   Attached a;
   a.route.items[1].tlkmi_u.tlk_msg_info_u32 = {0};
   const std::string line = out(&a.rt);
-  const std::string tail = "dflags 0x20 sgid = 77\n\n";
-  ASSERT_GT(line.size(), tail.size());
-  EXPECT_EQ(line.substr(line.size() - tail.size()), tail);
+  EXPECT_EQ(line.substr(line.rfind(" dflags")), " dflags 0x20 sgid = 77\n\n");
 }
 
 // ---------------------------------------------------------------------------------------------
