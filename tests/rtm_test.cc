@@ -1,9 +1,13 @@
 // Routes against the simulated kernel: how prefixes, gateways and opaque blocks are packed, the
-// acknowledged add, the read rule of the gets, the forwarding interface of a match, and what
-// listeners hear.  The reads every family repeats are rows of the family suite.
+// acknowledged add, the read rule of the gets, the forwarding interface of a match, what
+// listeners hear, and the simulated kernel's longest match against a brute-force reference.
+// The reads every family repeats are rows of the family suite.
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
+#include <random>
+#include <set>
 #include <vector>
 
 #include "harness.h"
@@ -345,6 +349,136 @@ TEST_F(RtmTest, ListenersHearAddsAndDeletes) {
   drain(l);
   EXPECT_EQ(heard, (Heard{{TLK_OP_ADD, 15}, {TLK_OP_DELETE, 15}}));
   tarvik_close(l);
+}
+
+struct RefRoute {
+  uint16_t plen;
+  uint8_t bytes[16];
+};
+
+bool covers(const RefRoute &r, const uint8_t *addr) {
+  for (unsigned i = 0; i < r.plen; ++i) {
+    const unsigned b = 7 - i % 8;
+    if (((r.bytes[i / 8] ^ addr[i / 8]) >> b) & 1) return false;
+  }
+  return true;
+}
+
+// Random tables in both families: every match agrees with a brute-force search, before and after
+// a third of the routes are deleted, and a getnext walk gives the table in prefix order.
+TEST_F(RtmTest, MatchAgreesWithABruteForceSearchOverRandomTables) {
+  kernel.record(false);
+  std::mt19937 rng(20261123);
+  for (const uint32_t af : {uint32_t{TLK_AF_INET}, uint32_t{TLK_AF_INET6}}) {
+    SCOPED_TRACE(af);
+    const unsigned max = af == TLK_AF_INET ? 32 : 128;
+    std::vector<RefRoute> ref;
+    // Prefixes from a few first bytes, so that they nest and collide often.
+    auto random_bytes = [&](uint8_t *out) {
+      for (int i = 0; i < 16; ++i) out[i] = static_cast<uint8_t>(rng());
+      out[0] = static_cast<uint8_t>(10 + rng() % 3);
+      out[1] = static_cast<uint8_t>(rng() % 4);
+    };
+    for (int i = 0; i < 3000; ++i) {
+      RefRoute r{};
+      r.plen = static_cast<uint16_t>(rng() % (max + 1));
+      random_bytes(r.bytes);
+      for (unsigned b = r.plen; b < 128; ++b)
+        r.bytes[b / 8] &= static_cast<uint8_t>(~(0x80 >> (b % 8)));
+      ASSERT_EQ(add(c, af, r.bytes, r.plen), 0);
+      auto same = [&](const RefRoute &o) {
+        return o.plen == r.plen && memcmp(o.bytes, r.bytes, 16) == 0;
+      };
+      if (std::none_of(ref.begin(), ref.end(), same)) ref.push_back(r);
+    }
+    ASSERT_EQ(kernel.routes().count(kTid, static_cast<uint8_t>(af)), ref.size());
+
+    auto check_matches = [&] {
+      for (int q = 0; q < 1000; ++q) {
+        uint8_t dst[16];
+        random_bytes(dst);
+        const RefRoute *best = nullptr;
+        for (const RefRoute &r : ref) {
+          if (covers(r, dst) && (best == nullptr || r.plen > best->plen)) best = &r;
+        }
+        void *m = kPoison;
+        const int err = tarvik_rtmatch_by_prefix(c, kTid, af, 0, dst, max, &m, nullptr);
+        if (best == nullptr) {
+          ASSERT_EQ(err, EOPNOTSUPP);
+          continue;
+        }
+        ASSERT_EQ(err, 0);
+        const rt_msg &got = *static_cast<rt_msg *>(m);
+        EXPECT_EQ(got.plen, best->plen);
+        EXPECT_EQ(bytes(got.prefix, (got.plen + 7) / 8), bytes(best->bytes, (best->plen + 7) / 8));
+        tarvik_msg_idl_release(c, m, nullptr);
+      }
+    };
+    check_matches();
+    for (size_t i = 0; i < ref.size(); i += 3) {
+      ASSERT_EQ(tarvik_rtm_delete_prefix(c, kTid, af, 1, 0, ref[i].bytes, ref[i].plen, 0), 0);
+      ref[i].plen = 0xFFFF;
+    }
+    std::erase_if(ref, [](const RefRoute &r) { return r.plen == 0xFFFF; });
+    ASSERT_EQ(kernel.routes().count(kTid, static_cast<uint8_t>(af)), ref.size());
+    check_matches();
+
+    // The walk: the default route, if any, by a get; the rest by getnext from nothing.
+    std::sort(ref.begin(), ref.end(), [](const RefRoute &a, const RefRoute &b) {
+      const int d = memcmp(a.bytes, b.bytes, 16);
+      return d != 0 ? d < 0 : a.plen < b.plen;
+    });
+    size_t at = !ref.empty() && ref[0].plen == 0 ? 1 : 0;
+    void *m = nullptr;
+    int err = tarvik_rtm_get(c, kTid, af, nullptr, 0, 0, 0, 0, 0, TLK_OP_GETNEXT, &m, nullptr);
+    while (err == 0) {
+      ASSERT_LT(at, ref.size());
+      const rt_msg &got = *static_cast<rt_msg *>(m);
+      ASSERT_EQ(got.plen, ref[at].plen) << at;
+      ASSERT_EQ(memcmp(got.prefix, ref[at].bytes, (got.plen + 7) / 8), 0) << at;
+      ++at;
+      void *next = nullptr;
+      err = tarvik_rtm_get_with_msg(c, static_cast<rt_msg *>(m), TLK_OP_GETNEXT, &next, nullptr);
+      tarvik_msg_idl_release(c, m, nullptr);
+      m = next;
+    }
+    EXPECT_EQ(err, EOPNOTSUPP);
+    EXPECT_EQ(at, ref.size());
+  }
+}
+
+// A table big enough that the trie moves its roots and nodes into large pages (tens of thousands
+// of routes) answers every match as before the move: the /24s, the /16s and the /8 under them.
+TEST_F(RtmTest, MatchInATableGrownBigAgreesWithItsRoutes) {
+  kernel.record(false);
+  std::mt19937 rng(20261124);  // 32-bit draws
+  auto draw = [&] { return static_cast<uint32_t>(rng()); };
+  std::set<uint32_t> nets24, nets16 = {0x0A00, 0x0B07, 0x0C20};
+  for (uint32_t n16 : nets16)
+    ASSERT_TRUE(kernel.routes().create(tarsim::route_inet(kTid, n16 << 16, 16)));
+  ASSERT_TRUE(kernel.routes().create(tarsim::route_inet(kTid, 0x0A000000, 8)));
+  while (nets24.size() < 70000) {
+    const uint32_t n24 = (10u + draw() % 4) << 16 | (draw() & 0xFFFF);
+    if (nets24.insert(n24).second) {
+      ASSERT_TRUE(kernel.routes().create(tarsim::route_inet(kTid, n24 << 8, 24)));
+    }
+  }
+  for (int q = 0; q < 2000; ++q) {
+    const uint32_t addr = (10u + draw() % 4) << 24 | (draw() & 0xFFFFFF);
+    const uint16_t want = nets24.count(addr >> 8)    ? 24
+                          : nets16.count(addr >> 16) ? 16
+                          : (addr >> 24) == 10       ? 8
+                                                     : 0;
+    const uint8_t dst[4] = {static_cast<uint8_t>(addr >> 24), static_cast<uint8_t>(addr >> 16),
+                            static_cast<uint8_t>(addr >> 8), static_cast<uint8_t>(addr)};
+    void *m = nullptr;
+    const int err = tarvik_rtmatch_by_prefix(c, kTid, TLK_AF_INET, 0, dst, 32, &m, nullptr);
+    ASSERT_EQ(err, want == 0 ? EOPNOTSUPP : 0) << addr;
+    if (err == 0) {
+      EXPECT_EQ(static_cast<rt_msg *>(m)->plen, want) << addr;
+    }
+    tarvik_msg_idl_release(c, m, nullptr);
+  }
 }
 
 }  // namespace
