@@ -167,13 +167,22 @@ inline int32_t idr_get_nested(const Record &sub, void *subrec, bool cleared, Idr
   return 0;
 }
 
-TLK_CODEC_STEP int32_t idr_get_counted(bool net, const Field &f, uint8_t *rec, IdrIn &in) {
+// The count of a blob, scalar array or list, aligned to 4, into its count word: 0, or -1 where
+// it is cut off.  The record is clear (every decoder clears before it fills), so its pointer is
+// still null: no earlier allocation to lose.
+TLK_CODEC_STEP int32_t idr_get_count(bool net, const Field &f, uint8_t *rec, IdrIn &in,
+                                     uint32_t &count) {
   in.off = align_up(in.off, 4);
   if (!in.fits(4)) return -1;
-  if (ptr_at(rec, f.offset) != nullptr) return -1;
-  uint32_t count = static_cast<uint32_t>(from_wire(in.data + in.off, 4, net));
+  count = static_cast<uint32_t>(from_wire(in.data + in.off, 4, net));
   in.off += 4;
   set_u32(rec, f.aux, count);
+  return 0;
+}
+
+TLK_CODEC_STEP int32_t idr_get_counted(bool net, const Field &f, uint8_t *rec, IdrIn &in) {
+  uint32_t count;
+  if (idr_get_count(net, f, rec, in, count) < 0) return -1;
   if (count == 0) return 0;
   unsigned ew = f.kind == Kind::kBlob ? 1u : f.width;
   uint64_t n = uint64_t{count} * ew;
@@ -195,12 +204,8 @@ TLK_CODEC_STEP int32_t idr_get_counted(bool net, const Field &f, uint8_t *rec, I
 }
 
 TLK_CODEC_STEP int32_t idr_get_list(bool net, const Field &f, uint8_t *rec, IdrIn &in) {
-  in.off = align_up(in.off, 4);
-  if (!in.fits(4)) return -1;
-  if (ptr_at(rec, f.offset) != nullptr) return -1;
-  uint32_t count = static_cast<uint32_t>(from_wire(in.data + in.off, 4, net));
-  in.off += 4;
-  set_u32(rec, f.aux, count);
+  uint32_t count;
+  if (idr_get_count(net, f, rec, in, count) < 0) return -1;
   if (count == 0) return 0;
   const bool byptr = f.kind == Kind::kListPtr;
   const Record &sub = *f.sub;
