@@ -26,10 +26,19 @@ void idr_release(const Record &r, void *rec, FreeFn release, void *ctx);
 
 namespace internal {
 
-// The field steps of both engines are forced inline where the build optimizes: that is what makes
-// a compiled record's kinds and offsets constants.  An unoptimized build (the sanitizers') gains
-// nothing from it and would only compile every step into every record.
-#ifdef __OPTIMIZE__
+// The field steps of both engines are forced inline where the build optimizes for speed: that is
+// what makes a compiled record's kinds and offsets constants.  An unoptimized build gains nothing
+// from it, and a sanitized one (the sanitizer and fuzzing builds) looks for memory faults, not
+// speed, while its instrumentation of every step inlined into every record would take the
+// compiler minutes.
+#if defined(__SANITIZE_ADDRESS__)
+#define TLK_CODEC_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define TLK_CODEC_SANITIZED 1
+#endif
+#endif
+#if defined(__OPTIMIZE__) && !defined(TLK_CODEC_SANITIZED)
 #define TLK_CODEC_STEP [[gnu::always_inline]] inline
 #else
 #define TLK_CODEC_STEP inline
