@@ -39,13 +39,27 @@ if(NOT TARGET idlgen)
 endif()
 
 # tarlink_idlgen(<header> <source> <guard> SCHEMA <files...> [IMPORT <files...>] [EXPORT <macro>]
-#                [EXPORTS <list>] [INCLUDE <headers...>] [CORE])
+#                [EXPORTS <list>] [INCLUDE <headers...>] [PARTS <n>] [CORE])
 # Runs idlgen at build time; outputs go to TARLINK_GEN_DIR.  EXPORTS names the file that gets
-# the list of symbols the header declares.
+# the list of symbols the header declares.  PARTS splits the source into n files that compile in
+# parallel; TARLINK_IDLGEN_SOURCES (set in the caller's scope) lists them.
 function(tarlink_idlgen header source guard)
-  cmake_parse_arguments(ARG "CORE" "EXPORT;EXPORTS" "SCHEMA;IMPORT;INCLUDE" ${ARGN})
-  set(args --header ${TARLINK_GEN_DIR}/${header} --source ${TARLINK_GEN_DIR}/${source} --guard ${guard})
-  set(outputs ${TARLINK_GEN_DIR}/${header} ${TARLINK_GEN_DIR}/${source})
+  cmake_parse_arguments(ARG "CORE" "EXPORT;EXPORTS;PARTS" "SCHEMA;IMPORT;INCLUDE" ${ARGN})
+  if(NOT ARG_PARTS)
+    set(ARG_PARTS 1)
+  endif()
+  set(args --header ${TARLINK_GEN_DIR}/${header} --source ${TARLINK_GEN_DIR}/${source} --guard ${guard}
+    --parts ${ARG_PARTS})
+  set(sources ${TARLINK_GEN_DIR}/${source})
+  string(REGEX REPLACE "\\.cc$" "" stem ${source})
+  if(ARG_PARTS GREATER 1)
+    math(EXPR last "${ARG_PARTS} - 1")
+    foreach(k RANGE 1 ${last})
+      list(APPEND sources ${TARLINK_GEN_DIR}/${stem}_${k}.cc)
+    endforeach()
+  endif()
+  set(TARLINK_IDLGEN_SOURCES ${sources} PARENT_SCOPE)
+  set(outputs ${TARLINK_GEN_DIR}/${header} ${sources})
   if(ARG_CORE)
     list(APPEND args --core)
   endif()
@@ -71,8 +85,11 @@ function(tarlink_idlgen header source guard)
     VERBATIM)
 endfunction()
 
+# Four parts: the compiled codecs of some 400 composite records are most of the library's
+# compile time, and in one file they would be the last to finish on every build.
 tarlink_idlgen(tarlink_records.h tarlink_tables.cc TARLINK_RECORDS_H
-  SCHEMA ${TARLINK_SCHEMA_FILES} EXPORT TLK_EXPORT EXPORTS tarlink_records.exports CORE)
+  SCHEMA ${TARLINK_SCHEMA_FILES} EXPORT TLK_EXPORT EXPORTS tarlink_records.exports CORE PARTS 4)
+set(TARLINK_TABLES_SOURCES ${TARLINK_IDLGEN_SOURCES})
 # The codec names that the library exports, one a line (see lib/libtarlink/tarlink.exports).
 set(TARLINK_RECORDS_EXPORTS ${TARLINK_GEN_DIR}/tarlink_records.exports)
 add_custom_target(tarlink_records DEPENDS ${TARLINK_GEN_DIR}/tarlink_records.h)
@@ -82,7 +99,7 @@ set(TARLINK_IDL_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/../lib/libtarlink/idl/idr_engine.cc
   ${CMAKE_CURRENT_LIST_DIR}/../lib/libtarlink/idl/af_map.cc
   ${CMAKE_CURRENT_LIST_DIR}/../lib/libtarlink/idl/sockaddr_idl.cc
-  ${TARLINK_GEN_DIR}/tarlink_tables.cc)
+  ${TARLINK_TABLES_SOURCES})
 
 # tarlink.h includes the generated records header: whatever compiles against it needs the
 # generated directory on its include path and must wait for idlgen.  The library's targets link

@@ -17,7 +17,8 @@ struct Options {
 };
 
 std::string emit_header(const Schema &s, const Options &o);
-std::string emit_source(const Schema &s, const Options &o);
+// The descriptor source, in `parts` files (at least one).
+std::vector<std::string> emit_source(const Schema &s, const Options &o, size_t parts);
 // The names of the symbols the header declares (size constants and codec functions), one a
 // line, sorted.
 std::string emit_exports(const Schema &s, const Options &o);

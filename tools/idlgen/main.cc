@@ -1,15 +1,20 @@
 // idlgen: reads record schema files and writes the record header and the descriptor source.
 //
 //   idlgen --header OUT.h --source OUT.cc --guard NAME [--export MACRO] [--exports OUT.txt]
-//          [--core] [--include FILE]... [--import SCHEMA]... SCHEMA...
+//          [--parts N] [--core] [--include FILE]... [--import SCHEMA]... SCHEMA...
 //
+// --parts N writes the source as N files, OUT.cc and OUT_1.cc to OUT_<N-1>.cc, the records dealt
+// round among them, so that the build compiles them in parallel.
 // --exports writes the names of the symbols that the header declares, one a line: the build
 // makes the library's linker version script from it.
 // Imported schema files are known for references (a test schema nesting a library record) but
 // nothing is emitted for them.  Any schema error stops with "file:line: error: ..." and exit 1.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <string>
+#include <vector>
 
 #include "emit.h"
 #include "schema.h"
@@ -17,11 +22,11 @@
 namespace {
 
 int usage() {
-  std::fprintf(
-      stderr,
-      "usage: idlgen --header OUT.h --source OUT.cc --guard NAME [--export MACRO]\n"
-      "              [--exports OUT.txt] [--core] [--include FILE]... [--import SCHEMA]...\n"
-      "              SCHEMA...\n");
+  std::fprintf(stderr,
+               "usage: idlgen --header OUT.h --source OUT.cc --guard NAME [--export MACRO]\n"
+               "              [--exports OUT.txt] [--parts N] [--core] [--include FILE]...\n"
+               "              [--import SCHEMA]...\n"
+               "              SCHEMA...\n");
   return 2;
 }
 
@@ -40,6 +45,7 @@ bool write_file(const std::string &path, const std::string &text) {
 int main(int argc, char **argv) {
   idlgen::Options o;
   std::string header, source, exports;
+  size_t parts = 1;
   std::vector<std::string> imports, inputs;
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
@@ -47,6 +53,12 @@ int main(int argc, char **argv) {
     const char *v = nullptr;
     if (a == "--core") {
       o.core = true;
+      continue;
+    }
+    if (a == "--parts") {
+      const char *n = next();
+      parts = n == nullptr ? 0 : std::strtoul(n, nullptr, 10);
+      if (parts < 1 || parts > 64) return usage();
       continue;
     }
     if (a == "--header" || a == "--source" || a == "--guard" || a == "--export" ||
@@ -82,7 +94,13 @@ int main(int argc, char **argv) {
   for (auto &f : inputs) ok = idlgen::parse_file(f, false, schema) && ok;
   if (!ok || !idlgen::check(schema)) return 1;
   if (!write_file(header, idlgen::emit_header(schema, o))) return 1;
-  if (!write_file(source, idlgen::emit_source(schema, o))) return 1;
+  const std::vector<std::string> sources = idlgen::emit_source(schema, o, parts);
+  const std::string stem = source.size() > 3 && source.compare(source.size() - 3, 3, ".cc") == 0
+                               ? source.substr(0, source.size() - 3)
+                               : source;
+  for (size_t k = 0; k < sources.size(); ++k) {
+    if (!write_file(k == 0 ? source : stem + "_" + std::to_string(k) + ".cc", sources[k])) return 1;
+  }
   if (!exports.empty() && !write_file(exports, idlgen::emit_exports(schema, o))) return 1;
   return 0;
 }
