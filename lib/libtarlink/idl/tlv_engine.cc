@@ -323,6 +323,102 @@ int32_t internal::tlv_decode_cleared(const Record &r, void *rec, void *map, cons
   return tlv_get_items(r, rec, map, data, length, 0, Ctx{alloc, ctx});
 }
 
+int32_t internal::tlv_get_repeated(bool net, const Field &f, void *rec, void *map,
+                                   const uint8_t *data, uint32_t length, uint64_t off,
+                                   uint64_t *end, const Ctx &cx) {
+  const unsigned hs = net ? 4u : 8u;
+  const uint8_t *v = data + off + hs;
+  const uint32_t vlen = static_cast<uint32_t>(*end - off - hs);
+  uint8_t *p = bytes(rec, f.offset);
+  switch (f.kind) {
+    case Kind::kScalarArray: {
+      if (ptr_at(rec, f.offset) != nullptr) return -1;
+      uint32_t count = vlen / f.width;
+      set_u32(rec, f.aux, count);
+      if (count != 0) {
+        if (cx.alloc == nullptr) return -2;
+        auto *m = static_cast<uint8_t *>(cx.alloc(count * f.width, cx.actx));
+        if (m == nullptr) return -2;
+        for (uint32_t k = 0; k < count; ++k) {
+          store(m + k * f.width, f.width, from_wire(v + k * f.width, f.width, net));
+        }
+        set_ptr(rec, f.offset, m);
+      }
+      return 0;
+    }
+    case Kind::kRecArray: {
+      uint32_t run = run_length(data, length, *end, net, f.tag);
+      uint32_t n = run < f.aux ? run : f.aux;
+      int32_t rc = decode_run(
+          net, f, data, length, off, n, cx, false,
+          [&](uint32_t k, void **e, void **em) -> int32_t {
+            *e = p + uint64_t{k} * f.sub->size;
+            *em = map == nullptr ? nullptr : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size;
+            bool called = false;
+            tlv_release(*f.sub, *e, nullptr, probe, &called);
+            return called ? -1 : 0;
+          },
+          end);
+      if (rc < 0) return rc;
+      // Items of the run beyond the array's length are stepped over.
+      for (uint32_t k = n; k < run; ++k) {
+        uint64_t vl = from_wire(data + *end + (net ? 2 : 4), net ? 2 : 4, net);
+        if (*end + hs + vl > length) break;
+        *end += hs + vl;
+      }
+      return 0;
+    }
+    case Kind::kListInline:
+    case Kind::kListPtr: {
+      if (ptr_at(rec, f.offset) != nullptr) return -1;
+      const bool byptr = f.kind == Kind::kListPtr;
+      uint32_t count = run_length(data, length, *end, net, f.tag);
+      if (cx.alloc == nullptr) return -2;
+      uint64_t esz = byptr ? sizeof(void *) : f.sub->size;
+      uint64_t asz = esz * count;
+      if (asz > 0xFFFFFFFFu) return -2;  // no allocation of that size can succeed
+      auto *arr = static_cast<uint8_t *>(cx.alloc(static_cast<uint32_t>(asz), cx.actx));
+      if (arr == nullptr) return -2;
+      std::memset(arr, 0, static_cast<size_t>(asz));
+      set_ptr(rec, f.offset, arr);
+      set_u32(rec, f.aux, count);
+      uint8_t *emaps = nullptr;
+      bool cleared = true;  // the elements and their maps are all zero
+      if (map != nullptr) {
+        emaps = static_cast<uint8_t *>(ptr_at(map, f.map_sub));
+        cleared = emaps == nullptr;
+        if (emaps == nullptr) {
+          uint64_t msz = uint64_t{f.sub->map_size} * count;
+          if (msz > 0xFFFFFFFFu) return -2;
+          emaps = static_cast<uint8_t *>(cx.alloc(static_cast<uint32_t>(msz), cx.actx));
+          if (emaps == nullptr) return -2;
+          std::memset(emaps, 0, static_cast<size_t>(msz));
+          set_ptr(map, f.map_sub, emaps);
+        }
+      }
+      // The array and fresh maps were cleared above, each pointed-to element as it is made.
+      return decode_run(
+          net, f, data, length, off, count, cx, cleared,
+          [&](uint32_t k, void **e, void **em) -> int32_t {
+            *em = emaps == nullptr ? nullptr : emaps + uint64_t{k} * f.sub->map_size;
+            if (!byptr) {
+              *e = arr + uint64_t{k} * f.sub->size;
+              return 0;
+            }
+            void *m = cx.alloc(f.sub->size, cx.actx);
+            if (m == nullptr) return -2;
+            std::memset(m, 0, f.sub->size);
+            set_ptr(arr, static_cast<uint32_t>(k * sizeof(void *)), m);
+            *e = m;
+            return 0;
+          },
+          end);
+    }
+    default:
+      return -1;
+  }
+}
+
 int32_t internal::tlv_get_items(const Record &r, void *rec, void *map, const uint8_t *data,
                                 uint32_t length, uint64_t off, const Ctx &cx) {
   const unsigned hs = head_size(r);

@@ -111,6 +111,11 @@ int32_t decode_run(bool net, const Field &f, const uint8_t *data, uint32_t lengt
   return 0;
 }
 
+// Scalar arrays, record arrays and lists, out of line: their cost is the allocations and the
+// elements (a run of items for the arrays and lists of records), not the dispatch.
+int32_t tlv_get_repeated(bool net, const Field &f, void *rec, void *map, const uint8_t *data,
+                         uint32_t length, uint64_t off, uint64_t *end, const Ctx &cx);
+
 // Decodes the item at `off` of a known field, as both the interpreter and a compiled record do.  `*end` is the end of the item, moved to the end of the
 // run for lists and record arrays.
 TLK_CODEC_STEP int32_t tlv_get_field(bool net, const Field &f, void *rec, void *map,
@@ -155,21 +160,6 @@ TLK_CODEC_STEP int32_t tlv_get_field(bool net, const Field &f, void *rec, void *
         set_ptr(rec, f.offset, m);
       }
       return 0;
-    case Kind::kScalarArray: {
-      if (ptr_at(rec, f.offset) != nullptr) return -1;
-      uint32_t count = vlen / f.width;
-      set_u32(rec, f.aux, count);
-      if (count != 0) {
-        if (cx.alloc == nullptr) return -2;
-        auto *m = static_cast<uint8_t *>(cx.alloc(count * f.width, cx.actx));
-        if (m == nullptr) return -2;
-        for (uint32_t k = 0; k < count; ++k) {
-          store(m + k * f.width, f.width, from_wire(v + k * f.width, f.width, net));
-        }
-        set_ptr(rec, f.offset, m);
-      }
-      return 0;
-    }
     case Kind::kNested: {
       // A repeated nested record is tolerated only if the earlier one holds no allocation.  A
       // record still all zero (the decoder cleared it) cannot hold one: no probe needed, and
@@ -183,74 +173,11 @@ TLK_CODEC_STEP int32_t tlv_get_field(bool net, const Field &f, void *rec, void *
       return decode_nested(*f.sub, p, map == nullptr ? nullptr : bytes(map, f.map_sub), v, vlen, cx,
                            first);
     }
-    case Kind::kRecArray: {
-      uint32_t run = run_length(data, length, *end, net, f.tag);
-      uint32_t n = run < f.aux ? run : f.aux;
-      int32_t rc = decode_run(
-          net, f, data, length, off, n, cx, false,
-          [&](uint32_t k, void **e, void **em) -> int32_t {
-            *e = p + uint64_t{k} * f.sub->size;
-            *em = map == nullptr ? nullptr : bytes(map, f.map_sub) + uint64_t{k} * f.sub->map_size;
-            bool called = false;
-            tlv_release(*f.sub, *e, nullptr, probe, &called);
-            return called ? -1 : 0;
-          },
-          end);
-      if (rc < 0) return rc;
-      // Items of the run beyond the array's length are stepped over.
-      for (uint32_t k = n; k < run; ++k) {
-        uint64_t vl = from_wire(data + *end + (net ? 2 : 4), net ? 2 : 4, net);
-        if (*end + hs + vl > length) break;
-        *end += hs + vl;
-      }
-      return 0;
-    }
+    case Kind::kScalarArray:
+    case Kind::kRecArray:
     case Kind::kListInline:
-    case Kind::kListPtr: {
-      if (ptr_at(rec, f.offset) != nullptr) return -1;
-      const bool byptr = f.kind == Kind::kListPtr;
-      uint32_t count = run_length(data, length, *end, net, f.tag);
-      if (cx.alloc == nullptr) return -2;
-      uint64_t esz = byptr ? sizeof(void *) : f.sub->size;
-      uint64_t asz = esz * count;
-      if (asz > 0xFFFFFFFFu) return -2;  // no allocation of that size can succeed
-      auto *arr = static_cast<uint8_t *>(cx.alloc(static_cast<uint32_t>(asz), cx.actx));
-      if (arr == nullptr) return -2;
-      std::memset(arr, 0, static_cast<size_t>(asz));
-      set_ptr(rec, f.offset, arr);
-      set_u32(rec, f.aux, count);
-      uint8_t *emaps = nullptr;
-      bool cleared = true;  // the elements and their maps are all zero
-      if (map != nullptr) {
-        emaps = static_cast<uint8_t *>(ptr_at(map, f.map_sub));
-        cleared = emaps == nullptr;
-        if (emaps == nullptr) {
-          uint64_t msz = uint64_t{f.sub->map_size} * count;
-          if (msz > 0xFFFFFFFFu) return -2;
-          emaps = static_cast<uint8_t *>(cx.alloc(static_cast<uint32_t>(msz), cx.actx));
-          if (emaps == nullptr) return -2;
-          std::memset(emaps, 0, static_cast<size_t>(msz));
-          set_ptr(map, f.map_sub, emaps);
-        }
-      }
-      // The array and fresh maps were cleared above, each pointed-to element as it is made.
-      return decode_run(
-          net, f, data, length, off, count, cx, cleared,
-          [&](uint32_t k, void **e, void **em) -> int32_t {
-            *em = emaps == nullptr ? nullptr : emaps + uint64_t{k} * f.sub->map_size;
-            if (!byptr) {
-              *e = arr + uint64_t{k} * f.sub->size;
-              return 0;
-            }
-            void *m = cx.alloc(f.sub->size, cx.actx);
-            if (m == nullptr) return -2;
-            std::memset(m, 0, f.sub->size);
-            set_ptr(arr, static_cast<uint32_t>(k * sizeof(void *)), m);
-            *e = m;
-            return 0;
-          },
-          end);
-    }
+    case Kind::kListPtr:
+      return tlv_get_repeated(net, f, rec, map, data, length, off, end, cx);
   }
   return -1;
 }
