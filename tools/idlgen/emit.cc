@@ -480,8 +480,14 @@ class Emitter {
         idr_put = "internal::idr_put_compiled" + args;
         idr_get = "internal::idr_get_compiled" + args;
       }
-      tlv_get = "internal::tlv_get_compiled<fields_" + n + ", " + tlv_runs + ", rec_" + n + ", " +
-                net + ">";
+      // The TLV decoder only for host-form records: their runs of plain fields are copies, and
+      // they are the daemons' own messages.  A network-form record swaps every item, which the
+      // interpreter does as well, and compiling the decoders of its 250-odd records would cost
+      // the build more than the rest of the compiled codecs together.
+      if (!r.net) {
+        tlv_get =
+            "internal::tlv_get_compiled<fields_" + n + ", " + tlv_runs + ", rec_" + n + ", false>";
+      }
     }
     c << "const Record rec_" << n << " = {\"" << n << "\", sizeof(" << rec << "), sizeof(" << map
       << "), " << (r.net ? "true" : "false") << ", " << (r.has_idr ? "true" : "false") << ", "
