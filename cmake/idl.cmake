@@ -89,7 +89,7 @@ endfunction()
 # compile time, and in one file they would be the last to finish on every build.
 tarlink_idlgen(tarlink_records.h tarlink_tables.cc TARLINK_RECORDS_H
   SCHEMA ${TARLINK_SCHEMA_FILES} EXPORT TLK_EXPORT EXPORTS tarlink_records.exports CORE PARTS 4)
-set(TARLINK_TABLES_SOURCES ${TARLINK_IDLGEN_SOURCES})
+set(TARLINK_TABLES_SOURCES ${TARLINK_IDLGEN_SOURCES} CACHE INTERNAL "the generated descriptor sources")
 # The codec names that the library exports, one a line (see lib/libtarlink/tarlink.exports).
 set(TARLINK_RECORDS_EXPORTS ${TARLINK_GEN_DIR}/tarlink_records.exports)
 add_custom_target(tarlink_records DEPENDS ${TARLINK_GEN_DIR}/tarlink_records.h)
