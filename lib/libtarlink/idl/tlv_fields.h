@@ -116,8 +116,8 @@ int32_t decode_run(bool net, const Field &f, const uint8_t *data, uint32_t lengt
 int32_t tlv_get_repeated(bool net, const Field &f, void *rec, void *map, const uint8_t *data,
                          uint32_t length, uint64_t off, uint64_t *end, const Ctx &cx);
 
-// Decodes the item at `off` of a known field, as both the interpreter and a compiled record do.  `*end` is the end of the item, moved to the end of the
-// run for lists and record arrays.
+// Decodes the item at `off` of a known field, as both the interpreter and a compiled record do.
+// `*end` is the end of the item, moved to the end of the run for lists and record arrays.
 TLK_CODEC_STEP int32_t tlv_get_field(bool net, const Field &f, void *rec, void *map,
                                      const uint8_t *data, uint32_t length, uint64_t off,
                                      uint64_t *end, const Ctx &cx) {
